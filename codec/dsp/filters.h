@@ -1,0 +1,51 @@
+// Vector operations and linear filters on double arrays. Nothing here allocates or fails; a count
+// below 1 writes nothing. Samples are on the 16-bit scale.
+#pragma once
+
+#include "codec/dsp/constants.h"
+
+namespace g729::inline KELG729F_TARGET {
+
+// dst[i] = src[i], i = 0..n-1; source first. The two must not overlap.
+void copy_vector(const double* src, double* dst, int n);
+
+// dst[i] = 0.
+void zero_vector(double* dst, int n);
+
+// Sum of x[i] * y[i] in eight partial sums (lane i mod 8, added as Vec8's sum()); a rest of n mod 8
+// products is added one by one at the end.
+double dot(const double* x, const double* y, int n);
+
+// y[k] = x[k] - sum_{i=1..m} a[i] y[k-i], the all-pole filter 1/A(z) (clause 3.2.6 convention
+// A(z) = 1 + a[1] z^-1 + ...). a[0] is never read. mem[0..m-1] are the outputs before y[0],
+// mem[m-1] the newest; with update they become the last m outputs (n >= m then). x may be y.
+// m is 0..kBackwardOrder; 0 copies x to y and leaves mem alone. n is at most kFrame.
+void synthesis_filter(int m, const double* a, const double* x, double* y, int n, double* mem,
+                      bool update);
+
+// y[k] = x[k] + sum_{i=1..m} a[i] x[k-i], the all-zero filter A(z); terms are added in the order
+// of i. x[-m..-1] must be valid. y must not overlap x.
+void residual_filter(int m, const double* a, const double* x, double* y, int n);
+
+// ap[i] = a[i] gamma^i, i = 0..m, the powers by repeated multiplication: A(z/gamma). ap may be a.
+void weight_lpc(const double* a, double gamma, int m, double* ap);
+
+// y[n] = sum_{i=0..n} x[i] h[n-i], n = 0..39: x filtered by the impulse response h from rest.
+// y must not overlap x or h.
+void convolve(const double* x, const double* h, double* y);
+
+// First n samples of the impulse response of num(z) / den(z), both of order m, n at most kSubframe.
+void impulse_response(int m, const double* num, const double* den, double* h, int n);
+
+// Memory of a second-order section: x[n-1], x[n-2], y[n-1], y[n-2].
+struct BiquadMemory {
+  double x1, x2, y1, y2;
+};
+struct BiquadCoefficients {
+  double b0, b1, b2, a1, a2;
+};
+
+// y[n] = b0 x[n] + b1 x[n-1] + b2 x[n-2] + a1 y[n-1] + a2 y[n-2], in place over n samples.
+void biquad_filter(const BiquadCoefficients& c, BiquadMemory* mem, double* x, int n);
+
+}  // namespace g729::inline KELG729F_TARGET

@@ -1,0 +1,67 @@
+// The predictive two-stage LSF quantiser's shared half: tables and reconstruction (clauses 3.2.4
+// and 4.1.1). Encoder, decoder and silence descriptors all reconstruct through these functions, so
+// they hold identical LSPs. LSFs are in radians.
+#pragma once
+
+#include "codec/dsp/constants.h"
+
+namespace g729::inline KELG729F_TARGET {
+
+inline constexpr int kFirstStage = 128;  // rows of the first-stage codebook
+inline constexpr int kSecondStage = 32;  // rows of the second-stage codebook
+inline constexpr int kHalf = kOrder / 2; // columns 0..4 lower half, 5..9 upper half
+
+inline constexpr double kSpread1 = 0.0012;      // gap of the first spreading pass
+inline constexpr double kSpread2 = 0.0006;      // gap of the second spreading pass
+inline constexpr double kLsfLow = 0.005;        // lowest LSF
+inline constexpr double kLsfGap = 0.0392;       // least distance of neighbours
+inline constexpr double kLsfHigh = 3.135;       // highest LSF
+
+extern const double kLspFirstStage[kFirstStage][kOrder];
+extern const double kLspSecondStage[kSecondStage][kOrder];
+
+// An MA predictor of the LSF vector with what follows from its coefficients, column by column.
+struct LspPredictor {
+  double coefficient[kMaOrder][kOrder];  // newest vector first
+  double sum[kOrder];                    // 1 - (c0 + c1 + c2 + c3)
+  double inverse[kOrder];                // 1 / sum
+};
+extern const LspPredictor kSpeechPredictor[2];  // the two modes of speech frames
+extern const LspPredictor kNoisePredictor[2];   // the two modes of silence descriptors (Annex B)
+
+// The last four quantised residual vectors, newest first.
+struct LspHistory {
+  double row[kMaOrder][kOrder];
+};
+
+// Fills every row with (j + 1) pi / 11.
+void lsp_history_reset(LspHistory* history);
+
+// Moves rows 2->3, 1->2, 0->1 and puts the ten values of residual into row 0.
+void lsp_history_push(const double* residual, LspHistory* history);
+
+// Weights of the quantiser's error (clause 3.2.4): close neighbours weigh more.
+void lsf_weights(const double* lsf, double* weight);
+
+// Pushes buf[j-1] and buf[j] apart to at least `gap` for j = first..last-1 in order, each by half
+// of what is missing.
+void lsp_spread(double* buf, int first, int last, double gap);
+
+// lsf[j] = buf[j] sum[j] + sum_k coefficient[k][j] history[k][j]. lsf must not be buf.
+void lsp_predict(const LspPredictor& predictor, const LspHistory& history, const double* buf,
+                 double* lsf);
+
+// The inverse: buf[j] = (lsf[j] - sum_k coefficient[k][j] history[k][j]) inverse[j].
+void lsp_residual(const LspPredictor& predictor, const LspHistory& history, const double* lsf,
+                  double* buf);
+
+// Orders the LSFs by one pass of swaps and keeps them within kLsfLow, kLsfGap, kLsfHigh; prints
+// "warning LSP Low \n" or "warning LSP High \n" when an end is clamped.
+void lsp_stabilize(double* lsf);
+
+// One speech frame's reconstruction: buf = codebook sum spread by both gaps, lsf = prediction,
+// stabilised. Word 0 is mode << 7 | first stage, word 1 lower << 5 | upper second-stage index.
+// The caller pushes buf into the history.
+void lsp_reconstruct(const int index[2], const LspHistory& history, double* buf, double* lsf);
+
+}  // namespace g729::inline KELG729F_TARGET

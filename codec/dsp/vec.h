@@ -1,0 +1,117 @@
+// Eight doubles at a time, whatever the machine's registers hold.
+//
+// Every kernel is written on Vec8 or on single doubles. A Vec8 is as many native vectors as make
+// eight lanes: one with AVX-512, two with AVX, four with SSE2 or NEON, eight plain doubles when the
+// build has vector code switched off. A lane never meets another lane except in sum(), whose order
+// is fixed; so every build yields the same doubles.
+#pragma once
+
+namespace g729::inline KELG729F_TARGET {
+
+#if defined(KELG729F_PLAIN)
+inline constexpr int kNativeLanes = 1;
+using Native = double;
+using NativeUnaligned = double;
+using NativeMask = long long;
+#else
+#if defined(__AVX512F__)
+inline constexpr int kNativeLanes = 8;
+#elif defined(__AVX__)
+inline constexpr int kNativeLanes = 4;
+#else
+inline constexpr int kNativeLanes = 2;
+#endif
+typedef double Native __attribute__((vector_size(8 * kNativeLanes)));
+typedef double NativeUnaligned
+    __attribute__((vector_size(8 * kNativeLanes), aligned(8), may_alias));
+typedef long long NativeMask __attribute__((vector_size(8 * kNativeLanes)));
+#endif
+
+inline constexpr int kLanes = 8;
+inline constexpr int kParts = kLanes / kNativeLanes;
+
+struct Vec8 {
+  Native part[kParts];
+};
+
+// Lane-wise truth: all bits of a lane set or clear (any non-zero or zero in the plain build).
+struct Mask8 {
+  NativeMask part[kParts];
+};
+
+#define KELG729F_VEC inline __attribute__((always_inline))
+
+KELG729F_VEC Vec8 load(const double* p) {
+  Vec8 r;
+  for (int i = 0; i < kParts; ++i)
+    r.part[i] = *reinterpret_cast<const NativeUnaligned*>(p + i * kNativeLanes);
+  return r;
+}
+
+KELG729F_VEC void store(double* p, Vec8 v) {
+  for (int i = 0; i < kParts; ++i)
+    *reinterpret_cast<NativeUnaligned*>(p + i * kNativeLanes) = v.part[i];
+}
+
+KELG729F_VEC Vec8 splat(double x) {
+  Vec8 r;
+  for (int i = 0; i < kParts; ++i) r.part[i] = Native{} + x;
+  return r;
+}
+
+KELG729F_VEC Vec8 operator+(Vec8 a, Vec8 b) {
+  for (int i = 0; i < kParts; ++i) a.part[i] += b.part[i];
+  return a;
+}
+KELG729F_VEC Vec8 operator-(Vec8 a, Vec8 b) {
+  for (int i = 0; i < kParts; ++i) a.part[i] -= b.part[i];
+  return a;
+}
+KELG729F_VEC Vec8 operator*(Vec8 a, Vec8 b) {
+  for (int i = 0; i < kParts; ++i) a.part[i] *= b.part[i];
+  return a;
+}
+KELG729F_VEC Vec8 operator/(Vec8 a, Vec8 b) {
+  for (int i = 0; i < kParts; ++i) a.part[i] /= b.part[i];
+  return a;
+}
+
+KELG729F_VEC Mask8 operator<(Vec8 a, Vec8 b) {
+  Mask8 m;
+  for (int i = 0; i < kParts; ++i) m.part[i] = a.part[i] < b.part[i];
+  return m;
+}
+KELG729F_VEC Mask8 operator>(Vec8 a, Vec8 b) { return b < a; }
+KELG729F_VEC Mask8 operator<=(Vec8 a, Vec8 b) {
+  Mask8 m;
+  for (int i = 0; i < kParts; ++i) m.part[i] = a.part[i] <= b.part[i];
+  return m;
+}
+
+// Lane-wise m ? a : b.
+KELG729F_VEC Vec8 select(Mask8 m, Vec8 a, Vec8 b) {
+  Vec8 r;
+  for (int i = 0; i < kParts; ++i) r.part[i] = m.part[i] ? a.part[i] : b.part[i];
+  return r;
+}
+
+KELG729F_VEC bool any(Mask8 m) {
+  NativeMask all = m.part[0];
+  for (int i = 1; i < kParts; ++i) all |= m.part[i];
+#if defined(KELG729F_PLAIN)
+  return all != 0;
+#else
+  long long bits = 0;
+  for (int i = 0; i < kNativeLanes; ++i) bits |= all[i];
+  return bits != 0;
+#endif
+}
+
+// Sum of the lanes, always as ((0+4)+(2+6)) + ((1+5)+(3+7)).
+KELG729F_VEC double sum(Vec8 v) {
+  double t[kLanes];
+  store(t, v);
+  return ((t[0] + t[4]) + (t[2] + t[6])) + ((t[1] + t[5]) + (t[3] + t[7]));
+}
+
+}  // namespace g729::inline KELG729F_TARGET

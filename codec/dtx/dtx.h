@@ -1,0 +1,38 @@
+// Discontinuous transmission (Annex B clause B.4): what an inactive frame sends.
+#pragma once
+
+#include <cstdint>
+
+#include "codec/dsp/constants.h"
+#include "codec/dsp/lsp_codebook.h"
+#include "codec/dtx/comfort_noise.h"
+
+namespace g729::inline KELG729F_TARGET {
+
+inline constexpr int kSumAcf = 3;  // completed pairs of frames kept
+
+struct DtxState {
+  double acf_cur[2][kCoeffs] = {};        // autocorrelations of the last two frames
+  int fr_cur = 0;                         // frames stored in acf_cur, wraps at 2
+  double acf_sum[kSumAcf][kCoeffs] = {};  // sums over completed pairs, newest first
+  double energy[2] = {};                  // last frame energies, newest first
+  int nb_ener = 0;                        // energies averaged for the SID gain
+  int count_fr0 = 0;                      // inactive frames since the last SID, at most 3
+  int flag_chang = 0;                     // spectrum or energy changed enough for a new SID
+  double prev_energy = 0;                 // quantised energy of the last SID, dB
+  double ref_rcoeff[kCoeffs] = {};        // autocorrelation of the reference filter
+  ComfortNoiseState noise;                // the encoder's copy of the comfort noise
+};
+
+// Keeps the autocorrelation statistics; called for every frame. r[0..10] without lag window.
+void dtx_update(DtxState* state, const double* r, int vad);
+
+// Codes an inactive frame. word[0] becomes the frame type (0 or 1), word[1..4] the four words of a
+// silence descriptor. previous_vad is 1 when the frame before was active. Writes the comfort-noise
+// excitation exc[0..79] and both subframes' filters a[0..21]; moves lsp_old_q and history as the
+// decoder will. The caller moves its taming memory by `applied`.
+void dtx_encode_frame(DtxState* state, double* exc, int previous_vad, int32_t* word,
+                      double* lsp_old_q, double* a, int16_t* seed, LspHistory* history,
+                      NoiseSubframe applied[kSubframes]);
+
+}  // namespace g729::inline KELG729F_TARGET
