@@ -5,8 +5,8 @@
 
 namespace g729::inline KELG729F_TARGET {
 
-inline constexpr int kTracks = 5;                              // track t holds t, t+5, ..., t+35
-inline constexpr int kTrackPositions = kSubframe / kTracks;    // eight positions each
+inline constexpr int kTracks = 5;                            // track t holds t, t+5, ..., t+35
+inline constexpr int kTrackPositions = kSubframe / kTracks;  // eight positions each
 
 inline constexpr int kPulse0Positions6k4 = 16;
 inline constexpr int kPulse1Positions6k4 = 32;

@@ -11,9 +11,12 @@ namespace g729::inline KELG729F_TARGET {
 inline constexpr int kHybridWindow = kBackwardOrder + kFrame + 35;
 static_assert(kHybridWindow == kSynthesisPast + kFrame);
 
+extern const double kHybridWindowTable[kHybridWindow];   // oldest sample first
+extern const double kBackwardLagWindow[kBackwardOrder];  // lags 1..30
+
 struct BackwardLpState {
-  double recursive[kBackwardCoeffs] = {};       // decaying part of the autocorrelation
-  double accepted[kBackwardCoeffs] = {1.0};     // last filter without a saturated coefficient
+  double recursive[kBackwardCoeffs] = {};    // decaying part of the autocorrelation
+  double accepted[kBackwardCoeffs] = {1.0};  // last filter without a saturated coefficient
   LevinsonMemory levinson;
 };
 

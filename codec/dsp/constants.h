@@ -9,18 +9,18 @@ inline constexpr int kSubframe = kFrame / kSubframes;  // samples of a subframe
 inline constexpr int kLookAhead = 40;                  // samples the LP analysis sees ahead
 inline constexpr int kWindow = 240;                    // samples of the LP analysis window
 
-inline constexpr int kOrder = 10;                   // forward LP order
-inline constexpr int kCoeffs = kOrder + 1;          // coefficients with the leading a[0] = 1.0
-inline constexpr int kBackwardOrder = 30;           // backward LP order (Annex E)
+inline constexpr int kOrder = 10;           // forward LP order
+inline constexpr int kCoeffs = kOrder + 1;  // coefficients with the leading a[0] = 1.0
+inline constexpr int kBackwardOrder = 30;   // backward LP order (Annex E)
 inline constexpr int kBackwardCoeffs = kBackwardOrder + 1;
 
-inline constexpr int kPitchMin = 20;            // lowest integer pitch lag
-inline constexpr int kPitchMax = 143;           // highest integer pitch lag
-inline constexpr int kInterpolationTaps = 10;   // taps each side of the one-third-sample filter
+inline constexpr int kPitchMin = 20;           // lowest integer pitch lag
+inline constexpr int kPitchMax = 143;          // highest integer pitch lag
+inline constexpr int kInterpolationTaps = 10;  // taps each side of the one-third-sample filter
 inline constexpr int kExcitationPast = kPitchMax + kInterpolationTaps + 1;  // past excitation kept
 
-inline constexpr int kMaOrder = 4;              // vectors in the LSF predictor memory
-inline constexpr int kSynthesisPast = 65;       // past synthesis kept for the backward analysis
+inline constexpr int kMaOrder = 4;         // vectors in the LSF predictor memory
+inline constexpr int kSynthesisPast = 65;  // past synthesis kept for the backward analysis
 
 static_assert(kSubframe * kSubframes == kFrame);
 static_assert(kExcitationPast == 154);

@@ -28,8 +28,8 @@ struct GainPair {
   double code;
 };
 inline constexpr int kGainStageA = 8;
-inline constexpr int kGainStageB = 16;     // 8 and 11.8 kbit/s
-inline constexpr int kGainStageB6k4 = 8;   // 6.4 kbit/s (Annex D)
+inline constexpr int kGainStageB = 16;    // 8 and 11.8 kbit/s
+inline constexpr int kGainStageB6k4 = 8;  // 6.4 kbit/s (Annex D)
 extern const GainPair kGainA[kGainStageA];
 extern const GainPair kGainB[kGainStageB];
 extern const GainPair kGainA6k4[kGainStageA];

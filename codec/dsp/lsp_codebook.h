@@ -7,15 +7,15 @@
 
 namespace g729::inline KELG729F_TARGET {
 
-inline constexpr int kFirstStage = 128;  // rows of the first-stage codebook
-inline constexpr int kSecondStage = 32;  // rows of the second-stage codebook
-inline constexpr int kHalf = kOrder / 2; // columns 0..4 lower half, 5..9 upper half
+inline constexpr int kFirstStage = 128;   // rows of the first-stage codebook
+inline constexpr int kSecondStage = 32;   // rows of the second-stage codebook
+inline constexpr int kHalf = kOrder / 2;  // columns 0..4 lower half, 5..9 upper half
 
-inline constexpr double kSpread1 = 0.0012;      // gap of the first spreading pass
-inline constexpr double kSpread2 = 0.0006;      // gap of the second spreading pass
-inline constexpr double kLsfLow = 0.005;        // lowest LSF
-inline constexpr double kLsfGap = 0.0392;       // least distance of neighbours
-inline constexpr double kLsfHigh = 3.135;       // highest LSF
+inline constexpr double kSpread1 = 0.0012;  // gap of the first spreading pass
+inline constexpr double kSpread2 = 0.0006;  // gap of the second spreading pass
+inline constexpr double kLsfLow = 0.005;    // lowest LSF
+inline constexpr double kLsfGap = 0.0392;   // least distance of neighbours
+inline constexpr double kLsfHigh = 3.135;   // highest LSF
 
 extern const double kLspFirstStage[kFirstStage][kOrder];
 extern const double kLspSecondStage[kSecondStage][kOrder];

@@ -6,6 +6,10 @@
 // is fixed; so every build yields the same doubles.
 #pragma once
 
+#if defined(__SSE2__) && !defined(KELG729F_PLAIN)
+#include <immintrin.h>
+#endif
+
 namespace g729::inline KELG729F_TARGET {
 
 #if defined(KELG729F_PLAIN)
@@ -81,7 +85,9 @@ KELG729F_VEC Mask8 operator<(Vec8 a, Vec8 b) {
   for (int i = 0; i < kParts; ++i) m.part[i] = a.part[i] < b.part[i];
   return m;
 }
-KELG729F_VEC Mask8 operator>(Vec8 a, Vec8 b) { return b < a; }
+KELG729F_VEC Mask8 operator>(Vec8 a, Vec8 b) {
+  return b < a;
+}
 KELG729F_VEC Mask8 operator<=(Vec8 a, Vec8 b) {
   Mask8 m;
   for (int i = 0; i < kParts; ++i) m.part[i] = a.part[i] <= b.part[i];
@@ -105,6 +111,23 @@ KELG729F_VEC bool any(Mask8 m) {
   for (int i = 0; i < kNativeLanes; ++i) bits |= all[i];
   return bits != 0;
 #endif
+}
+
+// Lane-wise square root.
+KELG729F_VEC Vec8 square_root(Vec8 v) {
+#if defined(KELG729F_PLAIN)
+  for (int i = 0; i < kParts; ++i) v.part[i] = __builtin_sqrt(v.part[i]);
+#elif defined(__AVX512F__)
+  for (int i = 0; i < kParts; ++i) v.part[i] = _mm512_maskz_sqrt_pd(0xff, v.part[i]);
+#elif defined(__AVX__)
+  for (int i = 0; i < kParts; ++i) v.part[i] = _mm256_sqrt_pd(v.part[i]);
+#elif defined(__SSE2__)
+  for (int i = 0; i < kParts; ++i) v.part[i] = _mm_sqrt_pd(v.part[i]);
+#else
+  for (int i = 0; i < kParts; ++i)
+    for (int k = 0; k < kNativeLanes; ++k) v.part[i][k] = __builtin_sqrt(v.part[i][k]);
+#endif
+  return v;
 }
 
 // Sum of the lanes, always as ((0+4)+(2+6)) + ((1+5)+(3+7)).

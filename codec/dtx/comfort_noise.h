@@ -31,10 +31,10 @@ struct NoiseSubframe {
   int lag;
 };
 
-extern const double kSidGain[32];              // energy index -> gain
-extern const int kSidFirstStage[32];           // pointer -> first-stage row
-extern const int kSidSecondStageLower[16];     // pointer -> second-stage row, columns 0..4
-extern const int kSidSecondStageUpper[16];     // pointer -> second-stage row, columns 5..9
+extern const double kSidGain[32];           // energy index -> gain
+extern const int kSidFirstStage[32];        // pointer -> first-stage row
+extern const int kSidSecondStageLower[16];  // pointer -> second-stage row, columns 0..4
+extern const int kSidSecondStageUpper[16];  // pointer -> second-stage row, columns 5..9
 
 // Quantises the sum of `count` (0..2) frame energies; count 0 takes energies[0] unaveraged, the
 // decoder's stored excitation energy. Returns the level in dB, *index its energy index.
@@ -49,7 +49,6 @@ void comfort_noise_excitation(double gain, double* exc, int16_t* seed,
 // excitation exc[0..79] and both subframes' filters a[0..21], moves lsp_old to the SID's LSPs.
 void comfort_noise_decode(ComfortNoiseState* state, int previous_type, const SidParameters* sid,
                           double frame_energy, double* exc, double* lsp_old, double* a,
-                          int16_t* seed, LspHistory* history,
-                          NoiseSubframe applied[kSubframes]);
+                          int16_t* seed, LspHistory* history, NoiseSubframe applied[kSubframes]);
 
 }  // namespace g729::inline KELG729F_TARGET

@@ -1,0 +1,119 @@
+#include "codec/dsp/filters.h"
+
+#include "codec/dsp/vec.h"
+
+namespace g729::inline KELG729F_TARGET {
+
+void copy_vector(const double* src, double* dst, int n) {
+  for (int i = 0; i < n; ++i) dst[i] = src[i];
+}
+
+void zero_vector(double* dst, int n) {
+  for (int i = 0; i < n; ++i) dst[i] = 0.0;
+}
+
+double dot(const double* x, const double* y, int n) {
+  Vec8 s = splat(0.0);
+  int i = 0;
+  for (; i + kLanes <= n; i += kLanes) s = s + load(x + i) * load(y + i);
+  double total = sum(s);
+  for (; i < n; ++i) total += x[i] * y[i];
+  return total;
+}
+
+namespace {
+
+// The oldest output's term first, so that only the newest one's waits for the sample before it.
+template <int Order>
+void synthesize(const double* a, const double* x, double* out, int n) {
+  for (int k = 0; k < n; ++k) {
+    double s = x[k];
+    for (int i = Order; i >= 1; --i) s -= a[i] * out[k - i];
+    out[k] = s;
+  }
+}
+
+void synthesize(int m, const double* a, const double* x, double* out, int n) {
+  for (int k = 0; k < n; ++k) {
+    double s = x[k];
+    for (int i = m; i >= 1; --i) s -= a[i] * out[k - i];
+    out[k] = s;
+  }
+}
+
+}  // namespace
+
+void synthesis_filter(int m, const double* a, const double* x, double* y, int n, double* mem,
+                      bool update) {
+  double work[kBackwardOrder + kFrame];
+  double* out = work + m;
+  copy_vector(mem, work, m);
+  if (m == kOrder)
+    synthesize<kOrder>(a, x, out, n);
+  else if (m == kBackwardOrder)
+    synthesize<kBackwardOrder>(a, x, out, n);
+  else
+    synthesize(m, a, x, out, n);
+  copy_vector(out, y, n);
+  if (update && n > 0) copy_vector(out + n - m, mem, m);
+}
+
+void residual_filter(int m, const double* a, const double* x, double* y, int n) {
+  int k = 0;
+  for (; k + kLanes <= n; k += kLanes) {
+    Vec8 s = load(x + k);
+    for (int i = 1; i <= m; ++i) s = s + splat(a[i]) * load(x + k - i);
+    store(y + k, s);
+  }
+  for (; k < n; ++k) {
+    double s = x[k];
+    for (int i = 1; i <= m; ++i) s += a[i] * x[k - i];
+    y[k] = s;
+  }
+}
+
+void weight_lpc(const double* a, double gamma, int m, double* ap) {
+  double power = 1.0;
+  ap[0] = a[0];
+  for (int i = 1; i <= m; ++i) {
+    power *= gamma;
+    ap[i] = a[i] * power;
+  }
+}
+
+void convolve(const double* x, const double* h, double* y) {
+  double padded[2 * kSubframe] = {};  // 40 zeros before h, so that h[n - i] may start early
+  copy_vector(h, padded + kSubframe, kSubframe);
+  constexpr int kBlocks = kSubframe / kLanes;
+  Vec8 s[kBlocks] = {};
+  for (int block = 0; block < kBlocks; ++block) {
+    for (int i = block * kLanes; i < (block + 1) * kLanes; ++i) {
+      const Vec8 xi = splat(x[i]);
+      for (int b = block; b < kBlocks; ++b)
+        s[b] = s[b] + xi * load(padded + kSubframe + b * kLanes - i);
+    }
+  }
+  for (int b = 0; b < kBlocks; ++b) store(y + b * kLanes, s[b]);
+}
+
+void impulse_response(int m, const double* num, const double* den, double* h, int n) {
+  double x[kSubframe] = {};
+  copy_vector(num, x, n < m + 1 ? n : m + 1);
+  double mem[kBackwardOrder] = {};
+  synthesis_filter(m, den, x, h, n, mem, false);
+}
+
+void biquad_filter(const BiquadCoefficients& c, BiquadMemory* mem, double* x, int n) {
+  double x1 = mem->x1, x2 = mem->x2, y1 = mem->y1, y2 = mem->y2;
+  for (int k = 0; k < n; ++k) {
+    const double y = ((c.b0 * x[k] + c.b1 * x1) + (c.b2 * x2 + c.a2 * y2)) + c.a1 * y1;
+    x2 = x1;
+    x1 = x[k];
+    y2 = y1;
+    y1 = y;
+    x[k] = y;
+  }
+  *mem = {x1, x2, y1, y2};
+}
+
+}  // namespace g729::inline KELG729F_TARGET

@@ -1,0 +1,159 @@
+#include "codec/dsp/math.h"
+
+#include <cstdint>
+#include <cstring>
+
+namespace g729::inline KELG729F_TARGET {
+namespace {
+
+constexpr double kPi = 3.14159265358979311600;
+constexpr double kHalfPi = kPi / 2;
+constexpr double kHalfPiLow = 6.12323399573676603587e-17;  // pi/2 - kHalfPi
+
+KELG729F_VEC double constant(double value, double) {
+  return value;
+}
+KELG729F_VEC Vec8 constant(double value, Vec8) {
+  return splat(value);
+}
+KELG729F_VEC double square_root(double x) {
+  return __builtin_sqrt(x);
+}
+KELG729F_VEC double select(bool m, double a, double b) {
+  return m ? a : b;
+}
+
+// c[n-1] + x (c[n-2] + x (...)), c[0] the coefficient of the highest power.
+template <typename T, int N>
+KELG729F_VEC T polynomial(const double (&c)[N], T x) {
+  T r = constant(c[0], x);
+  for (int i = 1; i < N; ++i) r = r * x + constant(c[i], x);
+  return r;
+}
+
+struct SineSeries {
+  double c[11];  // (-1)^k / (2 k + 1)!, highest power first
+};
+constexpr SineSeries sine_series() {
+  SineSeries s = {};
+  double factorial = 1;
+  for (int k = 0; k < 11; ++k) {
+    s.c[10 - k] = (k % 2 ? -1.0 : 1.0) / factorial;
+    factorial *= (2 * k + 2) * (2 * k + 3);
+  }
+  return s;
+}
+
+// cos x = sin(pi/2 - x); on [-pi/2, pi/2] the series' remainder is below 2e-18.
+template <typename T>
+KELG729F_VEC T cosine_kernel(T x) {
+  constexpr SineSeries kSine = sine_series();
+  T t = constant(kHalfPi, x) - x + constant(kHalfPiLow, x);
+  return t * polynomial(kSine.c, t * t);
+}
+
+// asin(s) = s + s R(s^2) on [0, 1/2], R a rational minimax approximation.
+template <typename T>
+KELG729F_VEC T arc_sine_excess(T z) {
+  constexpr double kP[] = {3.47933107596021167570e-05,  7.91534994289814532176e-04,
+                           -4.00555345006794114027e-02, 2.01212532134862925881e-01,
+                           -3.25565818622400915405e-01, 1.66666666666666657415e-01};
+  constexpr double kQ[] = {7.70381505559019352791e-02, -6.88283971605453293030e-01,
+                           2.02094576023350569471e+00, -2.40339491173441421878e+00, 1.0};
+  return z * polynomial(kP, z) / polynomial(kQ, z);
+}
+
+// |x| <= 1/2: pi/2 - asin x. Beyond: 2 asin sqrt((1 - |x|) / 2), mirrored for negative x.
+template <typename T>
+KELG729F_VEC T arc_cosine_kernel(T x) {
+  const T zero = constant(0.0, x), half = constant(0.5, x), one = constant(1.0, x);
+  const auto negative = x < zero;
+  T magnitude = select(negative, zero - x, x);
+  magnitude = select(one < magnitude, one, magnitude);
+  const auto inner = magnitude <= half;
+  const T z = select(inner, x * x, half * (one - magnitude));
+  const T s = select(inner, x, square_root(z));
+  const T asin_s = s + s * arc_sine_excess(z);
+  const T outer = asin_s + asin_s;
+  return select(inner, constant(kHalfPi, x) - (asin_s - constant(kHalfPiLow, x)),
+                select(negative, constant(kPi, x) - outer, outer));
+}
+
+template <Vec8 (*Function)(Vec8), double (*Scalar)(double)>
+KELG729F_VEC void map(const double* x, double* out, int n) {
+  int i = 0;
+  for (; i + kLanes <= n; i += kLanes) store(out + i, Function(load(x + i)));
+  for (; i < n; ++i) out[i] = Scalar(x[i]);
+}
+
+uint64_t bits_of(double x) {
+  uint64_t u;
+  std::memcpy(&u, &x, sizeof u);
+  return u;
+}
+double from_bits(uint64_t u) {
+  double x;
+  std::memcpy(&x, &u, sizeof x);
+  return x;
+}
+
+struct Reciprocals {
+  double c[12];
+};
+constexpr Reciprocals odd_reciprocals() {  // 1 / (2 k + 1), highest power first
+  Reciprocals r = {};
+  for (int k = 0; k < 12; ++k) r.c[11 - k] = 1.0 / (2 * k + 1);
+  return r;
+}
+constexpr Reciprocals factorial_reciprocals() {  // 1 / (k + 1)!, highest power first
+  Reciprocals r = {};
+  double factorial = 1;
+  for (int k = 0; k < 12; ++k) {
+    factorial *= k + 1;
+    r.c[11 - k] = 1.0 / factorial;
+  }
+  return r;
+}
+
+}  // namespace
+
+double cosine(double x) {
+  return cosine_kernel(x);
+}
+double arc_cosine(double x) {
+  return arc_cosine_kernel(x);
+}
+
+void cosine(const double* x, double* out, int n) {
+  map<cosine_kernel<Vec8>, cosine>(x, out, n);
+}
+void arc_cosine(const double* x, double* out, int n) {
+  map<arc_cosine_kernel<Vec8>, arc_cosine>(x, out, n);
+}
+
+double log10_of(double x) {
+  constexpr double kLog10Of2 = 0.30102999566398119521, kLog10OfE = 0.43429448190325182765;
+  constexpr uint64_t kSqrtHalf = 0x3FE6A09E667F3BCD;  // bits of sqrt(1/2)
+  // x = 2^e m, m in [sqrt(1/2), sqrt(2)); log m = 2 atanh((m - 1) / (m + 1)).
+  const uint64_t offset = bits_of(x) - kSqrtHalf;
+  const int e = static_cast<int>(static_cast<int64_t>(offset) >> 52);
+  const double m = from_bits((offset & 0x000FFFFFFFFFFFFF) + kSqrtHalf);
+  constexpr Reciprocals kSeries = odd_reciprocals();
+  const double s = (m - 1.0) / (m + 1.0);
+  const double log_m = 2.0 * s * polynomial(kSeries.c, s * s);
+  return e * kLog10Of2 + log_m * kLog10OfE;
+}
+
+double power_of_10(double x) {
+  constexpr double kLog2Of10 = 3.32192809488736234787, kLogOf10 = 2.30258509299404568402;
+  // log10(2) in two pieces, the first short enough that n * kHigh is exact.
+  constexpr double kHigh = 0x1.34413508p-2, kLow = 0.30102999566398119521 - kHigh;
+  const double y = x * kLog2Of10;
+  const int n = static_cast<int>(y < 0 ? y - 0.5 : y + 0.5);
+  const double r = ((x - n * kHigh) - n * kLow) * kLogOf10;  // 10^x = 2^n e^r
+  constexpr Reciprocals kSeries = factorial_reciprocals();
+  const double e_r = 1.0 + r * polynomial(kSeries.c, r);
+  return e_r * from_bits(static_cast<uint64_t>(1023 + n) << 52);
+}
+
+}  // namespace g729::inline KELG729F_TARGET

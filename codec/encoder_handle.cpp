@@ -1,0 +1,44 @@
+#include "codec/encoder_handle.h"
+
+namespace g729::inline KELG729F_TARGET {
+namespace {
+
+constexpr int kCounterLast = 32767;  // after it the frame counter goes on at kCounterWrap, so that
+constexpr int kCounterWrap = 256;    // the detector's start-up frames never come again
+
+int next_count(int count) {
+  return count == kCounterLast ? kCounterWrap : count + 1;
+}
+
+int packed_size(int frame_type) {
+  if (frame_type == kNoTransmission) return 0;
+  return frame_type == kSid ? kSidBits / 8 : kBits8k / 8;
+}
+
+}  // namespace
+
+void encoder_init(EncoderHandle* handle, bool annexb) {
+  *handle = {};
+  handle->dtx_enabled = annexb;
+  encoder_core_init(&handle->core);
+}
+
+void encode_serial_frame(EncoderHandle* handle, const int16_t* samples, int rate,
+                         uint16_t* serial) {
+  for (int i = 0; i < kFrame; ++i) handle->input[i] = samples[i];
+  handle->frame_counter = next_count(handle->frame_counter);
+  preprocess_highpass(&handle->preprocessing, handle->input, kFrame);
+  encoder_process_frame(&handle->core, handle->input, handle->parameters, handle->frame_counter,
+                        handle->dtx_enabled, rate);
+  parameters_to_serial(handle->parameters, serial);
+}
+
+void encode_packed_frame(EncoderHandle* handle, const int16_t* samples, uint8_t* bytes,
+                         uint32_t* size) {
+  encode_serial_frame(handle, samples, kRate8k, handle->serial);
+  const int length = packed_size(handle->parameters[0]);
+  *size = static_cast<uint32_t>(length);
+  if (length > 0) pack_serial_bits(handle->serial + 2, bytes, length);
+}
+
+}  // namespace g729::inline KELG729F_TARGET

@@ -1,0 +1,81 @@
+#include "codec/bitstream.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+
+namespace g729::inline KELG729F_TARGET {
+namespace {
+
+struct Layout {
+  int type, bits, fields[18];
+};
+// Field widths as clause 4 and the annexes give them; 11.8 kbit/s with the mode word first.
+constexpr Layout kLayouts[] = {
+    {kSid, 16, {1, 5, 4, 5}},
+    {kSpeech6k4, 64, {8, 10, 8, 9, 2, 6, 4, 9, 2, 6}},
+    {kSpeech8k, 80, {8, 10, 8, 1, 13, 4, 7, 5, 13, 4, 7}},
+    {kSpeech11k8, 118, {0, 8, 10, 8, 1, 7, 7, 7, 7, 7, 7, 5, 7, 7, 7, 7, 7, 7}},
+    {kSpeech11k8, 118, {1, 8, 1, 13, 10, 7, 7, 7, 7, 5, 13, 10, 7, 7, 7, 7}},
+};
+
+TEST(Bitstream, RandomParametersSurviveTheRoundTrip) {
+  std::mt19937 random(11);
+  for (int trial = 0; trial < 2000; ++trial) {
+    for (const Layout& layout : kLayouts) {
+      int32_t sent[kEncoderWords] = {layout.type}, received[kDecoderWords] = {-7};
+      const bool has_mode = layout.type == kSpeech11k8;
+      for (int f = 0; f < 18; ++f)
+        sent[1 + f] = static_cast<int32_t>(random()) & ((1 << layout.fields[f]) - 1);
+      if (has_mode) sent[1] = layout.fields[0];
+      uint16_t serial[kSerialWords] = {};
+      parameters_to_serial(sent, serial);
+      EXPECT_EQ(serial[0], kSyncWord);
+      ASSERT_EQ(serial[1], layout.bits);
+      serial_to_parameters(serial + 1, received);
+      EXPECT_EQ(received[0], -7);
+      for (int f = 0; f < 18 && (layout.fields[f] || f == 0); ++f)
+        ASSERT_EQ(received[1 + f], sent[f]) << layout.bits << " " << f;
+    }
+  }
+}
+
+TEST(Bitstream, BytesCarryBitsMostSignificantFirst) {
+  const uint8_t bytes[3] = {0x81, 0x00, 0xF0};
+  uint16_t bits[24];
+  unpack_serial_bits(bytes, bits, 3);
+  EXPECT_EQ(bits[0], kBitOne);
+  EXPECT_EQ(bits[1], kBitZero);
+  EXPECT_EQ(bits[7], kBitOne);
+  EXPECT_EQ(bits[19], kBitOne);
+  EXPECT_EQ(bits[20], kBitZero);
+  uint8_t back[3];
+  pack_serial_bits(bits, back, 3);
+  EXPECT_EQ(std::memcmp(bytes, back, 3), 0);
+}
+
+TEST(Bitstream, DisagreeingModeBitsEraseTheFrame) {
+  uint16_t frame[1 + kBits11k8] = {kBits11k8};
+  for (int i = 0; i < kBits11k8; ++i) frame[1 + i] = kBitOne;
+  frame[2] = kBitZero;
+  int32_t word[kDecoderWords] = {};
+  serial_to_parameters(frame, word);
+  EXPECT_EQ(word[2], 1);
+  for (int i = 3; i < 18; ++i) EXPECT_EQ(word[i], 0);
+  EXPECT_EQ(frame[3], kBitErased);
+}
+
+TEST(BitstreamDeathTest, ImpossibleFramesEndTheProcess) {
+  const int32_t word[kEncoderWords] = {5};
+  uint16_t serial[kSerialWords];
+  EXPECT_EXIT(parameters_to_serial(word, serial), testing::ExitedWithCode(255), "");
+  for (int size : {-1, 1, 15, 120, 32767}) {
+    uint16_t frame[kSerialWords] = {static_cast<uint16_t>(size)};
+    int32_t parameters[kDecoderWords];
+    EXPECT_EXIT(serial_to_parameters(frame, parameters), testing::ExitedWithCode(255), "");
+  }
+}
+
+}  // namespace
+}  // namespace g729::inline KELG729F_TARGET
