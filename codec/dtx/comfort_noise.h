@@ -5,6 +5,7 @@
 
 #include "codec/dsp/constants.h"
 #include "codec/dsp/lsp_codebook.h"
+#include "codec/dtx/sid.h"
 
 namespace g729::inline KELG729F_TARGET {
 
@@ -15,14 +16,6 @@ struct ComfortNoiseState {
                             -0.1423, -0.4154, -0.6549, -0.8413, -0.9595};  // its LSPs
 };
 
-// The four words of a silence descriptor.
-struct SidParameters {
-  int mode;    // noise predictor, 0 or 1
-  int first;   // 5-bit pointer to a first-stage row
-  int second;  // 4-bit pointer to a pair of second-stage rows
-  int energy;  // 5-bit energy index
-};
-
 // What the excitation of a subframe used, for the memories that follow it (the encoder's taming,
 // the decoder's phase dispersion).
 struct NoiseSubframe {
@@ -31,16 +24,9 @@ struct NoiseSubframe {
   int lag;
 };
 
-extern const double kSidGain[32];           // energy index -> gain
-extern const int kSidFirstStage[32];        // pointer -> first-stage row
-extern const int kSidSecondStageLower[16];  // pointer -> second-stage row, columns 0..4
-extern const int kSidSecondStageUpper[16];  // pointer -> second-stage row, columns 5..9
-
-// Quantises the sum of `count` (0..2) frame energies; count 0 takes energies[0] unaveraged, the
-// decoder's stored excitation energy. Returns the level in dB, *index its energy index.
-double sid_gain_quantize(const double* energies, int count, int* index);
-
-// 80 samples of noise at `gain` into exc, whose kExcitationPast past samples must be valid.
+// 80 samples of noise at `gain` into exc, whose kExcitationPast past samples must be valid. Each
+// subframe has the energy 40 gain^2, save one whose adaptive part alone is louder: it gets its
+// Gaussian part alone, 10 gain^2. A gain of 0 gives zeros and leaves the seed alone.
 void comfort_noise_excitation(double gain, double* exc, int16_t* seed,
                               NoiseSubframe applied[kSubframes]);
 

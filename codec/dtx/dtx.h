@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "codec/dsp/constants.h"
+#include "codec/dsp/lpc.h"
 #include "codec/dsp/lsp_codebook.h"
 #include "codec/dtx/comfort_noise.h"
 
@@ -16,11 +17,11 @@ struct DtxState {
   int fr_cur = 0;                         // frames stored in acf_cur, wraps at 2
   double acf_sum[kSumAcf][kCoeffs] = {};  // sums over completed pairs, newest first
   double energy[2] = {};                  // last frame energies, newest first
-  int nb_ener = 0;                        // energies averaged for the SID gain
   int count_fr0 = 0;                      // inactive frames since the last SID, at most 3
   int flag_chang = 0;                     // spectrum or energy changed enough for a new SID
   double prev_energy = 0;                 // quantised energy of the last SID, dB
   double ref_rcoeff[kCoeffs] = {};        // autocorrelation of the reference filter
+  LevinsonMemory levinson;                // of the noise filters
   ComfortNoiseState noise;                // the encoder's copy of the comfort noise
 };
 

@@ -1,0 +1,136 @@
+#include "codec/dtx/dtx.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "codec/dsp/filters.h"
+#include "codec/dsp/lpc.h"
+#include "codec/dtx/sid.h"
+
+namespace g729::inline KELG729F_TARGET {
+
+namespace {
+
+constexpr double kSpectrumChanged = 1.1481628;  // distance that asks for a new descriptor
+constexpr double kSpectrumFar = 1.0966466;      // distance that rules out the average filter
+constexpr double kEnergyChanged = 2.0;          // dB
+constexpr int kSidInterval = 3;                 // least distance of two descriptors, frames
+
+// The filter of the last two frames.
+struct NoiseFilter {
+  double r[kCoeffs];  // autocorrelation it comes from
+  double a[kCoeffs];
+  double energy;  // prediction error
+};
+
+// Filter of an autocorrelation; silence has the filter 1 and no energy.
+double solve(const double* r, LevinsonMemory* memory, double* a) {
+  if (r[0] == 0.0) {
+    a[0] = 1.0;
+    zero_vector(a + 1, kOrder);
+    return 0.0;
+  }
+  double rc[kOrder];
+  return levinson_durbin(kOrder, r, a, rc, memory);
+}
+
+void sum_current(const DtxState& state, double* r) {
+  for (int i = 0; i < kCoeffs; ++i) r[i] = state.acf_cur[0][i] + state.acf_cur[1][i];
+}
+
+void push_current(DtxState* state) {
+  for (int k = kSumAcf - 1; k > 0; --k)
+    copy_vector(state->acf_sum[k - 1], state->acf_sum[k], kCoeffs);
+  sum_current(*state, state->acf_sum[0]);
+}
+
+// Autocorrelation of the filter's coefficients, so that distance() is its residual energy.
+void filter_autocorrelation(const double* a, double* rcoeff) {
+  for (int i = 0; i < kCoeffs; ++i) {
+    double sum = 0.0;
+    for (int j = 0; j + i < kCoeffs; ++j) sum += a[j] * a[j + i];
+    rcoeff[i] = i == 0 ? sum : 2.0 * sum;
+  }
+}
+
+// Energy that the reference filter leaves of a signal with the autocorrelation r (the Itakura
+// distance when set against the signal's own prediction error).
+double distance(const double* rcoeff, const double* r) {
+  double sum = 0.0;
+  for (int i = 0; i < kCoeffs; ++i) sum += rcoeff[i] * r[i];
+  return sum;
+}
+
+// Whether an inactive frame after an inactive frame sends a descriptor.
+bool decide(DtxState* state, const NoiseFilter& current, double level) {
+  if (distance(state->ref_rcoeff, current.r) > kSpectrumChanged * current.energy)
+    state->flag_chang = 1;
+  if (std::fabs(state->prev_energy - level) > kEnergyChanged) state->flag_chang = 1;
+  state->count_fr0 = std::min(state->count_fr0 + 1, kSidInterval);
+  return state->count_fr0 == kSidInterval && state->flag_chang != 0;
+}
+
+// Chooses the filter to send, the average of the past when it suits the present, and makes it the
+// reference.
+void choose_filter(DtxState* state, const NoiseFilter& current, double* a) {
+  double r[kCoeffs];
+  for (int i = 0; i < kCoeffs; ++i)
+    r[i] = state->acf_sum[0][i] + state->acf_sum[1][i] + state->acf_sum[2][i];
+  solve(r, &state->levinson, a);
+  filter_autocorrelation(a, state->ref_rcoeff);
+  if (distance(state->ref_rcoeff, current.r) > kSpectrumFar * current.energy) {
+    copy_vector(current.a, a, kCoeffs);
+    filter_autocorrelation(a, state->ref_rcoeff);
+  }
+}
+
+// Codes the spectrum of a descriptor whose energy word is set.
+void code_spectrum(DtxState* state, const NoiseFilter& current, const LspHistory& history,
+                   SidParameters* sid) {
+  double a[kCoeffs];
+  double lsp[kOrder];
+  choose_filter(state, current, a);
+  lpc_to_lsp(a, lsp, state->noise.lsp_sid);
+  sid_quantize_lsp(lsp, history, sid);
+}
+
+}  // namespace
+
+void dtx_update(DtxState* state, const double* r, int vad) {
+  copy_vector(r, state->acf_cur[state->fr_cur], kCoeffs);
+  state->fr_cur = (state->fr_cur + 1) % 2;
+  if (state->fr_cur == 0 && vad != 0) push_current(state);
+}
+
+void dtx_encode_frame(DtxState* state, double* exc, int previous_vad, int32_t* word,
+                      double* lsp_old_q, double* a, int16_t* seed, LspHistory* history,
+                      NoiseSubframe applied[kSubframes]) {
+  NoiseFilter current;
+  sum_current(*state, current.r);
+  current.energy = solve(current.r, &state->levinson, current.a);
+  state->energy[1] = state->energy[0];
+  state->energy[0] = current.energy;
+
+  const bool first = previous_vad != 0;
+  const int nb_ener = first ? 1 : 2;
+  SidParameters sid = {};
+  const double level = sid_gain_quantize(state->energy, nb_ener, &sid.energy);
+  const bool send = first || decide(state, current, level);
+  word[0] = send ? kSid : kNoTransmission;
+  if (send) {
+    state->flag_chang = 0;
+    state->count_fr0 = 0;
+    state->prev_energy = level;
+    code_spectrum(state, current, *history, &sid);
+    word[1] = sid.mode;
+    word[2] = sid.first;
+    word[3] = sid.second;
+    word[4] = sid.energy;
+  }
+
+  comfort_noise_decode(&state->noise, first ? kSpeech8k : kSid, send ? &sid : nullptr, 0.0, exc,
+                       lsp_old_q, a, seed, history, applied);
+  if (state->fr_cur == 0) push_current(state);
+}
+
+}  // namespace g729::inline KELG729F_TARGET

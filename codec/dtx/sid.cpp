@@ -1,0 +1,151 @@
+#include "codec/dtx/sid.h"
+
+#include <algorithm>
+
+#include "codec/dsp/math.h"
+
+namespace g729::inline KELG729F_TARGET {
+
+namespace {
+
+constexpr double kEnergyScale[3] = {1.0 / 320, 1.0 / 1280, 1.0 / 2560};  // by frames averaged
+constexpr int kSurvivors = 4;  // first-stage choices that are completed
+constexpr int kModes = 2;
+
+// A (predictor, first-stage row) pair and the error it leaves.
+struct Candidate {
+  int mode;
+  int first;
+  double error;
+};
+
+// Moves the LSFs to where a quantised set can lie, with twice the least gap between neighbours.
+void condition_lsf(double* lsf) {
+  lsf[0] = std::max(lsf[0], kLsfLow);
+  for (int j = 1; j < kOrder; ++j) lsf[j] = std::max(lsf[j], lsf[j - 1] + 2.0 * kLsfGap);
+  lsf[kOrder - 1] = std::min(lsf[kOrder - 1], kLsfHigh);
+  if (lsf[kOrder - 1] < lsf[kOrder - 2]) lsf[kOrder - 2] = lsf[kOrder - 1] - kLsfGap;
+}
+
+// Puts the candidate into the list, best first, when it beats one of its members.
+void keep_best(const Candidate& candidate, Candidate* list) {
+  if (!(candidate.error < list[kSurvivors - 1].error)) return;
+  int i = kSurvivors - 1;
+  for (; i > 0 && candidate.error < list[i - 1].error; --i) list[i] = list[i - 1];
+  list[i] = candidate;
+}
+
+// The survivors by unweighted error over both predictors, target[mode] the innovations sought.
+void search_first_stage(const double target[kModes][kOrder], Candidate* survivors) {
+  std::fill_n(survivors, kSurvivors, Candidate{0, 0, 1e38});
+  for (int mode = 0; mode < kModes; ++mode) {
+    for (int i = 0; i < kSidFirst; ++i) {
+      const double* row = kLspFirstStage[kSidFirstStage[i]];
+      double error = 0.0;
+      for (int j = 0; j < kOrder; ++j) {
+        const double d = target[mode][j] - row[j];
+        error += d * d;
+      }
+      keep_best({mode, i, error}, survivors);
+    }
+  }
+}
+
+// The pair of second-stage rows nearest to what the first stage leaves.
+int search_second_stage(const double* rest, const double* weight) {
+  int best = 0;
+  double best_error = 1e38;
+  for (int i = 0; i < kSidSecond; ++i) {
+    const double* lower = kLspSecondStage[kSidSecondStageLower[i]];
+    const double* upper = kLspSecondStage[kSidSecondStageUpper[i]];
+    double error = 0.0;
+    for (int j = 0; j < kOrder; ++j) {
+      const double d = rest[j] - (j < kHalf ? lower : upper)[j];
+      error += weight[j] * d * d;
+    }
+    if (error < best_error) {
+      best_error = error;
+      best = i;
+    }
+  }
+  return best;
+}
+
+// Weighted LSF error of the finished codevector.
+double codevector_error(int first, int second, const double* target, const double* weight) {
+  double buf[kOrder];
+  sid_codevector(first, second, buf);
+  double error = 0.0;
+  for (int j = 0; j < kOrder; ++j) {
+    const double d = target[j] - buf[j];
+    error += weight[j] * d * d;
+  }
+  return error;
+}
+
+}  // namespace
+
+double sid_gain_quantize(const double* energies, int count, int* index) {
+  const double sum = count == 2 ? energies[0] + energies[1] : energies[0];
+  const double energy = sum * kEnergyScale[count];
+  const double level = energy > 1e-30 ? 10.0 * log10_of(energy) : -300.0;
+  if (level <= -8.0) {
+    *index = 0;
+    return -12.0;
+  }
+  if (level >= 65.0) {
+    *index = kSidEnergies - 1;
+    return 66.0;
+  }
+  if (level <= 14.0) {
+    *index = std::max(static_cast<int>((level + 10.0) / 4.0), 1);
+    return 4.0 * *index - 8.0;
+  }
+  *index = std::max(static_cast<int>((level - 3.0) / 2.0), 6);
+  return 2.0 * *index + 4.0;
+}
+
+void sid_codevector(int first, int second, double* buf) {
+  const double* row = kLspFirstStage[kSidFirstStage[first]];
+  const double* lower = kLspSecondStage[kSidSecondStageLower[second]];
+  const double* upper = kLspSecondStage[kSidSecondStageUpper[second]];
+  for (int j = 0; j < kHalf; ++j) buf[j] = row[j] + lower[j];
+  for (int j = kHalf; j < kOrder; ++j) buf[j] = row[j] + upper[j];
+  lsp_spread(buf, 1, kOrder, kSpread1);
+}
+
+void sid_quantize_lsp(const double* lsp, const LspHistory& history, SidParameters* sid) {
+  double lsf[kOrder];
+  double weight[kOrder];
+  arc_cosine(lsp, lsf, kOrder);
+  condition_lsf(lsf);
+  lsf_weights(lsf, weight);
+
+  double target[kModes][kOrder];
+  double mode_weight[kModes][kOrder];
+  for (int mode = 0; mode < kModes; ++mode) {
+    const LspPredictor& predictor = kNoisePredictor[mode];
+    lsp_residual(predictor, history, lsf, target[mode]);
+    for (int j = 0; j < kOrder; ++j)
+      mode_weight[mode][j] = weight[j] * predictor.sum[j] * predictor.sum[j];
+  }
+
+  Candidate survivors[kSurvivors];
+  search_first_stage(target, survivors);
+  double best_error = 1e38;
+  for (const Candidate& c : survivors) {
+    const double* row = kLspFirstStage[kSidFirstStage[c.first]];
+    double rest[kOrder];
+    for (int j = 0; j < kOrder; ++j) rest[j] = target[c.mode][j] - row[j];
+    const int second = search_second_stage(rest, mode_weight[c.mode]);
+    const double error = codevector_error(c.first, second, target[c.mode], mode_weight[c.mode]);
+    if (error < best_error) {
+      best_error = error;
+      sid->mode = c.mode;
+      sid->first = c.first;
+      sid->second = second;
+    }
+  }
+}
+
+}  // namespace g729::inline KELG729F_TARGET

@@ -1,0 +1,38 @@
+// The words of a silence descriptor (Annex B clauses B.4.2 and B.4.3): their tables and quantisers.
+#pragma once
+
+#include "codec/dsp/constants.h"
+#include "codec/dsp/lsp_codebook.h"
+
+namespace g729::inline KELG729F_TARGET {
+
+inline constexpr int kSidFirst = 32;     // first-stage rows that a descriptor can name
+inline constexpr int kSidSecond = 16;    // pairs of second-stage rows
+inline constexpr int kSidEnergies = 32;  // energy levels
+
+// The four words of a silence descriptor.
+struct SidParameters {
+  int mode;    // noise predictor, 0 or 1
+  int first;   // 5-bit pointer to a first-stage row
+  int second;  // 4-bit pointer to a pair of second-stage rows
+  int energy;  // 5-bit energy index
+};
+
+extern const double kSidGain[kSidEnergies];         // energy index -> gain
+extern const int kSidFirstStage[kSidFirst];         // pointer -> first-stage row
+extern const int kSidSecondStageLower[kSidSecond];  // pointer -> second-stage row, columns 0..4
+extern const int kSidSecondStageUpper[kSidSecond];  // pointer -> second-stage row, columns 5..9
+
+// Quantises the sum of `count` (0..2) frame energies, none negative; count 0 takes energies[0]
+// unaveraged, the decoder's stored excitation energy. Returns the level in dB, *index its energy
+// index. The levels are 4 dB apart from -12 to 16 dB (-8 is left out) and 2 dB above.
+double sid_gain_quantize(const double* energies, int count, int* index);
+
+// buf[0..9] = the spread codebook sum that the pointers name, the predictor's innovation.
+void sid_codevector(int first, int second, double* buf);
+
+// Quantises ten LSPs: sets mode, first and second of *sid. history is the predictor memory before
+// the frame; whoever decodes the words moves it.
+void sid_quantize_lsp(const double* lsp, const LspHistory& history, SidParameters* sid);
+
+}  // namespace g729::inline KELG729F_TARGET
