@@ -1,0 +1,75 @@
+#include "codec/encoder/acelp_6k4.h"
+
+#include "codec/dsp/filters.h"
+#include "codec/dsp/pitch.h"
+#include "codec/encoder/fixed_codebook.h"
+
+namespace g729::inline KELG729F_TARGET {
+namespace {
+
+// In track order, the positions of pulse 0 are tracks 1 and 3 in turn, those of pulse 1 tracks 0,
+// 2 and 4 in turn and then all of track 1.
+constexpr int kTracksOfPulse0[] = {1, 3};
+constexpr int kTracksOfPulse1[] = {0, 2, 4, 1};
+
+struct Pulse {
+  int track, place;
+};
+
+int table_index_0(Pulse p) {
+  return 2 * p.place + p.track / 2;
+}
+int table_index_1(Pulse p) {
+  return p.track == 1 ? 24 + p.place : 3 * p.place + p.track / 2;
+}
+
+struct Pair {
+  Pulse pulse[2] = {{1, 0}, {0, 0}};
+};
+
+Pair search_pairs(const TrackVector d, const ImpulseCorrelation& rr) {
+  BestCandidate best = {0.0, 1e38};
+  Pair pair;
+  for (const int t0 : kTracksOfPulse0)
+    for (int p0 = 0; p0 < kTrackPositions; ++p0)
+      for (const int t1 : kTracksOfPulse1) {
+        const Vec8 ps = splat(d[t0][p0]) + load(d[t1]);
+        const Vec8 energy =
+            (splat(rr.diagonal[t0][p0]) + load(rr.diagonal[t1])) + load(rr.row[t0][p0][t1]);
+        const int p1 = improve_best(ps, energy, &best);
+        if (p1 >= 0) pair = {{{t0, p0}, {t1, p1}}};
+      }
+  return pair;
+}
+
+}  // namespace
+
+int acelp_search_11bit(const double* target, double* impulse, int t0, double pitch_sharp,
+                       double* code, double* y, int* sign_index) {
+  double d[kSubframe];
+  TrackVector magnitude, signs;
+  ImpulseCorrelation rr;
+  pitch_sharpen(impulse, t0, pitch_sharp);
+  correlate_target_impulse(impulse, target, d);
+  split_signs(d, magnitude, signs);
+  correlate_impulse(impulse, &rr, kTwoPulses);
+  fold_signs(signs, &rr, kTwoPulses);
+  const Pair pair = search_pairs(magnitude, rr);
+
+  int position[2];
+  double sign[2];
+  zero_vector(code, kSubframe);
+  *sign_index = 0;
+  for (int k = 0; k < 2; ++k) {
+    const Pulse p = pair.pulse[k];
+    position[k] = kTracks * p.place + p.track;
+    sign[k] = signs[p.track][p.place];
+    code[position[k]] += sign[k];
+    *sign_index |= (sign[k] > 0.0) << k;
+  }
+  filter_pulses(impulse, position, sign, 2, y);
+  pitch_sharpen(code, t0, pitch_sharp);
+  return kGray[table_index_0(pair.pulse[0])] + 16 * kGray[table_index_1(pair.pulse[1])];
+}
+
+}  // namespace g729::inline KELG729F_TARGET

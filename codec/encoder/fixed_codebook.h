@@ -1,0 +1,74 @@
+// What the fixed-codebook searches of all rates share (clause 3.8): correlations, signs, the best
+// candidate so far and the filtered innovation.
+//
+// Inside the searches everything is kept in track order: a value of position n stands at
+// [n mod 5][n div 5], so that the eight positions of a track are one Vec8.
+#pragma once
+
+#include "codec/dsp/algebraic_tables.h"
+#include "codec/dsp/constants.h"
+#include "codec/dsp/vec_lanes.h"
+
+namespace g729::inline KELG729F_TARGET {
+
+static_assert(kTrackPositions == kLanes, "a track is one vector");
+
+using TrackVector = double[kTracks][kTrackPositions];
+
+// d[n] = sum_{i=n..39} target[i] impulse[i-n], n = 0..39: the backward-filtered target.
+void correlate_target_impulse(const double* impulse, const double* target, double* d);
+
+// Correlations of the impulse response, rr(i, j) = sum_{k=0..39-max(i,j)} h[k] h[k + |i-j|].
+// row[t][p][u][q] belongs to the positions 5 p + t and 5 q + u, diagonal[t][p] to 5 p + t alone.
+struct ImpulseCorrelation {
+  TrackVector diagonal;
+  TrackVector row[kTracks][kTrackPositions];
+};
+
+// Cross terms that correlate_impulse fills; the diagonal is always filled.
+enum CorrelationLayout : int {
+  kAllPairs = 0,    // every row
+  kFourPulses = 1,  // rows of tracks 0, 1 and 2, each against the tracks above its own
+  kTwoPulses = 2    // rows of tracks 1 and 3 against tracks 0, 1, 2 and 4
+};
+void correlate_impulse(const double* impulse, ImpulseCorrelation* rr, CorrelationLayout layout);
+
+// Multiplies the cross terms by 2 sign(i) sign(j): a search then only adds them.
+void fold_signs(const TrackVector sign, ImpulseCorrelation* rr, CorrelationLayout layout);
+
+// The signs fixed before a search, +1 where d[n] >= 0 and -1 elsewhere, and |d|; both in track
+// order.
+void split_signs(const double* d, TrackVector magnitude, TrackVector sign);
+
+// The best candidate so far: its squared correlation and its energy.
+struct BestCandidate {
+  double square;
+  double energy;
+};
+
+// Compares eight candidates with the best, in the order of the lanes; one replaces it when
+// correlation^2 * best energy > best square * its energy. Returns the lane of the last one that
+// did, -1 when none did.
+KELG729F_VEC int improve_best(Vec8 correlation, Vec8 energy, BestCandidate* best) {
+  const Vec8 square = correlation * correlation;
+  unsigned better = lanes_greater(square * splat(best->energy), splat(best->square) * energy);
+  if (better == 0) [[likely]]
+    return -1;
+  double squares[kLanes], energies[kLanes];
+  store(squares, square);
+  store(energies, energy);
+  int winner;
+  do {
+    winner = first_lane(better);
+    *best = {squares[winner], energies[winner]};
+    better = lanes_greater(square * splat(best->energy), splat(best->square) * energy);
+    better = lanes_after(better, winner);
+  } while (better != 0);
+  return winner;
+}
+
+// y[n] = sum_k sign[k] impulse[n - position[k]], n = 0..39, in the order of k.
+void filter_pulses(const double* impulse, const int* position, const double* sign, int pulses,
+                   double* y);
+
+}  // namespace g729::inline KELG729F_TARGET

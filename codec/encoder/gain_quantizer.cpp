@@ -1,0 +1,166 @@
+#include "codec/encoder/gain_quantizer.h"
+
+#include <algorithm>
+
+#include "codec/dsp/filters.h"
+#include "codec/dsp/vec_lanes.h"
+
+namespace g729::inline KELG729F_TARGET {
+namespace {
+
+constexpr double kTamedOptimum = 0.94;
+constexpr double kTamedPitch = 0.9999;
+constexpr double kWorst = 1e38;
+
+// Constants of the pre-selection: the optimum is moved to coordinates in which the entries of each
+// stage stand in order, and thresholds between them tell where to start.
+struct Preselection {
+  double a;  // slope, pitch part to code part
+  double b;  // offset
+  double c;  // slope
+  double e;  // offset
+  double k;  // normaliser
+  int thresholds_a, thresholds_b;
+  double threshold_a[4];
+  double threshold_b[8];
+  int candidates_a, candidates_b;
+};
+
+constexpr Preselection kPreselection8k = {
+    31.134575,
+    1.612322,
+    0.481389,
+    0.053056,
+    -0.032623,
+    4,
+    8,
+    {0.659681, 0.755274, 1.207205, 1.98774},
+    {0.429912, 0.494045, 0.618737, 0.650676, 0.717949, 0.77005, 0.850628, 0.932089},
+    4,
+    8};
+constexpr Preselection kPreselection6k4 = {
+    36.632507,           2.514171, 0.399259, 0.073709, -0.027599, 2, 2, {1.210869, 2.401702},
+    {0.525915, 0.76732}, 6,        6};
+
+static_assert(kPreselection8k.thresholds_a + kPreselection8k.candidates_a == kGainStageA &&
+              kPreselection8k.thresholds_b + kPreselection8k.candidates_b == kGainStageB);
+static_assert(kPreselection6k4.thresholds_a + kPreselection6k4.candidates_a == kGainStageA &&
+              kPreselection6k4.thresholds_b + kPreselection6k4.candidates_b == kGainStageB6k4);
+static_assert(kPreselection8k.candidates_b <= kLanes && kPreselection6k4.candidates_b <= kLanes,
+              "the candidates of stage B are one vector");
+
+struct Optimum {
+  double pitch, code;
+};
+
+Optimum unconstrained_optimum(const double* c, int tame_flag) {
+  const double t = -1.0 / (4.0 * c[0] * c[2] - c[4] * c[4]);
+  Optimum best = {t * (2.0 * c[2] * c[1] - c[4] * c[3]), t * (2.0 * c[0] * c[3] - c[4] * c[1])};
+  if (tame_flag == 1) best.pitch = std::min(best.pitch, kTamedOptimum);
+  return best;
+}
+
+// Leading thresholds T that value exceeds as T g0; with g0 <= 0 those it stays below.
+int count_thresholds(double value, double g0, const double* threshold, int n) {
+  int passed = 0;
+  while (passed < n && (g0 > 0.0 ? value > threshold[passed] * g0 : value < threshold[passed] * g0))
+    ++passed;
+  return passed;
+}
+
+struct Candidates {
+  int a, b;  // first entry searched of each stage
+};
+
+Candidates preselect(const Preselection& p, const Optimum& g, double g0) {
+  const double x = p.k * (g.code - (p.a * g.pitch + p.e) * g0);
+  const double y = p.k * ((p.a * g.pitch - p.b) * p.c * g0 - p.a * g.code);
+  return {count_thresholds(y, g0, p.threshold_a, p.thresholds_a),
+          count_thresholds(x, g0, p.threshold_b, p.thresholds_b)};
+}
+
+struct Choice {
+  int a, b;  // indices into the stages
+};
+
+// Entries of stage B side by side; lanes beyond the candidates repeat the last one.
+struct StageB {
+  Vec8 pitch, code;
+};
+StageB gather(const GainPair* entry, int n) {
+  double pitch[kLanes], code[kLanes];
+  for (int i = 0; i < kLanes; ++i) {
+    pitch[i] = entry[std::min(i, n - 1)].pitch;
+    code[i] = entry[std::min(i, n - 1)].code;
+  }
+  return {load(pitch), load(code)};
+}
+
+Choice search(const GainPair* stage_a, const GainPair* stage_b, const Preselection& p,
+              Candidates first, const double* c, double g0, int tame_flag) {
+  const StageB b = gather(stage_b + first.b, p.candidates_b);
+  double least = kWorst;
+  Choice choice = {0, 0};
+  for (int i = first.a; i < first.a + p.candidates_a; ++i) {
+    const Vec8 pitch = splat(stage_a[i].pitch) + b.pitch;
+    const Vec8 code = splat(g0) * (splat(stage_a[i].code) + b.code);
+    Vec8 error = ((splat(c[0]) * pitch + splat(c[1])) + splat(c[4]) * code) * pitch +
+                 (splat(c[2]) * code + splat(c[3])) * code;
+    if (tame_flag == 1) error = select(splat(kTamedPitch) <= pitch, splat(kWorst), error);
+    double errors[kLanes];
+    store(errors, error);
+    unsigned better = lanes_greater(splat(least), error);
+    while (better != 0) {
+      const int lane = first_lane(better);
+      least = errors[lane];
+      choice = {i, first.b + lane};
+      better = lanes_after(lanes_greater(splat(least), error), lane);
+    }
+  }
+  return choice;
+}
+
+// What the two forms share; returns the correction factor.
+double quantize(const GainPair* stage_a, const GainPair* stage_b, const Preselection& p,
+                const double* gain_coeff, double g0, int tame_flag, Choice* choice,
+                double* gain_pitch, double* gain_code) {
+  const Optimum optimum = unconstrained_optimum(gain_coeff, tame_flag);
+  const Candidates first = preselect(p, optimum, g0);
+  *choice = search(stage_a, stage_b, p, first, gain_coeff, g0, tame_flag);
+  const GainPair& a = stage_a[choice->a];
+  const GainPair& b = stage_b[choice->b];
+  const double factor = a.code + b.code;
+  *gain_pitch = a.pitch + b.pitch;
+  *gain_code = g0 * factor;
+  return factor;
+}
+
+}  // namespace
+
+void gain_correlations(const double* x, const double* y1, const double* z, double* gain_coeff) {
+  gain_coeff[2] = dot(z, z, kSubframe) + 0.01;
+  gain_coeff[3] = -2.0 * dot(x, z, kSubframe);
+  gain_coeff[4] = 2.0 * dot(y1, z, kSubframe);
+}
+
+int gain_quantize(const double* code, const double* gain_coeff, int length, double* gain_pitch,
+                  double* gain_code, int tame_flag, GainHistory* past_energy) {
+  const double g0 = gain_predict(*past_energy, code, length);
+  Choice choice;
+  const double factor = quantize(kGainA, kGainB, kPreselection8k, gain_coeff, g0, tame_flag,
+                                 &choice, gain_pitch, gain_code);
+  gain_history_push(past_energy, factor);
+  return kGainStageB * kGainCodeA[choice.a] + kGainCodeB[choice.b];
+}
+
+int gain_quantize_6k4(const double* code, const double* gain_coeff, int length, double* gain_pitch,
+                      double* gain_code, int tame_flag, GainHistory* past_energy) {
+  const double g0 = gain_predict(*past_energy, code, length);
+  Choice choice;
+  const double factor = quantize(kGainA6k4, kGainB6k4, kPreselection6k4, gain_coeff, g0, tame_flag,
+                                 &choice, gain_pitch, gain_code);
+  gain_history_push(past_energy, std::max(factor, kGainFloor6k4));
+  return kGainStageB6k4 * kGainCodeA6k4[choice.a] + kGainCodeB6k4[choice.b];
+}
+
+}  // namespace g729::inline KELG729F_TARGET
