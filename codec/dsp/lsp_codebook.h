@@ -20,6 +20,15 @@ inline constexpr double kLsfHigh = 3.135;   // highest LSF
 extern const double kLspFirstStage[kFirstStage][kOrder];
 extern const double kLspSecondStage[kSecondStage][kOrder];
 
+// A codebook for searches over eight rows at once: block[b][j][i] is column j of row 8 b + i.
+template <int Rows>
+struct CodebookBlocks {
+  static constexpr int kCount = Rows / 8;
+  alignas(64) double block[kCount][kOrder][8];
+};
+extern const CodebookBlocks<kFirstStage> kLspFirstStageBlocks;
+extern const CodebookBlocks<kSecondStage> kLspSecondStageBlocks;
+
 // An MA predictor of the LSF vector with what follows from its coefficients, column by column.
 struct LspPredictor {
   double coefficient[kMaOrder][kOrder];  // newest vector first

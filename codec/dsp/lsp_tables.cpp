@@ -4,7 +4,7 @@
 namespace g729::inline KELG729F_TARGET {
 
 // clang-format off
-const double kLspFirstStage[kFirstStage][kOrder] = {
+constexpr double kLspFirstStage[kFirstStage][kOrder] = {
     {0.1814, 0.2647, 0.4580, 1.1077, 1.4813, 1.7022, 2.1953, 2.3405, 2.5867, 2.6636},
     {0.2113, 0.3223, 0.4212, 0.5946, 0.7479, 0.9615, 1.9097, 2.1750, 2.4773, 2.6737},
     {0.1915, 0.2755, 0.3770, 0.5950, 1.3505, 1.6349, 2.2348, 2.3552, 2.5768, 2.6540},
@@ -135,7 +135,7 @@ const double kLspFirstStage[kFirstStage][kOrder] = {
     {0.2101, 0.3146, 0.6779, 0.8783, 1.0561, 1.3045, 1.8395, 2.0695, 2.2831, 2.4328},
 };
 
-const double kLspSecondStage[kSecondStage][kOrder] = {
+constexpr double kLspSecondStage[kSecondStage][kOrder] = {
     {-0.0532, -0.0995, -0.0906, 0.1261, -0.0633, 0.0711, -0.1467, 0.1012, 0.0106, 0.0470},
     {-0.1017, -0.1088, 0.0566, -0.0010, -0.1528, 0.1771, 0.0089, -0.0282, 0.1055, 0.0808},
     {-0.1247, 0.0283, -0.0374, 0.0393, -0.0269, -0.0200, -0.0643, -0.0921, -0.1994, 0.0327},
@@ -170,5 +170,20 @@ const double kLspSecondStage[kSecondStage][kOrder] = {
     {-0.0199, 0.0823, -0.0014, -0.1082, 0.0649, -0.1374, -0.0324, -0.0296, 0.0885, 0.1141},
 };
 // clang-format on
+
+namespace {
+
+template <int Rows>
+constexpr CodebookBlocks<Rows> blocks_of(const double (&rows)[Rows][kOrder]) {
+  CodebookBlocks<Rows> r = {};
+  for (int i = 0; i < Rows; ++i)
+    for (int j = 0; j < kOrder; ++j) r.block[i / 8][j][i % 8] = rows[i][j];
+  return r;
+}
+
+}  // namespace
+
+constexpr CodebookBlocks<kFirstStage> kLspFirstStageBlocks = blocks_of(kLspFirstStage);
+constexpr CodebookBlocks<kSecondStage> kLspSecondStageBlocks = blocks_of(kLspSecondStage);
 
 }  // namespace g729::inline KELG729F_TARGET

@@ -2,8 +2,8 @@
 //
 // Every kernel is written on Vec8 or on single doubles. A Vec8 is as many native vectors as make
 // eight lanes: one with AVX-512, two with AVX, four with SSE2 or NEON, eight plain doubles when the
-// build has vector code switched off. A lane never meets another lane except in sum(), whose order
-// is fixed; so every build yields the same doubles.
+// build has vector code switched off. A lane never meets another lane except in slide(), which only
+// moves, and in sum(), whose order is fixed; so every build yields the same doubles.
 #pragma once
 
 #if defined(__SSE2__) && !defined(KELG729F_PLAIN)
@@ -128,6 +128,25 @@ KELG729F_VEC Vec8 square_root(Vec8 v) {
     for (int k = 0; k < kNativeLanes; ++k) v.part[i][k] = __builtin_sqrt(v.part[i][k]);
 #endif
   return v;
+}
+
+// Lane i is lane i - 1 of `v`; lane 0 is lane 7 of `before`. What a recursion needs that moves an
+// array by one element from step to step.
+KELG729F_VEC Vec8 slide(Vec8 before, Vec8 v) {
+  Vec8 r;
+  for (int i = 0; i < kParts; ++i) {
+    const Native left = i == 0 ? before.part[kParts - 1] : v.part[i - 1];
+#if defined(KELG729F_PLAIN)
+    r.part[i] = left;
+#elif defined(__AVX512F__)
+    r.part[i] = __builtin_shufflevector(left, v.part[i], 7, 8, 9, 10, 11, 12, 13, 14);
+#elif defined(__AVX__)
+    r.part[i] = __builtin_shufflevector(left, v.part[i], 3, 4, 5, 6);
+#else
+    r.part[i] = __builtin_shufflevector(left, v.part[i], 1, 2);
+#endif
+  }
+  return r;
 }
 
 // Sum of the lanes, always as ((0+4)+(2+6)) + ((1+5)+(3+7)).
