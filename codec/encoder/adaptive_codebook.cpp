@@ -1,0 +1,150 @@
+#include "codec/encoder/adaptive_codebook.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "codec/dsp/filters.h"
+#include "codec/dsp/pitch.h"
+#include "codec/dsp/vec.h"
+
+namespace g729::inline KELG729F_TARGET {
+namespace {
+
+constexpr int kLastFractionalLag = 84;  // first subframe
+constexpr int kWidth = 10;              // integer lags of the widest range
+constexpr int kMargin = 4;              // lags that the interpolation reads beyond the range
+constexpr double kEnergyFloor = 0.01;
+constexpr double kMaxPitchGain = 1.2;
+static_assert(kPitchMax + kMargin <= kExcitationPast);
+
+// Interpolation of the normalised correlation by thirds of a sample: a windowed sinc.
+constexpr double kCorrelationInterpolation[3 * kMargin + 1] = {
+    0.900839, 0.760084, 0.424082, 0.084078, -0.10557,  -0.12112, -0.047624,
+    0.016285, 0.031217, 0.015738, 0.0,      -0.005925, 0.0,
+};
+
+constexpr int kVectors = kSubframe / kLanes;
+
+// Moves the filtered excitation y from one lag to the next: y[i] <- y[i - 1] + sample * h[i], where
+// `sample` is the excitation that the longer lag brings in.
+void delay_filtered(Vec8* y, double sample, const double* h) {
+  const Vec8 s = splat(sample);
+  for (int v = kVectors - 1; v > 0; --v) y[v] = slide(y[v - 1], y[v]) + s * load(h + v * kLanes);
+  y[0] = slide(splat(0.0), y[0]) + s * load(h);
+}
+
+// Normalised correlation of the target with the filtered excitation, corr[k] at lag first + k. The
+// square root is a single-precision one, as decisions depend on its rounding.
+void normalised_correlations(const double* exc, const double* xn, const double* h, int first,
+                             int count, double* corr) {
+  double start[kSubframe];
+  convolve(exc - first, h, start);
+  Vec8 y[kVectors];
+  for (int v = 0; v < kVectors; ++v) y[v] = load(start + v * kLanes);
+  double energy[kWidth + 2 * kMargin];
+  for (int k = 0; k < count; ++k) {
+    Vec8 xy = splat(0.0), yy = splat(0.0);
+    for (int v = 0; v < kVectors; ++v) {
+      xy = xy + load(xn + v * kLanes) * y[v];
+      yy = yy + y[v] * y[v];
+    }
+    corr[k] = sum(xy);
+    energy[k] = kEnergyFloor + sum(yy);
+    delay_filtered(y, exc[-(first + k + 1)], h);
+  }
+  for (int k = 0; k < count; ++k) corr[k] /= std::sqrt(static_cast<float>(energy[k]));
+}
+
+// Correlation at c[0]'s lag + f / 3, f -2..2.
+double interpolate(const double* c, int f) {
+  if (f < 0) {
+    f += 3;
+    --c;
+  }
+  double value = 0.0;
+  for (int i = 0; i < kMargin; ++i) {
+    value += c[-i] * kCorrelationInterpolation[f + 3 * i] +
+             c[1 + i] * kCorrelationInterpolation[3 - f + 3 * i];
+  }
+  return value;
+}
+
+// Fractions tried around an integer lag, in thirds; {0, 0} for none.
+struct Fractions {
+  int first, last;
+};
+
+Fractions fractions_of(int lag, LagRange range, int i_subfr, int rate) {
+  constexpr Fractions kNone = {0, 0}, kAll = {-2, 2};
+  if (i_subfr == 0) return lag > kLastFractionalLag ? kNone : kAll;
+  if (rate != kRate6k4) return kAll;
+  switch (range.t0_max - lag) {
+    case 6:
+      return {0, 2};
+    case 5:
+    case 4:
+      return kAll;
+    case 3:
+      return {-2, 0};
+    default:
+      return kNone;
+  }
+}
+
+// The fraction of the greatest interpolated correlation, the lowest among equals.
+int best_fraction(const double* c, Fractions tried) {
+  int best = tried.first;
+  if (tried.first == tried.last) return best;
+  double greatest = interpolate(c, best);
+  for (int f = tried.first + 1; f <= tried.last; ++f) {
+    const double value = interpolate(c, f);
+    if (value > greatest) {
+      greatest = value;
+      best = f;
+    }
+  }
+  return best;
+}
+
+}  // namespace
+
+PitchLag closed_loop_pitch(const double* exc, const double* xn, const double* h, LagRange range,
+                           int i_subfr, int rate) {
+  const int first = range.t0_min - kMargin;
+  const int count = range.t0_max - range.t0_min + 1 + 2 * kMargin;
+  double corr[kWidth + 2 * kMargin];
+  normalised_correlations(exc, xn, h, first, count, corr);
+
+  int lag = range.t0_min;
+  for (int t = range.t0_min + 1; t <= range.t0_max; ++t)
+    if (corr[t - first] >= corr[lag - first]) lag = t;
+
+  const int f = best_fraction(&corr[lag - first], fractions_of(lag, range, i_subfr, rate));
+  if (f == -2) return {lag - 1, 1};
+  if (f == 2) return {lag + 1, -1};
+  return {lag, f};
+}
+
+int encode_lag(PitchLag lag, LagRange* range, int i_subfr, int rate) {
+  const auto [t0, frac] = lag;
+  if (i_subfr == 0) {
+    range->t0_min = second_lag_min(t0);
+    range->t0_max = range->t0_min + kWidth - 1;
+    return t0 <= kLastFractionalLag + 1 ? 3 * t0 - 58 + frac : t0 + 112;
+  }
+  const int offset = t0 - range->t0_min;
+  if (rate != kRate6k4) return 3 * offset + 2 + frac;
+  if (offset < 3) return offset;
+  if (offset < 7) return 3 * (offset - 3) + 3 + frac;
+  return offset + 6;
+}
+
+double pitch_gain(const double* y1, const double* xn, double g_coeff[2]) {
+  const double xy = dot(xn, y1, kSubframe);
+  const double yy = kEnergyFloor + dot(y1, y1, kSubframe);
+  g_coeff[0] = yy;
+  g_coeff[1] = 0.01 - 2.0 * xy;
+  return std::clamp(xy / yy, 0.0, kMaxPitchGain);
+}
+
+}  // namespace g729::inline KELG729F_TARGET

@@ -1,0 +1,30 @@
+// The encoder's short-term analysis up to the Levinson-Durbin recursion, and the interpolation of
+// the unquantised LSPs (clauses 3.2.1 and 3.2.5).
+#pragma once
+
+#include "codec/dsp/constants.h"
+
+namespace g729::inline KELG729F_TARGET {
+
+inline constexpr int kAutocorrelations = 12;  // highest lag the analysis computes
+
+// Half a Hamming window over 200 samples, then a quarter cosine over 40; 8 decimals.
+extern const double kLpWindow[kWindow];
+
+// 60 Hz bandwidth expansion, lags 1..12 in elements 0..11, divided by the white-noise correction
+// 1.0001 so that r[0] is never scaled; 8 decimals.
+extern const double kLagWindow[kAutocorrelations];
+
+// r[k] = sum over n = k..239 of y[n] y[n-k], k = 0..12, where y is x[0..239] times the window;
+// r[0] is at least 1.0.
+void autocorrelation(const double* x, double* r);
+
+// r[i] *= lag window, i = 1..12; r[0] stays.
+void apply_lag_window(double* r);
+
+// LP vectors of both subframes, a[0..10] from the mean of old and new LSPs and a[11..21] from the
+// new, with the LSFs (radians) of the two sets.
+void interpolate_lpc(const double* lsp_old, const double* lsp_new, double* lsf_int, double* lsf_new,
+                     double* a);
+
+}  // namespace g729::inline KELG729F_TARGET
