@@ -1,0 +1,35 @@
+// Phase dispersion of the sparse 6.4 kbit/s excitation (Annex D).
+#pragma once
+
+#include "codec/dsp/constants.h"
+
+namespace g729::inline KELG729F_TARGET {
+
+// How strongly a subframe's code is dispersed.
+enum DispersionStrength : int { kStrong = 0, kMedium = 1, kNone = 2 };
+
+inline constexpr int kDispersionGains = 6;
+
+struct DispersionState {
+  double gain_pitch[kDispersionGains] = {1, 1, 1, 1, 1, 1};  // recent adaptive gains, newest first
+  double prev_gain_code = 1.0;                               // fixed gain of the last subframe
+  int prev_strength = kNone;                                 // its strength
+  int onset = 0;  // 2 on an onset, falling by one a subframe
+};
+
+// An impulse response, all-pass under circular convolution of 40 samples, as two periods:
+// h[k + 40] = h[k].
+struct DispersionResponse {
+  double h[2 * kSubframe];
+};
+extern const DispersionResponse kDispersionResponse[2];  // strong, medium
+
+// A subframe that is not dispersed: follows its gains.
+void phase_dispersion_update(DispersionState* state, double gain_pitch, double gain_code);
+
+// exc[n] = gain_pitch * adaptive[n] + gain_code * dispersed code[n], n = 0..39. exc must overlap
+// neither input.
+void phase_dispersion(DispersionState* state, const double* adaptive, const double* code,
+                      double gain_code, double gain_pitch, double* exc);
+
+}  // namespace g729::inline KELG729F_TARGET

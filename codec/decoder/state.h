@@ -1,0 +1,54 @@
+// The decoder core's record: everything that a frame leaves for the next one.
+#pragma once
+
+#include <cstdint>
+
+#include "codec/decoder/gain_decode.h"
+#include "codec/decoder/lsp_decode.h"
+#include "codec/decoder/phase_dispersion.h"
+#include "codec/dsp/backward_lp.h"
+#include "codec/dsp/backward_mode.h"
+#include "codec/dsp/constants.h"
+#include "codec/dsp/pitch.h"
+#include "codec/dsp/random.h"
+#include "codec/dtx/comfort_noise.h"
+
+namespace g729::inline KELG729F_TARGET {
+
+struct DecoderCoreState {
+  // Excitation: the past, then the current frame's 80 samples.
+  double old_exc[kExcitationPast + kFrame] = {};
+  double synth_mem[kBackwardOrder] = {};  // last outputs; order 10 uses the newest ten
+
+  LspDecoderState lsp;
+  double lsp_old[kOrder] = {0.9595,  0.8413,  0.6549,  0.4154,  0.1423,
+                            -0.1423, -0.4154, -0.6549, -0.8413, -0.9595};  // last decoded LSPs
+
+  GainDecoderState gains;
+  double sharp = kSharpMin;  // pitch sharpening of the next subframe
+  DispersionState dispersion;
+  int old_t0 = 60;  // last integer pitch lag, what concealment repeats
+  int old_t0_frac = 0;
+
+  ComfortNoiseState noise;
+  int16_t noise_seed = kNoiseSeed;
+  int16_t erasure_seed = kErasureSeed;
+  double frame_energy = 0;  // excitation energy of the last good speech frame
+
+  // 11.8 kbit/s: the backward filter and how it passes through erasures.
+  BackwardLpState backward;
+  BackwardSmoothing smoothing;
+  BackwardDominance dominance;
+  double frozen_a[kBackwardCoeffs] = {1.0};  // backward filter at the first erased frame
+  double transition_gamma = 0;               // share of frozen_a in the backward filter
+  int bwd35_count = 0;                       // backward subframes in a row, at most 30
+
+  int past_frame_type = kSpeech8k;
+  int prev_bfi = 0;  // 1 when the last frame was erased
+  int prev_lp_mode = kForward;
+  int prev_mode_word = 0;  // the voicing word in force in the last frame
+};
+
+void decoder_core_init(DecoderCoreState* state);
+
+}  // namespace g729::inline KELG729F_TARGET
