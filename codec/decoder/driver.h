@@ -9,7 +9,6 @@
 namespace g729::inline KELG729F_TARGET {
 
 // Entries of a parameter set: the erasure flag, the frame type, then the fields.
-inline constexpr int kParameters = 21;
 enum ParameterEntry : int { kErased = 0, kType = 1, kFields = 2 };
 
 // The synthesis buffer: past synthesis, then the current frame.

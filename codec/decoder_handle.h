@@ -1,0 +1,52 @@
+// The decoder's record and its frame operations.
+#pragma once
+
+#include <cstdint>
+
+#include "codec/bitstream.h"
+#include "codec/decoder/driver.h"
+#include "codec/decoder/postfilter.h"
+#include "codec/decoder/postprocess.h"
+
+namespace g729::inline KELG729F_TARGET {
+
+inline constexpr int kInitialVoicing = 60;
+inline constexpr int kMaxPackedBytes =
+    (kSerialWords - 2) / 8;  // what the serial frame has room for
+
+struct DecoderHandle {
+  DecoderCoreState core;
+  PostFilterState postfilter;
+  BiquadMemory postprocessing = {};
+  double synthesis[kSynthesisBuffer] =
+      {};                      // past synthesis, then the frame's before the post-filter
+  double output[kFrame] = {};  // the frame after post-filter and high-pass
+  DecodedFrame decoded;
+  int32_t parameters[kDecoderWords] = {};
+  uint16_t serial[kSerialWords] = {kSyncWord, kBits8k};
+  int voicing = kInitialVoicing;  // long-term post-filter delay in the last frame, 0 without one
+  // Post-filter factors that follow the 11.8 kbit/s mode.
+  double gamma_d = 0.7;
+  double gamma_n = 0.65;
+  double gamma_h = 0.25;
+  int previous_bits = kBits8k;  // bit count of the last frame
+  uint32_t frame_counter = 0;   // frames decoded
+};
+
+// Brings a handle to its state at the start of a call.
+void decoder_init(DecoderHandle* handle);
+
+// Decodes a serial frame of any type, see g729_decoder_decode_serial(). Writes samples[80].
+void decode_serial_frame(DecoderHandle* handle, const uint16_t* serial, int16_t* samples);
+
+// Decodes `size` bytes by way of a serial frame of 8 * size bits (modulo 256); at most
+// kMaxPackedBytes are read. bytes may be null when size is 0. Writes samples[80].
+void decode_packed_frame(DecoderHandle* handle, const uint8_t* bytes, uint32_t size,
+                         int16_t* samples);
+
+// The 80 samples of synthesis of the last frame, before the post-filter.
+inline const double* decoder_synthesis(const DecoderHandle& handle) {
+  return handle.synthesis + kSynthesisPast;
+}
+
+}  // namespace g729::inline KELG729F_TARGET
