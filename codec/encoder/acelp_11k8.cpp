@@ -1,0 +1,205 @@
+#include "codec/encoder/acelp_11k8.h"
+
+#include <cmath>
+
+#include "codec/dsp/filters.h"
+#include "codec/dsp/pitch.h"
+#include "codec/encoder/fixed_codebook.h"
+
+namespace g729::inline KELG729F_TARGET {
+namespace {
+
+constexpr int kForwardPulses = 10;
+constexpr int kBackwardPulses = 12;
+constexpr int kMaxPerTrack = 3;
+constexpr double kResidualShare = 2.0;  // of the residual-domain target in the choice of signs
+
+struct Search {
+  TrackVector d;  // backward-filtered target times the signs
+  TrackVector sign;
+  TrackVector merit;  // what the signs were taken from, in magnitude: how promising a position is
+  ImpulseCorrelation rr;
+};
+
+// The pulses placed so far and what another one would add to the energy.
+struct PulseSet {
+  double ps = 0.0;
+  double energy = 0.0;
+  Vec8 cross[kTracks] = {};
+  int pulses = 0;
+  int track[kBackwardPulses];
+  int place[kBackwardPulses];
+};
+
+// x with impulse response h becomes the innovation that would meet the target exactly.
+void deconvolve(const double* h, const double* target, double* x) {
+  double work[2 * kSubframe] = {};
+  double tail[2 * kSubframe] = {};
+  copy_vector(target, work, kSubframe);
+  copy_vector(h + 1, tail, kSubframe - 1);
+  for (int n = 0; n < kSubframe; ++n) {
+    x[n] = work[n];
+    const Vec8 scale = splat(x[n]);
+    for (int k = 0; n + 1 + k < kSubframe; k += kLanes) {
+      double* rest = work + n + 1 + k;
+      store(rest, load(rest) - scale * load(tail + k));
+    }
+  }
+}
+
+// Signs from a mix of the backward-filtered target, which ignores how pulses interfere, with the
+// residual-domain target, which knows no noise shaping.
+void choose_signs(const double* impulse, const double* target, Search* s) {
+  double d[kSubframe], residual[kSubframe], mix[kSubframe];
+  correlate_target_impulse(impulse, target, d);
+  deconvolve(impulse, target, residual);
+  const double norm_d = 1.0 / std::sqrt(dot(d, d, kSubframe) + 0.01);
+  const double norm_r = kResidualShare / std::sqrt(dot(residual, residual, kSubframe) + 0.01);
+  for (int n = 0; n < kSubframe; ++n) mix[n] = norm_d * d[n] + norm_r * residual[n];
+  split_signs(mix, s->merit, s->sign);
+  for (int t = 0; t < kTracks; ++t)
+    for (int p = 0; p < kTrackPositions; ++p) s->d[t][p] = d[kTracks * p + t] * s->sign[t][p];
+}
+
+void add_pulse(const Search& s, int t, int p, PulseSet* set) {
+  double cross[kLanes];
+  store(cross, set->cross[t]);
+  set->ps += s.d[t][p];
+  set->energy += s.rr.diagonal[t][p] + cross[p];
+  for (int u = 0; u < kTracks; ++u) set->cross[u] = set->cross[u] + load(s.rr.row[t][p][u]);
+  set->track[set->pulses] = t;
+  set->place[set->pulses++] = p;
+}
+
+Vec8 positive(Vec8 x) {
+  return select(splat(0.0) < x, x, splat(0.0));
+}
+
+void add_best_pulse(const Search& s, int t, PulseSet* set) {
+  BestCandidate best = {0.0, 1e38};
+  const Vec8 ps = splat(set->ps) + load(s.d[t]);
+  const Vec8 energy = splat(set->energy) + (load(s.rr.diagonal[t]) + set->cross[t]);
+  const int p = improve_best(positive(ps), energy, &best);
+  add_pulse(s, t, p < 0 ? 0 : p, set);
+}
+
+void add_best_pair(const Search& s, int t0, int t1, PulseSet* set) {
+  BestCandidate best = {0.0, 1e38};
+  int best0 = 0, best1 = 0;
+  double energy0[kLanes];
+  store(energy0, splat(set->energy) + (load(s.rr.diagonal[t0]) + set->cross[t0]));
+  const Vec8 energy1 = load(s.rr.diagonal[t1]) + set->cross[t1];
+  for (int p = 0; p < kTrackPositions; ++p) {
+    const Vec8 ps = splat(set->ps + s.d[t0][p]) + load(s.d[t1]);
+    const Vec8 energy = splat(energy0[p]) + (energy1 + load(s.rr.row[t0][p][t1]));
+    const int lane = improve_best(positive(ps), energy, &best);
+    if (lane < 0) continue;
+    best0 = p;
+    best1 = lane;
+  }
+  add_pulse(s, t0, best0, set);
+  add_pulse(s, t1, best1, set);
+}
+
+int most_promising(const double* merit) {
+  int best = 0;
+  for (int p = 1; p < kTrackPositions; ++p)
+    if (merit[p] > merit[best]) best = p;
+  return best;
+}
+
+// Pulse k goes to track first + k: two rounds of the tracks, and the backward codebook's last two
+// pulses to the first two tracks again.
+PulseSet search_from(const Search& s, int first, int pulses) {
+  PulseSet set;
+  add_pulse(s, first, most_promising(s.merit[first]), &set);
+  add_best_pulse(s, (first + 1) % kTracks, &set);
+  while (set.pulses < pulses) {
+    const int t = first + set.pulses;
+    add_best_pair(s, t % kTracks, (t + 1) % kTracks, &set);
+  }
+  return set;
+}
+
+PulseSet search_pulses(const Search& s, int pulses) {
+  PulseSet best = search_from(s, 0, pulses);
+  for (int first = 1; first < kTracks; ++first) {
+    const PulseSet set = search_from(s, first, pulses);
+    if (set.ps > 0.0 && set.ps * set.ps * best.energy > best.ps * best.ps * set.energy) best = set;
+  }
+  return best;
+}
+
+struct Pulse {
+  int place;
+  bool negative;
+};
+
+// Whether b, sent after a, is understood with its sign.
+bool may_follow(Pulse a, Pulse b) {
+  return (b.place > a.place) == (a.negative != b.negative);
+}
+
+int pack(const Pulse* p, int n) {
+  int word = p[0].place | p[0].negative << 3 | p[1].place << 4;
+  if (n == kMaxPerTrack) word |= p[2].place << 7;
+  return word;
+}
+
+// One track's pulses in an order that tells their signs; some order always does, because pulses
+// of one position have one sign.
+int track_word(const Pulse* p, int n) {
+  static constexpr int kOrders[][kMaxPerTrack] = {{0, 1, 2}, {1, 0, 2}, {0, 2, 1},
+                                                  {1, 2, 0}, {2, 0, 1}, {2, 1, 0}};
+  Pulse sent[kMaxPerTrack] = {};
+  for (int k = 0; k < (n == kMaxPerTrack ? 6 : 2); ++k) {
+    bool valid = true;
+    for (int i = 0; i < n; ++i) {
+      sent[i] = p[kOrders[k][i]];
+      valid = valid && (i == 0 || may_follow(sent[i - 1], sent[i]));
+    }
+    if (valid) break;
+  }
+  return pack(sent, n);
+}
+
+void write_words(LpMode lp_mode, const Search& s, const PulseSet& set, int* words) {
+  Pulse pulse[kTracks][kMaxPerTrack];
+  int count[kTracks] = {};
+  for (int k = 0; k < set.pulses; ++k) {
+    const int t = set.track[k], p = set.place[k];
+    pulse[t][count[t]++] = {p, s.sign[t][p] < 0.0};
+  }
+  const int first = lp_mode == kBackward ? set.track[0] : 0;
+  for (int w = 0; w < kCodebookWords118; ++w) {
+    const int t = (first + w) % kTracks;
+    words[w] = track_word(pulse[t], count[t]);
+  }
+  if (lp_mode == kBackward) words[0] |= first << 10;
+}
+
+}  // namespace
+
+void acelp_search_118(LpMode lp_mode, const double* target, double* impulse, int t0,
+                      double pitch_sharp, double* code, double* y, int* words) {
+  Search s;
+  pitch_sharpen(impulse, t0, pitch_sharp);
+  choose_signs(impulse, target, &s);
+  correlate_impulse(impulse, &s.rr, kAllPairs);
+  fold_signs(s.sign, &s.rr, kAllPairs);
+  const PulseSet set = search_pulses(s, lp_mode == kBackward ? kBackwardPulses : kForwardPulses);
+  write_words(lp_mode, s, set, words);
+
+  int position[kBackwardPulses];
+  double sign[kBackwardPulses];
+  zero_vector(code, kSubframe);
+  for (int k = 0; k < set.pulses; ++k) {
+    position[k] = kTracks * set.place[k] + set.track[k];
+    sign[k] = s.sign[set.track[k]][set.place[k]];
+    code[position[k]] += sign[k];
+  }
+  filter_pulses(impulse, position, sign, set.pulses, y);
+  pitch_sharpen(code, t0, pitch_sharp);
+}
+
+}  // namespace g729::inline KELG729F_TARGET
