@@ -181,28 +181,15 @@ void synthesize(DecoderCoreState* state, int order, const double* a, const doubl
   copy_vector(speech + kSubframe - kBackwardOrder, state->synth_mem, kBackwardOrder);
 }
 
-// exc = gain_pitch exc + gain_code code.
-void mix_excitation(const GainDecoderState& gains, const double* code, double* exc) {
-  const Vec8 pitch = splat(gains.gain_pitch), fixed = splat(gains.gain_code);
-  for (int n = 0; n < kSubframe; n += kLanes)
-    store(exc + n, pitch * load(exc + n) + fixed * load(code + n));
-}
-
 // exc holds the adaptive part and becomes the excitation; at 6.4 kbit/s what is heard is a
 // dispersed form of it.
 void synthesize_subframe(DecoderCoreState* state, const Frame& frame, const double* code, int order,
                          const double* a, double* exc, double* speech) {
-  const double gain_pitch = state->gains.gain_pitch, gain_code = state->gains.gain_code;
-  if (frame.rate == kRate6k4) {
-    double dispersed[kSubframe];
-    phase_dispersion(&state->dispersion, exc, code, gain_code, gain_pitch, dispersed);
-    mix_excitation(state->gains, code, exc);
-    synthesize(state, order, a, dispersed, speech);
-  } else {
-    phase_dispersion_update(&state->dispersion, gain_pitch, gain_code);
-    mix_excitation(state->gains, code, exc);
-    synthesize(state, order, a, exc, speech);
-  }
+  double dispersed[kSubframe];
+  const double* heard =
+      total_excitation(&state->dispersion, frame.rate == kRate6k4, state->gains.gain_pitch,
+                       state->gains.gain_code, code, exc, dispersed);
+  synthesize(state, order, a, heard, speech);
 }
 
 void decode_speech(DecoderCoreState* state, Frame* frame, double* synthesis,

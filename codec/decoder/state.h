@@ -5,7 +5,7 @@
 
 #include "codec/decoder/gain_decode.h"
 #include "codec/decoder/lsp_decode.h"
-#include "codec/decoder/phase_dispersion.h"
+#include "codec/dsp/phase_dispersion.h"
 #include "codec/dsp/backward_lp.h"
 #include "codec/dsp/backward_mode.h"
 #include "codec/dsp/constants.h"

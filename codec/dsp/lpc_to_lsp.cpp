@@ -1,17 +1,28 @@
 // Chebyshev root search of the sum and difference polynomials (clause 3.2.3).
+//
+// The search walks along a grid from +1 downwards, in turn for a root of the one and of the other
+// polynomial, and refines each between the two grid points that enclose it. The plain form does
+// just that. The fast form first evaluates both polynomials on the whole grid and refines every
+// sign change at once, a root a lane; the walk then only picks from the results. Only where the
+// next root lies in the same interval as the last one has the walk to refine it by itself.
+#include <bit>
+#include <cstdint>
+
 #include "codec/dsp/filters.h"
 #include "codec/dsp/lpc.h"
+#include "codec/dsp/vec_lanes.h"
 
 namespace g729::inline KELG729F_TARGET {
 namespace {
 
 constexpr int kHalfOrder = kOrder / 2;
 constexpr int kGridIntervals = 60;
+constexpr int kGridPadded = 64;
 constexpr int kBisections = 4;
 
-// cos(pi i / 60) rounded to 7 decimals, the ends just inside +-1.
+// cos(pi i / 60) rounded to 7 decimals, the ends just inside +-1; the last one again to fill up.
 // clang-format off
-constexpr double kLspGrid[kGridIntervals + 1] = {
+constexpr double kLspGrid[kGridPadded] = {
     0.9997559, 0.9986295, 0.9945219, 0.9876883, 0.9781476, 0.9659258, 0.9510565, 0.9335804,
     0.9135455, 0.8910065, 0.8660254, 0.8386706, 0.8090170, 0.7771460, 0.7431448, 0.7071068,
     0.6691306, 0.6293204, 0.5877853, 0.5446390, 0.5000000, 0.4539905, 0.4067366, 0.3583679,
@@ -20,54 +31,142 @@ constexpr double kLspGrid[kGridIntervals + 1] = {
     -0.5000000, -0.5446390, -0.5877853, -0.6293204, -0.6691306, -0.7071068, -0.7431448, -0.7771460,
     -0.8090170, -0.8386706, -0.8660254, -0.8910065, -0.9135455, -0.9335804, -0.9510565, -0.9659258,
     -0.9781476, -0.9876883, -0.9945219, -0.9986295, -0.9997559,
+    -0.9997559, -0.9997559, -0.9997559,
 };
 // clang-format on
 
+KELG729F_VEC double constant(double value, double) {
+  return value;
+}
+KELG729F_VEC Vec8 constant(double value, Vec8) {
+  return splat(value);
+}
+KELG729F_VEC double select(bool m, double a, double b) {
+  return m ? a : b;
+}
+
 // Value at x of the Chebyshev series with the coefficients f[0..5], f[0] = 1.
-double chebyshev(const double* f, double x) {
-  double b2 = 1.0, b1 = 2.0 * x + f[1];
+template <typename T>
+KELG729F_VEC T chebyshev(const double* f, T x) {
+  const T twice = x + x;
+  T b2 = constant(1.0, x), b1 = twice + constant(f[1], x);
   for (int i = 2; i < kHalfOrder; ++i) {
-    const double b0 = 2.0 * x * b1 - b2 + f[i];
+    const T b0 = twice * b1 - b2 + constant(f[i], x);
     b2 = b1;
     b1 = b0;
   }
-  return x * b1 - b2 + 0.5 * f[kHalfOrder];
+  return x * b1 - b2 + constant(0.5 * f[kHalfOrder], x);
 }
 
-void sum_and_difference(const double* a, double* f1, double* f2) {
-  f1[0] = f2[0] = 1.0;
+// The sum polynomial f[0] and the difference polynomial f[1].
+void sum_and_difference(const double* a, double f[2][kHalfOrder + 1]) {
+  f[0][0] = f[1][0] = 1.0;
   for (int i = 0; i < kHalfOrder; ++i) {
-    f1[i + 1] = a[i + 1] + a[kOrder - i] - f1[i];
-    f2[i + 1] = a[i + 1] - a[kOrder - i] + f2[i];
+    f[0][i + 1] = a[i + 1] + a[kOrder - i] - f[0][i];
+    f[1][i + 1] = a[i + 1] - a[kOrder - i] + f[1][i];
   }
 }
 
 // Root of f between the two points, at which f differs in sign: bisections, then a secant.
-double refine_root(const double* f, double xlow, double ylow, double xhigh, double yhigh) {
+template <typename T>
+KELG729F_VEC T refine_root(const double* f, T xlow, T ylow, T xhigh, T yhigh) {
   for (int i = 0; i < kBisections; ++i) {
-    const double xmid = 0.5 * (xlow + xhigh);
-    const double ymid = chebyshev(f, xmid);
-    if (ymid * yhigh <= 0.0) {
-      xlow = xmid;
-      ylow = ymid;
-    } else {
-      xhigh = xmid;
-      yhigh = ymid;
-    }
+    const T xmid = constant(0.5, xlow) * (xlow + xhigh);
+    const T ymid = chebyshev(f, xmid);
+    const auto upper = ymid * yhigh <= constant(0.0, xlow);
+    xlow = select(upper, xmid, xlow);
+    ylow = select(upper, ymid, ylow);
+    xhigh = select(upper, xhigh, xmid);
+    yhigh = select(upper, yhigh, ymid);
   }
   return xhigh - yhigh * (xlow - xhigh) / (ylow - yhigh);
+}
+
+// One polynomial along the grid.
+struct GridSearch {
+  double value[kGridPadded + kLanes];  // at the grid points
+  uint64_t changes;                    // bit j: sign change between points j - 1 and j
+  double root[kLanes];                 // refined roots of the first changes
+  double other[kLanes];                // the other polynomial there
+};
+
+void evaluate_grid(const double* f, GridSearch* s) {
+  for (int j = 0; j < kGridPadded; j += kLanes)
+    store(s->value + j, chebyshev(f, load(kLspGrid + j)));
+  store(s->value + kGridPadded, splat(0.0));
+  s->changes = 0;
+  for (int j = 1; j <= kGridIntervals; j += kLanes) {
+    const unsigned same = lanes_greater(load(s->value + j - 1) * load(s->value + j), splat(0.0));
+    s->changes |= uint64_t{~same & 0xFF} << j;
+  }
+  s->changes &= (uint64_t{2} << kGridIntervals) - 1;
+}
+
+void refine_changes(const double* f, const double* f_other, GridSearch* s) {
+  double xlow[kLanes] = {}, ylow[kLanes] = {}, xhigh[kLanes] = {}, yhigh[kLanes] = {};
+  uint64_t left = s->changes;
+  for (int lane = 0; lane < kLanes && left; ++lane, left &= left - 1) {
+    const int j = std::countr_zero(left);
+    xlow[lane] = kLspGrid[j - 1];
+    ylow[lane] = s->value[j - 1];
+    xhigh[lane] = kLspGrid[j];
+    yhigh[lane] = s->value[j];
+  }
+  const Vec8 root = refine_root(f, load(xlow), load(ylow), load(xhigh), load(yhigh));
+  store(s->root, root);
+  store(s->other, chebyshev(f_other, root));
+}
+
+// Walks along the grid and picks the roots; returns how many it found.
+int pick_roots(const double f[2][kHalfOrder + 1], const GridSearch s[2], double* lsp) {
+  int found = 0, p = 0;
+  double x = kLspGrid[0], y = 0;  // where the last root stands, and polynomial p there
+  bool from_root = false;
+  for (int j = 1; j <= kGridIntervals && found < kOrder;) {
+    if (from_root) {
+      if (y * s[p].value[j] > 0.0) {
+        from_root = false;
+        ++j;
+        continue;
+      }
+      x = refine_root(f[p], x, y, kLspGrid[j], s[p].value[j]);
+      y = chebyshev(f[1 - p], x);
+    } else {
+      const uint64_t ahead = s[p].changes >> j;
+      if (ahead == 0) break;
+      j += std::countr_zero(ahead);
+      const int lane = std::popcount(s[p].changes & ((uint64_t{1} << j) - 1));
+      if (lane >= kLanes) break;
+      x = s[p].root[lane];
+      y = s[p].other[lane];
+    }
+    lsp[found++] = x;
+    p = 1 - p;
+    from_root = true;
+  }
+  return found;
 }
 
 }  // namespace
 
 void lpc_to_lsp(const double* a, double* lsp, const double* old_lsp) {
-  double f1[kHalfOrder + 1], f2[kHalfOrder + 1];
-  sum_and_difference(a, f1, f2);
-  const double* f = f1;
-  int found = 0;
-  double xlow = kLspGrid[0], ylow = chebyshev(f, xlow);
+  double f[2][kHalfOrder + 1];
+  GridSearch search[2];
+  sum_and_difference(a, f);
+  for (int p = 0; p < 2; ++p) {
+    evaluate_grid(f[p], &search[p]);
+    refine_changes(f[p], f[1 - p], &search[p]);
+  }
+  if (pick_roots(f, search, lsp) < kOrder) copy_vector(old_lsp, lsp, kOrder);
+}
+
+void lpc_to_lsp_plain(const double* a, double* lsp, const double* old_lsp) {
+  double f[2][kHalfOrder + 1];
+  sum_and_difference(a, f);
+  int p = 0, found = 0;
+  double xlow = kLspGrid[0], ylow = chebyshev(f[p], xlow);
   for (int j = 1; j <= kGridIntervals && found < kOrder;) {
-    const double xhigh = kLspGrid[j], yhigh = chebyshev(f, xhigh);
+    const double xhigh = kLspGrid[j], yhigh = chebyshev(f[p], xhigh);
     if (ylow * yhigh > 0.0) {
       xlow = xhigh;
       ylow = yhigh;
@@ -75,9 +174,9 @@ void lpc_to_lsp(const double* a, double* lsp, const double* old_lsp) {
       continue;
     }
     // The other polynomial's next root may lie in the rest of the same interval.
-    xlow = lsp[found++] = refine_root(f, xlow, ylow, xhigh, yhigh);
-    f = f == f1 ? f2 : f1;
-    ylow = chebyshev(f, xlow);
+    xlow = lsp[found++] = refine_root(f[p], xlow, ylow, xhigh, yhigh);
+    p = 1 - p;
+    ylow = chebyshev(f[p], xlow);
   }
   if (found < kOrder) copy_vector(old_lsp, lsp, kOrder);
 }

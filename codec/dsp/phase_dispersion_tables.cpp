@@ -1,5 +1,5 @@
 // Impulse responses of the phase dispersion (Annex D).
-#include "codec/decoder/phase_dispersion.h"
+#include "codec/dsp/phase_dispersion.h"
 
 namespace g729::inline KELG729F_TARGET {
 namespace {

@@ -1,4 +1,4 @@
-#include "codec/decoder/phase_dispersion.h"
+#include "codec/dsp/phase_dispersion.h"
 
 #include "codec/dsp/vec.h"
 
@@ -68,6 +68,19 @@ void phase_dispersion(DispersionState* state, const double* adaptive, const doub
   else
     add_dispersed(code, gain_code, kDispersionResponse[strength], exc);
   remember(state, gain_pitch, gain_code, strength);
+}
+
+const double* total_excitation(DispersionState* state, bool disperse, double gain_pitch,
+                               double gain_code, const double* code, double* exc,
+                               double* dispersed) {
+  if (disperse)
+    phase_dispersion(state, exc, code, gain_code, gain_pitch, dispersed);
+  else
+    phase_dispersion_update(state, gain_pitch, gain_code);
+  const Vec8 pitch = splat(gain_pitch), fixed = splat(gain_code);
+  for (int n = 0; n < kSubframe; n += kLanes)
+    store(exc + n, pitch * load(exc + n) + fixed * load(code + n));
+  return disperse ? dispersed : exc;
 }
 
 }  // namespace g729::inline KELG729F_TARGET

@@ -32,4 +32,11 @@ void phase_dispersion_update(DispersionState* state, double gain_pitch, double g
 void phase_dispersion(DispersionState* state, const double* adaptive, const double* code,
                       double gain_code, double gain_pitch, double* exc);
 
+// Total excitation of a subframe: exc[0..39] holds the adaptive part and becomes gain_pitch * exc +
+// gain_code * code. Returns what is to be synthesised: exc, or with `disperse` its dispersed form
+// in dispersed[0..39]. Encoder and decoder both go through here.
+const double* total_excitation(DispersionState* state, bool disperse, double gain_pitch,
+                               double gain_code, const double* code, double* exc,
+                               double* dispersed);
+
 }  // namespace g729::inline KELG729F_TARGET

@@ -1,0 +1,216 @@
+#include "codec/encoder/driver.h"
+
+#include "codec/dsp/filters.h"
+#include "codec/encoder/frame_work.h"
+#include "codec/encoder/lp_analysis.h"
+#include "codec/encoder/lsp_quantizer.h"
+#include "codec/encoder/mode_decision.h"
+#include "codec/encoder/music_detector.h"
+#include "codec/encoder/open_loop_pitch.h"
+#include "codec/encoder/subframe.h"
+
+namespace g729::inline KELG729F_TARGET {
+namespace {
+
+const double* speech_of(const EncoderCoreState* state) {
+  return state->old_speech + kSpeechPast;
+}
+
+void analyse_spectrum(EncoderCoreState* state, FrameWork* w) {
+  double a[kCoeffs];
+  autocorrelation(state->old_speech, w->r);
+  copy_vector(w->r, w->r_unwindowed, kCoeffs);
+  apply_lag_window(w->r);
+  levinson_durbin(kOrder, w->r, a, w->rc, &state->levinson);
+  lpc_to_lsp(a, w->lsp_new, state->lsp_old);
+}
+
+int detect_voice(EncoderCoreState* state, const FrameWork& w, int frame_counter, int rate) {
+  double lsf[kOrder], energy_db;
+  lsp_to_lsf(w.lsp_new, lsf, kOrder);
+  int vad = vad_decide(&state->vad, w.rc[1], lsf, w.r, state->old_speech, frame_counter,
+                       state->past_vad, state->past_past_vad, &energy_db);
+  music_detect(&state->music, static_cast<Rate>(rate), w.rc, state->lag_buf, state->pgain_buf,
+               state->prev_lp_mode, state->past_vad, energy_db, &vad);
+  dtx_update(&state->dtx, w.r_unwindowed, vad);
+  return vad;
+}
+
+void interpolate_unquantised(const EncoderCoreState& state, FrameWork* w) {
+  if (state.prev_lp_mode == kForward) {
+    interpolate_lpc(state.lsp_old, w->lsp_new, w->lsf_int, w->lsf_new, w->forward);
+    return;
+  }
+  lsp_to_lpc(w->lsp_new, w->forward);
+  copy_vector(w->forward, w->forward + kCoeffs, kCoeffs);
+  lsp_to_lsf(w->lsp_new, w->lsf_new, kOrder);
+  copy_vector(w->lsf_new, w->lsf_int, kOrder);
+}
+
+void quantise_spectrum(const EncoderCoreState& state, FrameWork* w) {
+  lsp_quantize(state.freq_prev, w->lsp_new, w->lsp_new_q, w->lsp_residual, w->lsp_word);
+  if (state.prev_lp_mode == kForward) {
+    interpolate_quantized_lpc(state.lsp_old_q, w->lsp_new_q, w->forward_q);
+    return;
+  }
+  lsp_to_lpc(w->lsp_new_q, w->forward_q);
+  copy_vector(w->forward_q, w->forward_q + kCoeffs, kCoeffs);
+}
+
+void decide_mode(EncoderCoreState* state, FrameWork* w, int rate) {
+  if (w->vad && rate == kRate11k8) {
+    double backward[kBackwardCoeffs];
+    backward_lp_analysis(&state->backward_lp, state->synthesis, backward);
+    const ModeInput input = {speech_of(state), w->forward_q, backward, w->lsp_new, state->lsp_old};
+    w->lp_mode = mode_decide(&state->mode, input, w->backward);
+  } else {
+    simple_mode_update(&state->mode);
+    w->lp_mode = kForward;
+  }
+}
+
+void choose_filters(FrameWork* w, int bwd_dominant) {
+  const LpFilter backward = {w->backward, kBackwardOrder};
+  for (int k = 0; k < kSubframes; ++k) {
+    const LpFilter forward = {w->forward + k * kCoeffs, kOrder};
+    const LpFilter forward_q = {w->forward_q + k * kCoeffs, kOrder};
+    if (w->lp_mode == kBackward) {
+      w->quantised[k] = backward;
+      w->weighting[k] = bwd_dominant ? backward : forward;
+    } else {
+      w->quantised[k] = forward_q;
+      w->weighting[k] = bwd_dominant ? forward_q : forward;
+    }
+  }
+}
+
+void choose_weighting(EncoderCoreState* state, FrameWork* w) {
+  if (w->lp_mode == kBackward)
+    fixed_weighting_factors(w->gamma1, w->gamma2, state->mode.bwd_dominant);
+  else
+    perceptual_weighting_factors(w->gamma1, w->gamma2, w->lsf_int, w->lsf_new, w->rc,
+                                 &state->weighting);
+  choose_filters(w, state->mode.bwd_dominant);
+}
+
+void weight_speech(EncoderCoreState* state, const FrameWork& w) {
+  for (int k = 0; k < kSubframes; ++k) {
+    const LpFilter filter = w.weighting[k];
+    double* wsp = state->old_wsp + kPitchMax + k * kSubframe;
+    double ap1[kBackwardCoeffs], ap2[kBackwardCoeffs];
+    weight_lpc(filter.a, w.gamma1[k], filter.order, ap1);
+    weight_lpc(filter.a, w.gamma2[k], filter.order, ap2);
+    residual_filter(filter.order, ap1, speech_of(state) + k * kSubframe, wsp, kSubframe);
+    synthesis_filter(filter.order, ap2, wsp, wsp, kSubframe, wsp - filter.order, false);
+  }
+}
+
+void remember_decision(EncoderCoreState* state, int vad) {
+  state->past_past_vad = state->past_vad;
+  state->past_vad = vad;
+}
+
+// The music detector watches half and a third of the lag as well as the lag itself.
+void smooth_lag(int* lag_buf, int t_op) {
+  const double mean = (lag_buf[1] + lag_buf[2] + lag_buf[3] + lag_buf[4]) * 0.25;
+  for (int i = 0; i + 1 < kMusicHistory; ++i) lag_buf[i] = lag_buf[i + 1];
+  const int centre = static_cast<int>(mean + 0.5);
+  for (int part = 2; part <= 3; ++part) {
+    const int distance = t_op / part - centre;
+    if (distance >= -2 && distance <= 2) {
+      lag_buf[4] = t_op / part;
+      return;
+    }
+  }
+  lag_buf[4] = t_op;
+}
+
+LagRange first_lag_range(int t_op) {
+  constexpr int kWidth = 6;
+  const int low = t_op - 3 < kPitchMin ? kPitchMin : t_op - 3;
+  if (low + kWidth > kPitchMax) return {kPitchMax - kWidth, kPitchMax};
+  return {low, low + kWidth};
+}
+
+int32_t* write_spectrum(EncoderCoreState* state, const FrameWork& w, int rate, int32_t* word) {
+  if (rate == kRate11k8) *word++ = w.lp_mode;
+  if (w.lp_mode == kBackward) {
+    return word;
+  }
+  backward_smoothing_restart(&state->mode.smoothing, w.forward_q + kCoeffs);
+  copy_vector(w.lsp_new_q, state->lsp_old_q, kOrder);
+  lsp_history_push(w.lsp_residual, &state->freq_prev);
+  *word++ = w.lsp_word[0];
+  *word++ = w.lsp_word[1];
+  return word;
+}
+
+void code_active_frame(EncoderCoreState* state, const FrameWork& w, int rate, int32_t* word) {
+  *word++ = rate + 2;
+  remember_decision(state, 1);
+  state->noise_seed = kNoiseSeed;
+  word = write_spectrum(state, w, rate, word);
+  const int t_op = open_loop_pitch(state->old_wsp + kPitchMax);
+  smooth_lag(state->lag_buf, t_op);
+  LagRange range = first_lag_range(t_op);
+  for (int k = 0; k < kSubframes; ++k) word = code_subframe(state, w, k, rate, &range, word);
+  backward_dominance_update(&state->mode.dominance, w.lp_mode, state->synthesis + kSynthesisPast);
+}
+
+void code_inactive_frame(EncoderCoreState* state, FrameWork* w, int32_t* word) {
+  NoiseSubframe applied[kSubframes];
+  dtx_encode_frame(&state->dtx, state->old_exc + kExcitationPast, state->past_vad, word,
+                   state->lsp_old_q, w->forward_q, &state->noise_seed, &state->freq_prev, applied);
+  remember_decision(state, 0);
+  for (int k = 0; k < kSubframes; ++k) {
+    w->weighting[k] = w->quantised[k];
+    taming_update(&state->exc_err, applied[k].gain_pitch, applied[k].lag);
+    phase_dispersion_update(&state->dispersion, applied[k].gain_pitch, applied[k].gain_code);
+    synthesize_noise_subframe(state, *w, k);
+  }
+  backward_smoothing_restart(&state->mode.smoothing, w->forward_q + kCoeffs);
+  state->sharp = kSharpMin;
+}
+
+// Moves the last `keep` values of a buffer to its front.
+void shift(double* buffer, int size, int keep) {
+  for (int i = 0; i < keep; ++i) buffer[i] = buffer[size - keep + i];
+}
+
+void shift_histories(EncoderCoreState* state) {
+  shift(state->old_speech, kWindow, kWindow - kFrame);
+  shift(state->old_wsp, kPitchMax + kFrame, kPitchMax);
+  shift(state->old_exc, kExcitationPast + kFrame, kExcitationPast);
+}
+
+}  // namespace
+
+void encoder_core_init(EncoderCoreState* state) {
+  *state = {};
+  copy_vector(kInitialLsp, state->lsp_old, kOrder);
+  copy_vector(kInitialLsp, state->lsp_old_q, kOrder);
+  lsp_history_reset(&state->freq_prev);
+}
+
+void encoder_process_frame(EncoderCoreState* state, const double* input, int32_t* word,
+                           int frame_counter, int dtx_enable, int rate) {
+  FrameWork w;
+  copy_vector(input, state->old_speech + kNewSpeech, kFrame);
+  analyse_spectrum(state, &w);
+  w.vad = dtx_enable == 1 ? detect_voice(state, w, frame_counter, rate) : 1;
+  interpolate_unquantised(*state, &w);
+  if (w.vad) quantise_spectrum(*state, &w);
+  decide_mode(state, &w, rate);
+  shift(state->synthesis, kSynthesisPast + kFrame, kSynthesisPast);
+  copy_vector(w.lsp_new, state->lsp_old, kOrder);
+  choose_weighting(state, &w);
+  weight_speech(state, w);
+  if (w.vad)
+    code_active_frame(state, w, rate, word);
+  else
+    code_inactive_frame(state, &w, word);
+  state->prev_lp_mode = w.lp_mode;
+  shift_histories(state);
+}
+
+}  // namespace g729::inline KELG729F_TARGET

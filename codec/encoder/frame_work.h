@@ -1,0 +1,34 @@
+// What the stages of one frame hand to each other; lives on the stack of the driver.
+#pragma once
+
+#include "codec/dsp/constants.h"
+#include "codec/encoder/lp_analysis.h"
+
+namespace g729::inline KELG729F_TARGET {
+
+// An LP filter in use: a[0..order].
+struct LpFilter {
+  const double* a;
+  int order;
+};
+
+struct FrameWork {
+  double r[kAutocorrelations + 1];          // lag-windowed autocorrelation
+  double r_unwindowed[kCoeffs];             // the same before the lag window
+  double rc[kOrder];                        // reflection coefficients
+  double lsp_new[kOrder];                   // LSPs of this frame
+  double lsf_int[kOrder], lsf_new[kOrder];  // LSFs of the first and the second subframe
+  double forward[kSubframes * kCoeffs];     // unquantised filters
+  double forward_q[kSubframes * kCoeffs];   // quantised filters; comfort noise in silence
+  double backward[kBackwardCoeffs];         // backward filter in use
+  double lsp_new_q[kOrder];
+  double lsp_residual[kOrder];  // what the LSF predictor memory receives
+  int lsp_word[2];
+  int vad;  // 1 active
+  LpMode lp_mode;
+  double gamma1[kSubframes], gamma2[kSubframes];
+  LpFilter quantised[kSubframes];  // synthesis filters
+  LpFilter weighting[kSubframes];  // A(z) of the weighting filter
+};
+
+}  // namespace g729::inline KELG729F_TARGET

@@ -1,0 +1,66 @@
+// The encoder's long-lived record.
+#pragma once
+
+#include <cstdint>
+
+#include "codec/dsp/backward_lp.h"
+#include "codec/dsp/constants.h"
+#include "codec/dsp/gain_predictor.h"
+#include "codec/dsp/lpc.h"
+#include "codec/dsp/lsp_codebook.h"
+#include "codec/dsp/phase_dispersion.h"
+#include "codec/dsp/pitch.h"
+#include "codec/dsp/random.h"
+#include "codec/dtx/dtx.h"
+#include "codec/dtx/vad.h"
+#include "codec/encoder/mode_decision.h"
+#include "codec/encoder/music_detector.h"
+#include "codec/encoder/taming.h"
+#include "codec/encoder/weighting.h"
+
+namespace g729::inline KELG729F_TARGET {
+
+// Where the frame being coded stands in the signal buffers.
+inline constexpr int kSpeechPast = kWindow - kFrame - kLookAhead;  // 120 samples before the frame
+inline constexpr int kNewSpeech = kWindow - kFrame;                // newest input, look-ahead last
+
+struct EncoderCoreState {
+  // Signals, oldest sample first.
+  double old_speech[kWindow] = {};                 // past, frame, look-ahead
+  double old_wsp[kPitchMax + kFrame] = {};         // weighted speech: past, frame
+  double old_exc[kExcitationPast + kFrame] = {};   // excitation: past, frame
+  double synthesis[kSynthesisPast + kFrame] = {};  // local synthesis: past, frame
+  double error_mem[kBackwardOrder] = {};           // speech - synthesis
+  double weighted_error_mem[kBackwardOrder] = {};  // xn - g_p y1 - g_c y2
+
+  // Spectrum.
+  double lsp_old[kOrder];       // unquantised LSPs of the previous frame
+  double lsp_old_q[kOrder];     // quantised LSPs of the previous frame
+  LspHistory freq_prev;         // LSF predictor memory
+  LevinsonMemory levinson;      // fall-back of the forward analysis
+  BackwardLpState backward_lp;  // backward analysis of the 11.8 kbit/s mode
+  WeightingState weighting;
+
+  // Excitation parameters.
+  double sharp = kSharpMin;
+  GainHistory past_energy;
+  TamingState exc_err;
+  DispersionState dispersion;  // the decoder's, at 6.4 kbit/s part of the local synthesis
+  int fcb_extra = 0;           // iterations that the 8 kbit/s codebook search left over
+
+  // Silence.
+  int past_vad = 1;
+  int past_past_vad = 1;
+  int16_t noise_seed = kNoiseSeed;
+  VadState vad;
+  DtxState dtx;
+
+  // 11.8 kbit/s.
+  LpMode prev_lp_mode = kForward;
+  ModeState mode;
+  MusicDetectorState music;
+  int lag_buf[kMusicHistory] = {20, 20, 20, 20, 20};            // smoothed lags, oldest first
+  double pgain_buf[kMusicHistory] = {0.7, 0.7, 0.7, 0.7, 0.7};  // pitch gains, oldest first
+};
+
+}  // namespace g729::inline KELG729F_TARGET

@@ -1,0 +1,185 @@
+#include "codec/encoder/subframe.h"
+
+#include "codec/dsp/diagnostics.h"
+#include "codec/dsp/filters.h"
+#include "codec/dsp/vec.h"
+#include "codec/encoder/acelp_11k8.h"
+#include "codec/encoder/acelp_6k4.h"
+#include "codec/encoder/acelp_8k.h"
+#include "codec/encoder/gain_quantizer.h"
+
+namespace g729::inline KELG729F_TARGET {
+namespace {
+
+constexpr double kTamedGain = 0.95;  // highest pitch gain of a tamed subframe
+
+// A subframe on its way through the stages.
+struct SubframeWork {
+  int start;  // 0 or 40
+  const double* speech;
+  double* exc;
+  double* synthesis;
+  LpFilter quantised;
+  double ap1[kBackwardCoeffs], ap2[kBackwardCoeffs];  // weighting filter A(z/g1) / A(z/g2)
+  int weighting_order;
+  double xn[kSubframe];    // target of the adaptive codebook
+  double xn2[kSubframe];   // target of the fixed codebook
+  double h[kSubframe];     // impulse response of the weighted synthesis filter
+  double y1[kSubframe];    // filtered adaptive-codebook vector
+  double y2[kSubframe];    // filtered innovation
+  double code[kSubframe];  // innovation
+  double gain_terms[kGainTerms];
+  double gain_pitch, gain_code;
+  PitchLag lag;
+  int tame;
+};
+
+void start_subframe(EncoderCoreState* state, const FrameWork& w, int k, SubframeWork* s) {
+  s->start = k * kSubframe;
+  s->speech = state->old_speech + kSpeechPast + s->start;
+  s->exc = state->old_exc + kExcitationPast + s->start;
+  s->synthesis = state->synthesis + kSynthesisPast + s->start;
+  s->quantised = w.quantised[k];
+  s->weighting_order = w.weighting[k].order;
+  weight_lpc(w.weighting[k].a, w.gamma1[k], s->weighting_order, s->ap1);
+  weight_lpc(w.weighting[k].a, w.gamma2[k], s->weighting_order, s->ap2);
+}
+
+// y = W(z) applied to x[0..39], whose past is x[-30..-1]; the filter's own past is in weighted_mem,
+// newest last.
+void weight(const SubframeWork& s, const double* x, const double* weighted_mem, double* y) {
+  const int m = s.weighting_order;
+  double mem[kBackwardOrder];
+  copy_vector(weighted_mem, mem, kBackwardOrder);
+  residual_filter(m, s.ap1, x, y, kSubframe);
+  synthesis_filter(m, s.ap2, y, y, kSubframe, mem + kBackwardOrder - m, false);
+}
+
+// The LP residual goes into the excitation, where short lags of the search read it; the target is
+// the residual through the weighted synthesis filter, from the memories of the errors so far.
+void compute_target(EncoderCoreState* state, SubframeWork* s) {
+  const int m = s->quantised.order;
+  double error[kBackwardOrder + kSubframe];
+  copy_vector(state->error_mem, error, kBackwardOrder);
+  residual_filter(m, s->quantised.a, s->speech, s->exc, kSubframe);
+  synthesis_filter(m, s->quantised.a, s->exc, error + kBackwardOrder, kSubframe,
+                   state->error_mem + kBackwardOrder - m, false);
+  weight(*s, error + kBackwardOrder, state->weighted_error_mem, s->xn);
+}
+
+void compute_impulse_response(SubframeWork* s) {
+  double mem[kBackwardOrder] = {};
+  zero_vector(s->h, kSubframe);
+  copy_vector(s->ap1, s->h, s->weighting_order + 1);
+  synthesis_filter(s->quantised.order, s->quantised.a, s->h, s->h, kSubframe, mem, false);
+  synthesis_filter(s->weighting_order, s->ap2, s->h, s->h, kSubframe, mem, false);
+}
+
+int32_t* code_lag(SubframeWork* s, LagRange* range, int rate, int32_t* word) {
+  s->lag = closed_loop_pitch(s->exc, s->xn, s->h, *range, s->start, rate);
+  const int index = encode_lag(s->lag, range, s->start, rate);
+  *word++ = index;
+  if (s->start == 0 && rate != kRate6k4) {
+    const int inverted = rate == kRate11k8 ? (index >> 1) & 1 : 0;
+    *word++ = pitch_parity(index) ^ inverted;
+  }
+  return word;
+}
+
+void apply_adaptive_codebook(EncoderCoreState* state, SubframeWork* s) {
+  pitch_excitation_interpolate(s->exc, s->lag.t0, s->lag.frac, kSubframe);
+  convolve(s->exc, s->h, s->y1);
+  double gain = pitch_gain(s->y1, s->xn, s->gain_terms);
+  s->tame = taming_test(state->exc_err, s->lag.t0, s->lag.frac);
+  if (s->tame == 1 && gain > kTamedGain) gain = kTamedGain;
+  for (int i = 0; i < kSubframe; ++i) s->xn2[i] = s->xn[i] - gain * s->y1[i];
+}
+
+int32_t* code_innovation(EncoderCoreState* state, SubframeWork* s, int rate, LpMode lp_mode,
+                         int32_t* word) {
+  int signs = 0;
+  switch (rate) {
+    case kRate6k4:
+      *word++ = acelp_search_11bit(s->xn2, s->h, s->lag.t0, state->sharp, s->code, s->y2, &signs);
+      *word++ = signs;
+      return word;
+    case kRate8k:
+      *word++ = acelp_search_17bit(s->xn2, s->h, s->lag.t0, state->sharp, s->start, s->code, s->y2,
+                                   &signs, &state->fcb_extra);
+      *word++ = signs;
+      return word;
+    case kRate11k8:
+      acelp_search_118(lp_mode, s->xn2, s->h, s->lag.t0, state->sharp, s->code, s->y2, word);
+      return word + kCodebookWords118;
+    default:
+      fatal("Unrecognized bit rate\n");
+  }
+}
+
+int32_t* code_gains(EncoderCoreState* state, SubframeWork* s, int rate, int32_t* word) {
+  gain_correlations(s->xn, s->y1, s->y2, s->gain_terms);
+  const auto quantise = rate == kRate6k4 ? gain_quantize_6k4 : gain_quantize;
+  *word++ = quantise(s->code, s->gain_terms, kSubframe, &s->gain_pitch, &s->gain_code, s->tame,
+                     &state->past_energy);
+  state->sharp = sharpening_gain(s->gain_pitch);
+  return word;
+}
+
+void push_pitch_gain(EncoderCoreState* state, double gain) {
+  double* buf = state->pgain_buf;
+  for (int i = 0; i < 4; ++i) buf[i] = buf[i + 1];
+  buf[4] = gain;
+}
+
+void synthesize(const SubframeWork& s, const double* excitation) {
+  const int m = s.quantised.order;
+  synthesis_filter(m, s.quantised.a, excitation, s.synthesis, kSubframe, s.synthesis - m, false);
+}
+
+// The excitation and all that remembers it.
+void finish_subframe(EncoderCoreState* state, const SubframeWork& s, int rate) {
+  double dispersed[kSubframe];
+  const double* heard = total_excitation(&state->dispersion, rate == kRate6k4, s.gain_pitch,
+                                         s.gain_code, s.code, s.exc, dispersed);
+  taming_update(&state->exc_err, s.gain_pitch, s.lag.t0);
+  synthesize(s, heard);
+  constexpr int kFirst = kSubframe - kBackwardOrder;
+  for (int i = kFirst; i < kSubframe; ++i) {
+    state->error_mem[i - kFirst] = s.speech[i] - s.synthesis[i];
+    state->weighted_error_mem[i - kFirst] =
+        s.xn[i] - s.gain_pitch * s.y1[i] - s.gain_code * s.y2[i];
+  }
+}
+
+}  // namespace
+
+int32_t* code_subframe(EncoderCoreState* state, const FrameWork& w, int k, int rate,
+                       LagRange* range, int32_t* word) {
+  SubframeWork s;
+  start_subframe(state, w, k, &s);
+  compute_target(state, &s);
+  compute_impulse_response(&s);
+  word = code_lag(&s, range, rate, word);
+  apply_adaptive_codebook(state, &s);
+  word = code_innovation(state, &s, rate, w.lp_mode, word);
+  word = code_gains(state, &s, rate, word);
+  push_pitch_gain(state, s.gain_pitch);
+  finish_subframe(state, s, rate);
+  return word;
+}
+
+void synthesize_noise_subframe(EncoderCoreState* state, const FrameWork& w, int k) {
+  constexpr double kNoiseGain = 0.5;  // pitch gain that the music detector sees
+  SubframeWork s;
+  start_subframe(state, w, k, &s);
+  synthesize(s, s.exc);
+  double error[kBackwardOrder + kSubframe], weighted[kSubframe];
+  copy_vector(state->error_mem, error, kBackwardOrder);
+  for (int i = 0; i < kSubframe; ++i) error[kBackwardOrder + i] = s.speech[i] - s.synthesis[i];
+  weight(s, error + kBackwardOrder, state->weighted_error_mem, weighted);
+  copy_vector(error + kSubframe, state->error_mem, kBackwardOrder);
+  copy_vector(weighted + kSubframe - kBackwardOrder, state->weighted_error_mem, kBackwardOrder);
+  push_pitch_gain(state, kNoiseGain);
+}
+
+}  // namespace g729::inline KELG729F_TARGET

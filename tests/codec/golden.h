@@ -1,0 +1,20 @@
+// One build's results over a signal, folded into hashes.
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+struct GoldenHash {
+  uint64_t stream = 0;     // words of the serial frames
+  uint64_t synthesis = 0;  // doubles before the post-filter
+  uint64_t output = 0;     // doubles after post-filter and output filter
+  bool operator==(const GoldenHash&) const = default;
+};
+
+// How a signal is coded: the rate (-1: a new one every few frames), silence compression, and the
+// share of frames that the decoder loses, in 1/64.
+struct GoldenPlan {
+  int rate;
+  bool annexb;
+  uint32_t loss;
+};

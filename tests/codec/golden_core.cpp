@@ -1,0 +1,54 @@
+// Compiled once per build of the codec core.
+#include <cstring>
+
+#include "codec/decoder_handle.h"
+#include "codec/encoder_handle.h"
+#include "tests/codec/golden.h"
+
+namespace g729::inline KELG729F_TARGET {
+namespace {
+
+template <typename T>
+void fold(const T* values, int n, uint64_t* hash) {
+  for (int i = 0; i < n; ++i) {
+    uint64_t word = 0;
+    std::memcpy(&word, values + i, sizeof(T));
+    *hash = (*hash ^ word) * 0x100000001B3u;
+    *hash ^= *hash >> 29;
+  }
+}
+
+uint32_t scramble(uint32_t x) {
+  x = (x ^ (x >> 15)) * 2654435761u;
+  return x ^ (x >> 13);
+}
+
+}  // namespace
+
+GoldenHash golden_hash(const int16_t* samples, int frames, GoldenPlan plan) {
+  auto* encoder = new EncoderHandle;
+  auto* decoder = new DecoderHandle;
+  encoder_init(encoder, plan.annexb);
+  decoder_init(decoder);
+  GoldenHash hash;
+  for (int f = 0; f < frames; ++f) {
+    const auto frame = static_cast<uint32_t>(f);
+    const int rate = plan.rate >= 0 ? plan.rate : static_cast<int>(scramble(frame / 7) % 3);
+    uint16_t serial[kSerialWords] = {};
+    int16_t out[kFrame];
+    encode_serial_frame(encoder, samples + f * kFrame, rate, serial);
+    fold(serial, 2 + serial[1], &hash.stream);
+    if (scramble(frame * 3 + 1) % 64 < plan.loss) {
+      for (int i = 0; i < serial[1]; ++i) serial[2 + i] = kBitErased;
+      if (serial[1] == 0) serial[0] = 0;
+    }
+    decode_serial_frame(decoder, serial, out);
+    fold(decoder->synthesis + kSynthesisPast, kFrame, &hash.synthesis);
+    fold(decoder->output, kFrame, &hash.output);
+  }
+  delete encoder;
+  delete decoder;
+  return hash;
+}
+
+}  // namespace g729::inline KELG729F_TARGET
