@@ -2,7 +2,9 @@
 
 #include <algorithm>
 
+#include "codec/dsp/lane_minimum.h"
 #include "codec/dsp/math.h"
+#include "codec/dsp/vec.h"
 
 namespace g729::inline KELG729F_TARGET {
 
@@ -35,40 +37,56 @@ void keep_best(const Candidate& candidate, Candidate* list) {
   list[i] = candidate;
 }
 
+// The rows that a descriptor can name, laid out for searches over eight at once.
+void gather_first_stage(CodebookBlocks<kSidFirst>* rows) {
+  for (int i = 0; i < kSidFirst; ++i)
+    for (int j = 0; j < kOrder; ++j)
+      rows->block[i / kLanes][j][i % kLanes] = kLspFirstStage[kSidFirstStage[i]][j];
+}
+
+void gather_second_stage(CodebookBlocks<kSidSecond>* rows) {
+  for (int i = 0; i < kSidSecond; ++i) {
+    const double* lower = kLspSecondStage[kSidSecondStageLower[i]];
+    const double* upper = kLspSecondStage[kSidSecondStageUpper[i]];
+    for (int j = 0; j < kHalf; ++j) {
+      rows->block[i / kLanes][j][i % kLanes] = lower[j];
+      rows->block[i / kLanes][j + kHalf][i % kLanes] = upper[j + kHalf];
+    }
+  }
+}
+
 // The survivors by unweighted error over both predictors, target[mode] the innovations sought.
 void search_first_stage(const double target[kModes][kOrder], Candidate* survivors) {
+  CodebookBlocks<kSidFirst> rows;
+  gather_first_stage(&rows);
   std::fill_n(survivors, kSurvivors, Candidate{0, 0, 1e38});
   for (int mode = 0; mode < kModes; ++mode) {
-    for (int i = 0; i < kSidFirst; ++i) {
-      const double* row = kLspFirstStage[kSidFirstStage[i]];
-      double error = 0.0;
+    for (int b = 0; b < rows.kCount; ++b) {
+      Vec8 error = splat(0.0);
       for (int j = 0; j < kOrder; ++j) {
-        const double d = target[mode][j] - row[j];
-        error += d * d;
+        const Vec8 d = load(rows.block[b][j]) - splat(target[mode][j]);
+        error = error + d * d;
       }
-      keep_best({mode, i, error}, survivors);
+      double lane[kLanes];
+      store(lane, error);
+      for (int i = 0; i < kLanes; ++i) keep_best({mode, b * kLanes + i, lane[i]}, survivors);
     }
   }
 }
 
 // The pair of second-stage rows nearest to what the first stage leaves.
-int search_second_stage(const double* rest, const double* weight) {
-  int best = 0;
-  double best_error = 1e38;
-  for (int i = 0; i < kSidSecond; ++i) {
-    const double* lower = kLspSecondStage[kSidSecondStageLower[i]];
-    const double* upper = kLspSecondStage[kSidSecondStageUpper[i]];
-    double error = 0.0;
+int search_second_stage(const CodebookBlocks<kSidSecond>& rows, const double* rest,
+                        const double* weight) {
+  LaneMinimum nearest;
+  for (int b = 0; b < rows.kCount; ++b) {
+    Vec8 error = splat(0.0);
     for (int j = 0; j < kOrder; ++j) {
-      const double d = rest[j] - (j < kHalf ? lower : upper)[j];
-      error += weight[j] * d * d;
+      const Vec8 d = load(rows.block[b][j]) - splat(rest[j]);
+      error = error + splat(weight[j]) * (d * d);
     }
-    if (error < best_error) {
-      best_error = error;
-      best = i;
-    }
+    consider(&nearest, error, b * kLanes);
   }
-  return best;
+  return lowest_index(nearest);
 }
 
 // Weighted LSF error of the finished codevector.
@@ -132,12 +150,14 @@ void sid_quantize_lsp(const double* lsp, const LspHistory& history, SidParameter
 
   Candidate survivors[kSurvivors];
   search_first_stage(target, survivors);
+  CodebookBlocks<kSidSecond> pairs;
+  gather_second_stage(&pairs);
   double best_error = 1e38;
   for (const Candidate& c : survivors) {
     const double* row = kLspFirstStage[kSidFirstStage[c.first]];
     double rest[kOrder];
     for (int j = 0; j < kOrder; ++j) rest[j] = target[c.mode][j] - row[j];
-    const int second = search_second_stage(rest, mode_weight[c.mode]);
+    const int second = search_second_stage(pairs, rest, mode_weight[c.mode]);
     const double error = codevector_error(c.first, second, target[c.mode], mode_weight[c.mode]);
     if (error < best_error) {
       best_error = error;
