@@ -153,6 +153,22 @@ TEST(ComfortNoiseDecode, GainTakesTheFirstDescriptorAndSmoothsLaterOnes) {
   }
 }
 
+TEST(ComfortNoiseDecode, DescriptorMovesThePredictorOnce) {
+  Decoder decoder;
+  const SidParameters sid = {1, 17, 6, 12};
+  const LspHistory before = decoder.history;
+  double innovation[kOrder], lsf[kOrder];
+  sid_codevector(sid.first, sid.second, innovation);
+  lsp_predict(kNoisePredictor[1], before, innovation, lsf);
+  decoder.decode(kSpeech8k, &sid, 0);
+  decoder.decode(kSid, nullptr, 0);
+  for (int j = 0; j < kOrder; ++j) {
+    EXPECT_NEAR(decoder.lsp_old[j], std::cos(lsf[j]), 1e-12);
+    EXPECT_EQ(decoder.history.row[0][j], innovation[j]);
+    EXPECT_EQ(decoder.history.row[1][j], before.row[0][j]);
+  }
+}
+
 TEST(ComfortNoiseDecode, PauseWithoutDescriptorKeepsTheLevelOfTheLastSpeech) {
   for (double deviation = 3; deviation < 2000; deviation *= 1.1) {
     Decoder decoder;

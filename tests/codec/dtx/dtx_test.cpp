@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstring>
 #include <random>
+#include <vector>
 
 #include "codec/dsp/random.h"
 
@@ -94,7 +95,7 @@ TEST(Dtx, DecoderHoldsExactlyWhatTheEncoderHolds) {
         decoder.shift();
       }
     }
-    const double deviation = std::exp(0.01 * static_cast<double>(frame % 700));
+    const double deviation = frame < 20 ? 0 : std::exp(0.01 * static_cast<double>(frame % 700));
     sids += encoder.pause(deviation, frame % 300 < 150 ? 0.9 : -0.3);
     decoder.pause(encoder.word);
     ASSERT_TRUE(same(encoder.excitation, decoder.excitation)) << "frame " << frame;
@@ -131,50 +132,77 @@ TEST(Dtx, DescriptorsAreThreeFramesApartAndFollowChanges) {
   }
 }
 
-TEST(Dtx, SteadyNoiseNeedsFewDescriptors) {
-  Encoder encoder;
+// Frames of first-order noise with pole p and prediction-error energy `energy`, given to the
+// encoder as exact autocorrelations; returns how many descriptors it sends.
+int steady_pause(Encoder* encoder, double pole, double energy, int frames) {
   double r[kCoeffs];
-  for (int i = 0; i < kCoeffs; ++i) r[i] = 5e6 * std::pow(0.8, i);
+  for (int i = 0; i < kCoeffs; ++i) r[i] = energy / (1 - pole * pole) * std::pow(pole, i);
   int sids = 0;
-  for (int frame = 0; frame < 500; ++frame) {
-    dtx_update(&encoder.state, r, 0);
-    dtx_encode_frame(&encoder.state, encoder.exc(), frame == 0, encoder.word, encoder.lsp_old,
-                     encoder.a, &encoder.seed, &encoder.history, encoder.applied);
-    encoder.shift();
-    sids += encoder.word[0];
+  for (; frames > 0; --frames) {
+    dtx_update(&encoder->state, r, 0);
+    dtx_encode_frame(&encoder->state, encoder->exc(), encoder->previous_vad, encoder->word,
+                     encoder->lsp_old, encoder->a, &encoder->seed, &encoder->history,
+                     encoder->applied);
+    encoder->previous_vad = 0;
+    encoder->shift();
+    sids += encoder->word[0];
   }
-  EXPECT_GE(sids, 1);
-  EXPECT_LE(sids, 4);
+  return sids;
 }
 
-TEST(Dtx, ComfortNoiseKeepsTheLevelOfTheResidual) {
-  for (double deviation : {10.0, 100.0, 1000.0}) {
+// Pole of the filter that was last sent, out of its coefficients' autocorrelation.
+double sent_pole(const DtxState& state) {
+  const double slope = -0.5 * state.ref_rcoeff[1] / state.ref_rcoeff[0];  // p / (1 + p^2)
+  return (1 - std::sqrt(1 - 4 * slope * slope)) / (2 * slope);
+}
+
+// The filter with pole p leaves (1 + p^2 - 2 p q) / (1 - q^2) times the prediction error of noise
+// with pole q.
+double pole_at_distance(double p, double ratio) {
+  return (p + std::sqrt(p * p - ratio * (1 + p * p - ratio))) / ratio;
+}
+
+TEST(Dtx, DescriptorsFollowTheSpectrum) {
+  const struct {
+    double distance;  // of the second noise from the first
+    bool forced;      // a descriptor is due anyway
+    int sids;
+    bool sends_average;
+  } cases[] = {{1.14, false, 0, true},
+               {1.16, false, 1, false},
+               {1.09, true, 1, true},
+               {1.10, true, 1, false}};
+  for (const auto& c : cases) {
     Encoder encoder;
-    double energy = 0;
-    constexpr int kFrames = 400;
-    for (int frame = 0; frame < kFrames; ++frame) {
-      encoder.pause(deviation, 0.8);
-      for (int i = 0; i < kFrame; ++i) energy += encoder.exc()[i] * encoder.exc()[i];
-      encoder.shift();
-    }
-    // The analysis here is not windowed: two frames of 240 samples at 1 / 2560, half a dB up from
-    // the quarter of the energy that the gains undo.
-    const double level = 10 * std::log10(energy / kFrames / kFrame);
-    const double expected = 20 * std::log10(deviation) + 10 * std::log10(4 * 2 * 2 * 240.0 / 2560);
-    EXPECT_LT(std::fabs(level - expected), 1.5) << deviation;
+    EXPECT_LE(steady_pause(&encoder, 0.6, 1e6, 40), 2);
+    EXPECT_NEAR(sent_pole(encoder.state), 0.6, 1e-3);
+    // Two frames of the new noise are one pair: the present is all new, the average still all old.
+    const double pole = pole_at_distance(0.6, c.distance);
+    EXPECT_EQ(steady_pause(&encoder, pole, 1e6, 1), 0);
+    if (c.forced) encoder.state.flag_chang = 1;
+    EXPECT_EQ(steady_pause(&encoder, pole, 1e6, 1), c.sids) << c.distance;
+    EXPECT_NEAR(sent_pole(encoder.state), c.sends_average ? 0.6 : pole, 1e-3) << c.distance;
   }
 }
 
-TEST(Dtx, SilenceHasTheLowestGainAndAFlatReference) {
+TEST(Dtx, KeepsTheSumsOfTheLastThreePairsOfFrames) {
   Encoder encoder;
-  const double r[kCoeffs] = {};
-  dtx_update(&encoder.state, r, 0);
-  dtx_encode_frame(&encoder.state, encoder.exc(), 1, encoder.word, encoder.lsp_old, encoder.a,
-                   &encoder.seed, &encoder.history, encoder.applied);
-  EXPECT_EQ(encoder.word[0], kSid);
-  EXPECT_EQ(encoder.word[4], 0);
-  EXPECT_EQ(encoder.state.ref_rcoeff[0], 1.0);
-  for (int i = 1; i < kCoeffs; ++i) EXPECT_EQ(encoder.state.ref_rcoeff[i], 0.0);
+  std::vector<double> r0;
+  for (int frame = 0; frame < 200; ++frame) {
+    const int vad = static_cast<int>(encoder.random() % 2);
+    double r[kCoeffs] = {1e4 + frame * frame, 100, 10};
+    r0.push_back(r[0]);
+    dtx_update(&encoder.state, r, vad);
+    if (vad == 0) {
+      dtx_encode_frame(&encoder.state, encoder.exc(), 1, encoder.word, encoder.lsp_old, encoder.a,
+                       &encoder.seed, &encoder.history, encoder.applied);
+    }
+    if (frame % 2 == 0 || frame < 5) continue;
+    for (int k = 0; k < kSumAcf; ++k) {
+      const auto newest = r0.end() - 1 - 2 * k;
+      EXPECT_EQ(encoder.state.acf_sum[k][0], newest[0] + newest[-1]);
+    }
+  }
 }
 
 }  // namespace
