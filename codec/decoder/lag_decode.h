@@ -1,15 +1,9 @@
 // Decoding of the pitch lag (clause 4.1.3 and Annex D).
 #pragma once
 
-#include "codec/dsp/constants.h"
+#include "codec/dsp/pitch.h"
 
 namespace g729::inline KELG729F_TARGET {
-
-// A lag of t0 + frac/3 samples.
-struct PitchLag {
-  int t0;    // 19..144
-  int frac;  // -1, 0 or 1
-};
 
 // First subframe, 8-bit index, all rates.
 PitchLag pitch_lag_decode_first(int index);

@@ -6,6 +6,12 @@
 
 namespace g729::inline KELG729F_TARGET {
 
+// A pitch lag of t0 + frac / 3 samples.
+struct PitchLag {
+  int t0;    // 19..144
+  int frac;  // -1, 0 or 1
+};
+
 // One-third-sample interpolation filter of the past excitation, h[3 i + p] its phase p.
 extern const double kPitchInterpolation[3 * kInterpolationTaps + 1];
 

@@ -4,7 +4,6 @@
 #include <cmath>
 
 #include "codec/dsp/filters.h"
-#include "codec/dsp/pitch.h"
 #include "codec/dsp/vec.h"
 
 namespace g729::inline KELG729F_TARGET {

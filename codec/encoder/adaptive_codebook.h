@@ -1,15 +1,9 @@
 // Closed-loop search of the adaptive codebook, its lag code and its gain (clause 3.7).
 #pragma once
 
-#include "codec/dsp/constants.h"
+#include "codec/dsp/pitch.h"
 
 namespace g729::inline KELG729F_TARGET {
-
-// A pitch lag of t0 + frac / 3 samples, frac -1, 0 or 1.
-struct PitchLag {
-  int t0;
-  int frac;
-};
 
 // Integer lags searched, at most ten: the first subframe's centre on the open-loop lag, the
 // second's are set by encode_lag.
