@@ -1,0 +1,124 @@
+#include "codec/encoder/weighting.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "codec/encoder/taming.h"
+#include "tests/codec/encoder/search_signals.h"
+
+namespace g729::inline KELG729F_TARGET {
+namespace {
+
+double reflection_of(double log_area_ratio) {
+  const double p = std::pow(10.0, log_area_ratio);
+  return (p - 1) / (p + 1);
+}
+
+// Frames in a row: the log-area ratios of each, and which subframes it must find tilted.
+TEST(Weighting, FollowsTheTiltWithHysteresis) {
+  struct Frame {
+    double lar0, lar1;
+    bool tilted[2];
+  };
+  const Frame frames[] = {
+      {-2.0, 0.8, {false, true}},   // half way from zero at first
+      {-1.7, 0.5, {true, true}},    // between the thresholds
+      {-1.4, 0.5, {true, false}},   // half way to flat, then flat
+      {-1.7, 0.9, {false, false}},  // between the thresholds, from the other side
+      {-1.9, 0.2, {false, false}},  // the second ratio holds it back
+      {-1.9, 0.8, {false, true}},  {-1.9, 0.3, {true, false}},  // flat again by the second ratio
+  };
+  double lsf[kOrder];
+  for (int i = 0; i < kOrder; ++i) lsf[i] = 0.2 + 0.25 * i;
+  lsf[4] = lsf[3] + 0.08;  // closest neighbours
+  WeightingState state;
+  int number = 0;
+  for (const Frame& f : frames) {
+    const double rc[2] = {reflection_of(f.lar0), reflection_of(f.lar1)};
+    double gamma1[2], gamma2[2];
+    perceptual_weighting_factors(gamma1, gamma2, lsf, lsf, rc, &state);
+    for (int k = 0; k < 2; ++k) {
+      EXPECT_EQ(gamma1[k], f.tilted[k] ? 0.98 : 0.94) << number << " " << k;
+      EXPECT_NEAR(gamma2[k], f.tilted[k] ? 1 - 6 * 0.08 : 0.6, 1e-12) << number << " " << k;
+    }
+    ++number;
+  }
+}
+
+TEST(Weighting, Gamma2StaysInItsBoundsAndEachSubframeUsesItsLsfs) {
+  double narrow[kOrder], wide[kOrder];
+  for (int i = 0; i < kOrder; ++i) {
+    narrow[i] = 0.3 + 0.04 * i;
+    wide[i] = 0.2 + 0.28 * i;
+  }
+  const double rc[2] = {reflection_of(-2), reflection_of(1)};
+  WeightingState state = {.flat = false, .lar_old = {-2, 1}};
+  double gamma1[2], gamma2[2];
+  perceptual_weighting_factors(gamma1, gamma2, narrow, wide, rc, &state);
+  EXPECT_EQ(gamma2[0], 0.7);
+  EXPECT_EQ(gamma2[1], 0.4);
+}
+
+// The zones of the excitation that a lag touches, as fractions of a subframe.
+int zone(double samples) {
+  return static_cast<int>(std::trunc(0.025 * samples));
+}
+
+TEST(Taming, TestsExactlyTheZonesOfTheLag) {
+  for (int t0 = 19; t0 <= 144; ++t0) {
+    for (int frac = -1; frac <= 1; ++frac) {
+      const int t1 = frac > 0 ? t0 + 1 : t0;
+      for (int i = 0; i < 4; ++i) {
+        TamingState state;
+        state.exc_err[i] = 60000.0;
+        ASSERT_EQ(taming_test(state, t0, frac), 0);
+        state.exc_err[i] = 60000.1;
+        const bool touched = i >= zone(std::max(0, t1 - 50)) && i <= zone(t1 + 8);
+        ASSERT_EQ(taming_test(state, t0, frac), touched) << t0 << " " << frac << " " << i;
+      }
+    }
+  }
+}
+
+TEST(Taming, UpdatePushesTheWorstOfTheZones) {
+  test::SearchSignals signals(51);
+  for (int t0 = 19; t0 <= 144; ++t0) {
+    TamingState state;
+    for (double& e : state.exc_err) e = signals.uniform(1, 1000);
+    const TamingState before = state;
+    const double g_p = signals.uniform(0, 1.2);
+    double worst = -1.0;
+    if (t0 < 40) {
+      const double once = 1.0 + g_p * before.exc_err[0];
+      worst = std::max(once, 1.0 + g_p * once);
+    } else {
+      for (int i = zone(t0 - 40); i <= zone(t0 - 1); ++i)
+        worst = std::max(worst, 1.0 + g_p * before.exc_err[i]);
+    }
+    taming_update(&state, g_p, t0);
+    ASSERT_EQ(state.exc_err[0], worst) << t0;
+    ASSERT_TRUE(std::equal(before.exc_err, before.exc_err + 3, state.exc_err + 1));
+  }
+}
+
+// With the pitch gain at its limit in every subframe, the error stays within two steps of the
+// threshold when the flag is heeded, and passes it when it is not.
+TEST(Taming, BoundsTheErrorOverALongVowel) {
+  test::SearchSignals signals(61);
+  TamingState tamed, wild;
+  double worst = 0;
+  for (int subframe = 0; subframe < 2000; ++subframe) {
+    const int t0 = signals.integer(20, 143);
+    taming_update(&tamed, taming_test(tamed, t0, 0) ? 0.95 : 1.2, t0);
+    taming_update(&wild, 1.2, t0);
+    worst = std::max(worst, tamed.exc_err[0]);
+  }
+  EXPECT_LE(worst, 1 + 1.2 * (1 + 1.2 * 60000.0));
+  EXPECT_GT(worst, 60000.0);
+  EXPECT_GT(wild.exc_err[0], 1e30);
+}
+
+}  // namespace
+}  // namespace g729::inline KELG729F_TARGET
