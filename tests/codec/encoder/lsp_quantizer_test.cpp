@@ -153,8 +153,8 @@ TEST(LspQuantizer, FindsEveryEntryAtItsOwnPlace) {
     lsp_quantize(history, lsp, lsp_q, residual, index);
     exact += index[0] == sent[0] && index[1] == sent[1];
   }
-  // The second stage may lead away from the first-stage row that is nearest by itself.
-  EXPECT_GT(exact, 60);
+  // The rest: another first-stage row is nearer to the sum of both stages.
+  EXPECT_GT(exact, 90);
 }
 
 TEST(LspQuantizer, ExtremesAreMadeStableAndReported) {
