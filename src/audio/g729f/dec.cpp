@@ -1,0 +1,237 @@
+#include "src/audio/g729f/dec.h"
+
+#include <cstring>
+
+#include "src/audio/g729f/buffer_map.h"
+#include "src/audio/g729f/dtx.h"
+#include "src/audio/g729f/frame.h"
+
+GST_DEBUG_CATEGORY(g729fdec);
+#define GST_CAT_DEFAULT g729fdec
+
+G_DEFINE_TYPE(KelG729fDec, kel_g729f_dec, GST_TYPE_AUDIO_DECODER)
+
+namespace {
+
+GstStaticPadTemplate src_template = GST_STATIC_PAD_TEMPLATE(
+    "src", GST_PAD_SRC, GST_PAD_ALWAYS,
+    GST_STATIC_CAPS("audio/x-raw, format = S16LE, layout = (string) interleaved, "
+                    "rate = (int) 8000, channels = (int) 1"));
+GstStaticPadTemplate sink_template =
+    GST_STATIC_PAD_TEMPLATE("sink", GST_PAD_SINK, GST_PAD_ALWAYS,
+                            GST_STATIC_CAPS("audio/G729, rate = (int) 8000, channels = (int)1"));
+
+KelG729fDec* as_dec(gpointer object) {
+  return G_TYPE_CHECK_INSTANCE_CAST(object, kel_g729f_dec_get_type(), KelG729fDec);
+}
+
+// A buffer's content: speech frames, then perhaps one silence descriptor.
+struct Packet {
+  gsize speech;
+  bool sid;
+
+  explicit Packet(gsize size)
+      : speech(size / G729_SPEECH_BYTES), sid(size % G729_SPEECH_BYTES == G729_SID_BYTES) {}
+  bool valid(gsize size) const { return sid || (speech > 0 && size % G729_SPEECH_BYTES == 0); }
+  gsize frames() const { return speech + (sid ? 1 : 0); }
+};
+
+void decode_frame(KelG729fDec* dec, const guint8* bytes, guint32 size, guint8* out) {
+  gint16 samples[G729_FRAME_SAMPLES];
+  g729_decoder_decode_frame(dec->decoder, bytes, size, samples);
+  std::memcpy(out, samples, kPcmBytes);
+}
+
+void decode_packet(KelG729fDec* dec, const Packet& packet, const BufferMap& in, guint8* out) {
+  for (gsize i = 0; i < packet.speech; i++) {
+    GST_LOG_OBJECT(dec, "Decoding frame %u/%u (%d bytes)", static_cast<guint>(i + 1),
+                   static_cast<guint>(packet.speech), G729_SPEECH_BYTES);
+    decode_frame(dec, in.data() + i * G729_SPEECH_BYTES, G729_SPEECH_BYTES, out + i * kPcmBytes);
+  }
+  if (packet.sid) {
+    GST_LOG_OBJECT(dec, "Decoding SID");
+    decode_frame(dec, in.data() + in.size() - G729_SID_BYTES, G729_SID_BYTES,
+                 out + packet.speech * kPcmBytes);
+    kel_g729f_dtx_start(dec);
+  }
+}
+
+// Hands over a decoded buffer; the tolerance is for this one alone.
+GstFlowReturn finish_within(GstAudioDecoder* base, GstBuffer* output, GstClockTime tolerance) {
+  const GstClockTime set = gst_audio_decoder_get_tolerance(base);
+  if (tolerance == set) return gst_audio_decoder_finish_frame(base, output, 1);
+  gst_audio_decoder_set_tolerance(base, tolerance);
+  const GstFlowReturn flow = gst_audio_decoder_finish_frame(base, output, 1);
+  gst_audio_decoder_set_tolerance(base, set);
+  return flow;
+}
+
+}  // namespace
+
+static void kel_g729f_dec_finalize(GObject* object) {
+  KelG729fDec* dec = as_dec(object);
+  g_mutex_clear(&dec->lock);
+  g_cond_clear(&dec->cond);
+  G_OBJECT_CLASS(kel_g729f_dec_parent_class)->finalize(object);
+}
+
+static gboolean kel_g729f_dec_start(GstAudioDecoder* base) {
+  KelG729fDec* dec = as_dec(base);
+  GST_DEBUG_OBJECT(dec, "Start");
+  dec->decoder = g729_decoder_create();
+  timeline_reset(dec->timeline);
+  gst_audio_decoder_set_drainable(base, FALSE);
+  dec->thread_running = 1;
+  dec->thread = g_thread_new("dtx-thread", kel_g729f_dtx_thread_main, dec);
+  return TRUE;
+}
+
+static gboolean kel_g729f_dec_stop(GstAudioDecoder* base) {
+  KelG729fDec* dec = as_dec(base);
+  GST_DEBUG_OBJECT(dec, "Stop");
+  g729_decoder_destroy(dec->decoder);
+  return TRUE;
+}
+
+static gboolean kel_g729f_dec_set_format(GstAudioDecoder* base, GstCaps*) {
+  GstAudioInfo info;
+  GstCaps* caps = gst_static_pad_template_get_caps(&src_template);
+  gst_audio_info_from_caps(&info, caps);
+  gst_caps_unref(caps);
+  return gst_audio_decoder_set_output_format(base, &info);
+}
+
+// Whatever has arrived is one packet.
+static GstFlowReturn kel_g729f_dec_parse(GstAudioDecoder*, GstAdapter* adapter, gint* offset,
+                                         gint* length) {
+  *offset = 0;
+  *length = static_cast<gint>(gst_adapter_available(adapter));
+  return GST_FLOW_OK;
+}
+
+static GstFlowReturn kel_g729f_dec_handle_frame(GstAudioDecoder* base, GstBuffer* buffer) {
+  KelG729fDec* dec = as_dec(base);
+  kel_g729f_dtx_stop(dec);
+
+  BufferMap in(buffer, GST_MAP_READ);
+  GST_LOG_OBJECT(dec, "Received buffer of size %" G_GSIZE_FORMAT, in.size());
+  const Packet packet(in.size());
+  if (!packet.valid(in.size())) {
+    GST_WARNING_OBJECT(dec, "Received invalid buffer size %" G_GSIZE_FORMAT, in.size());
+    in.unmap();
+    return gst_audio_decoder_finish_frame(base, nullptr, 1);
+  }
+
+  const gsize size = packet.frames() * kPcmBytes;
+  GST_LOG_OBJECT(dec, "we have %u frames, %" G_GSIZE_FORMAT " in, %" G_GSIZE_FORMAT " out",
+                 static_cast<guint>(packet.speech), in.size(), size);
+  GstBuffer* output = gst_audio_decoder_allocate_output_buffer(base, size);
+  if (!output) {
+    in.unmap();
+    GST_WARNING_OBJECT(dec, "failed to alloc buffer");
+    return GST_FLOW_ERROR;
+  }
+
+  const GstClockTime tolerance =
+      timeline_enter(dec->timeline, GST_BUFFER_PTS(buffer), gst_audio_decoder_get_tolerance(base));
+  {
+    const BufferMap out(output, GST_MAP_WRITE);
+    if (out.size() >= size) decode_packet(dec, packet, in, out.data());
+  }
+  timeline_add(dec->timeline, packet.frames());
+  in.unmap();
+  GST_LOG_OBJECT(dec, "Finished decoding");
+  return finish_within(base, output, tolerance);
+}
+
+// Comfort noise ends where its stream ends: nothing may follow an end of stream, nor come between
+// a flush and the segment after it.
+static gboolean kel_g729f_dec_sink_event(GstAudioDecoder* base, GstEvent* event) {
+  KelG729fDec* dec = as_dec(base);
+  switch (GST_EVENT_TYPE(event)) {
+    case GST_EVENT_FLUSH_STOP:
+    case GST_EVENT_SEGMENT:
+      kel_g729f_dtx_cancel(dec);
+      GST_AUDIO_DECODER_STREAM_LOCK(dec);
+      timeline_reset(dec->timeline);
+      GST_AUDIO_DECODER_STREAM_UNLOCK(dec);
+      break;
+    case GST_EVENT_FLUSH_START:
+    case GST_EVENT_EOS:
+      kel_g729f_dtx_cancel(dec);
+      break;
+    default:
+      break;
+  }
+  return GST_AUDIO_DECODER_CLASS(kel_g729f_dec_parent_class)->sink_event(base, event);
+}
+
+static GstStateChangeReturn kel_g729f_dec_change_state(GstElement* element,
+                                                       GstStateChange transition) {
+  KelG729fDec* dec = as_dec(element);
+  if (transition == GST_STATE_CHANGE_PAUSED_TO_READY) kel_g729f_dtx_join(dec);
+  const GstStateChangeReturn result =
+      GST_ELEMENT_CLASS(kel_g729f_dec_parent_class)->change_state(element, transition);
+  // Started, but the pads refused: the base class does not stop what it does not hold as running.
+  if (transition == GST_STATE_CHANGE_READY_TO_PAUSED && result == GST_STATE_CHANGE_FAILURE &&
+      dec->thread) {
+    kel_g729f_dtx_join(dec);
+    kel_g729f_dec_stop(GST_AUDIO_DECODER(dec));
+  }
+  return result;
+}
+
+// The base class warns of every frame that is finished without an input frame. Comfort noise is
+// made of such frames.
+static bool is_noise_warning(KelG729fDec* dec, GstMessage* message) {
+  if (GST_MESSAGE_TYPE(message) != GST_MESSAGE_WARNING || g_thread_self() != dec->thread ||
+      GST_MESSAGE_SRC(message) != GST_OBJECT_CAST(dec)) {
+    return false;
+  }
+  GError* error = nullptr;
+  gst_message_parse_warning(message, &error, nullptr);
+  const bool matches = g_error_matches(error, GST_STREAM_ERROR, GST_STREAM_ERROR_DECODE) &&
+                       g_str_has_prefix(error->message, "received more decoded frames ") &&
+                       std::strstr(error->message, " than provided ");
+  g_error_free(error);
+  return matches;
+}
+
+static gboolean kel_g729f_dec_post_message(GstElement* element, GstMessage* message) {
+  if (is_noise_warning(as_dec(element), message)) {
+    gst_message_unref(message);
+    return TRUE;
+  }
+  return GST_ELEMENT_CLASS(kel_g729f_dec_parent_class)->post_message(element, message);
+}
+
+static void kel_g729f_dec_class_init(KelG729fDecClass* klass) {
+  auto* object_class = G_OBJECT_CLASS(klass);
+  auto* element_class = GST_ELEMENT_CLASS(klass);
+  auto* decoder_class = GST_AUDIO_DECODER_CLASS(klass);
+
+  object_class->finalize = kel_g729f_dec_finalize;
+
+  gst_element_class_add_static_pad_template(element_class, &src_template);
+  gst_element_class_add_static_pad_template(element_class, &sink_template);
+  gst_element_class_set_static_metadata(
+      element_class, "G.729 Decoder element", "Codec/Decoder/Audio ",
+      "Decode streams encoded with G.729 (float impl)", KEL_G729F_AUTHORS);
+
+  decoder_class->start = GST_DEBUG_FUNCPTR(kel_g729f_dec_start);
+  decoder_class->stop = GST_DEBUG_FUNCPTR(kel_g729f_dec_stop);
+  decoder_class->set_format = GST_DEBUG_FUNCPTR(kel_g729f_dec_set_format);
+  decoder_class->parse = GST_DEBUG_FUNCPTR(kel_g729f_dec_parse);
+  decoder_class->handle_frame = GST_DEBUG_FUNCPTR(kel_g729f_dec_handle_frame);
+  decoder_class->sink_event = GST_DEBUG_FUNCPTR(kel_g729f_dec_sink_event);
+  element_class->change_state = GST_DEBUG_FUNCPTR(kel_g729f_dec_change_state);
+  element_class->post_message = GST_DEBUG_FUNCPTR(kel_g729f_dec_post_message);
+
+  GST_DEBUG_CATEGORY_INIT(g729fdec, "g729fdec", 0, "g729fdec");
+}
+
+static void kel_g729f_dec_init(KelG729fDec* dec) {
+  g_mutex_init(&dec->lock);
+  g_cond_init(&dec->cond);
+  gst_audio_decoder_set_needs_format(GST_AUDIO_DECODER(dec), TRUE);
+}

@@ -1,0 +1,30 @@
+// kelg729fdec: packed G.729 frames in, raw audio out, comfort noise in silence.
+#pragma once
+
+#include <gst/audio/audio.h>
+
+#include "codec/g729.h"
+#include "src/audio/g729f/timeline.h"
+
+struct KelG729fDec {
+  GstAudioDecoder parent;
+
+  // Shared with the comfort-noise thread (dtx.h).
+  GMutex lock;
+  GCond cond;
+  gint32 dtx_active;      // comfort noise is wanted
+  gint32 thread_running;  // the thread keeps its loop
+  GstClockID clock_id;    // what the thread waits for, or none
+  GThread* thread;
+  G729DecoderState* decoder;
+  guint dtx_run;           // counts the starts of comfort noise
+  GstClockTime dtx_delay;  // by which this run's first packet comes later
+
+  Timeline timeline;  // under the base class's stream lock
+};
+
+struct KelG729fDecClass {
+  GstAudioDecoderClass parent_class;
+};
+
+GType kel_g729f_dec_get_type();

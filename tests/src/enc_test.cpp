@@ -1,0 +1,154 @@
+#include "tests/src/harness.h"
+
+namespace {
+
+using Sizes = std::vector<gsize>;
+
+// `frames` frames of noise, or of digital silence.
+GstBuffer* audio(gsize frames, bool loud = true, GstClockTime pts = GST_CLOCK_TIME_NONE) {
+  GstBuffer* buffer = make_buffer(frames * kPcm, pts);
+  if (!loud) gst_buffer_memset(buffer, 0, 0, frames * kPcm);
+  return buffer;
+}
+
+TEST(Encoder, SizesFollowFrames) {
+  for (const int frames : {1, 2, 3, 6}) {
+    Harness h = make_encoder(frames);
+    EXPECT_EQ(gst_harness_push(h.get(), audio(12)), GST_FLOW_OK);
+    const Sizes want(gsize(12 / frames), gsize(frames * 10));
+    EXPECT_EQ(pull_sizes(h), want) << frames;
+  }
+}
+
+TEST(Encoder, CapsAndTimestamps) {
+  Harness h = make_encoder();
+  const GstClockTime start = 7 * GST_SECOND;
+  for (gsize i = 0; i < 5; i++) {
+    ASSERT_EQ(gst_harness_push(h.get(), audio(2, true, start + 2 * i * kTick)), GST_FLOW_OK);
+    const Buffer out = pull(h);
+    EXPECT_EQ(gst_buffer_get_size(out.get()), 20u);
+    EXPECT_EQ(GST_BUFFER_PTS(out.get()), start + 2 * i * kTick);
+    EXPECT_EQ(GST_BUFFER_DURATION(out.get()), 2 * kTick);
+  }
+  GstCaps* caps = gst_pad_get_current_caps(h->sinkpad);
+  GstCaps* want = gst_caps_from_string(kG729Caps);
+  EXPECT_TRUE(gst_caps_is_strictly_equal(caps, want));
+  gst_caps_unref(want);
+  gst_caps_unref(caps);
+}
+
+// Input in pieces of any size gives the same bytes as input in whole packets; what does not fill a
+// packet is dropped at the end.
+TEST(Encoder, PiecesGiveTheSameStream) {
+  const auto encode = [](const Sizes& pieces) {
+    Harness h = make_encoder();
+    const Buffer all(make_buffer(41 * kPcm, 0, 5));
+    gsize at = 0;
+    for (gsize i = 0; at < 41 * kPcm; i++) {
+      const gsize size = std::min(pieces[i % pieces.size()], 41 * kPcm - at);
+      gst_harness_push(h.get(), gst_buffer_copy_region(all.get(), GST_BUFFER_COPY_ALL, at, size));
+      at += size;
+    }
+    gst_harness_push_event(h.get(), gst_event_new_eos());
+    std::vector<guint8> bytes;
+    while (Buffer out{gst_harness_try_pull(h.get())}) {
+      const auto more = bytes_of(out.get());
+      bytes.insert(bytes.end(), more.begin(), more.end());
+    }
+    return bytes;
+  };
+  const auto whole = encode({2 * kPcm});
+  EXPECT_EQ(whole.size(), 400u);
+  EXPECT_EQ(encode({2, 1000, 316}), whole);
+  EXPECT_EQ(encode({41 * kPcm}), whole);
+}
+
+TEST(Encoder, AnnexB) {
+  Harness h = make_encoder(2, true);
+  Sizes sizes;
+  gsize outputs = 0;
+  constexpr gsize kBuffers = 200;
+  for (gsize i = 0; i < kBuffers; i++) {
+    ASSERT_EQ(gst_harness_push(h.get(), audio(2, i < 20, 2 * i * kTick)), GST_FLOW_OK);
+    while (Buffer out{gst_harness_try_pull(h.get())}) {
+      const gsize size = gst_buffer_get_size(out.get());
+      EXPECT_TRUE(size == 2 || size == 10 || size == 12 || size == 20) << size;
+      EXPECT_EQ(GST_BUFFER_PTS(out.get()), 2 * i * kTick);
+      sizes.push_back(size);
+      outputs++;
+    }
+  }
+  EXPECT_NE(std::find_if(sizes.begin(), sizes.end(), [](gsize s) { return s % 10 == 2; }),
+            sizes.end());
+  EXPECT_LT(outputs, kBuffers / 2);  // most of the silence gives no buffer at all
+
+  Harness off = make_encoder(2, false);
+  for (gsize i = 0; i < 50; i++) gst_harness_push(off.get(), audio(2, false));
+  EXPECT_EQ(pull_sizes(off), Sizes(50, 20));
+}
+
+TEST(Encoder, AnnexBIsReadAtStart) {
+  Harness h = make_encoder(1, false);
+  gst_harness_set(h.get(), "kelg729fenc", "annexb", TRUE, nullptr);
+  for (gsize i = 0; i < 100; i++) gst_harness_push(h.get(), audio(1, false));
+  EXPECT_EQ(pull_sizes(h), Sizes(100, 10));
+}
+
+// `frames` is re-read for every frame, but never leads out of the buffers.
+TEST(Encoder, FramesChangedWhileRunning) {
+  LogCapture log("g729fenc");
+  Harness h = make_encoder(4);
+  ASSERT_EQ(gst_harness_push(h.get(), audio(4)), GST_FLOW_OK);
+  EXPECT_EQ(pull_sizes(h), Sizes{40});
+  EXPECT_TRUE(log.at(GST_LEVEL_WARNING).empty());
+
+  for (const int more : {5, 100, G_MAXINT}) {
+    const gsize warnings = log.at(GST_LEVEL_WARNING).size();
+    gst_harness_set(h.get(), "kelg729fenc", "frames", more, nullptr);
+    ASSERT_EQ(gst_harness_push(h.get(), audio(4)), GST_FLOW_OK);
+    EXPECT_EQ(pull_sizes(h), Sizes{40});
+    EXPECT_EQ(log.at(GST_LEVEL_WARNING).size(), warnings + 1) << more;
+  }
+  gst_harness_set(h.get(), "kelg729fenc", "frames", 3, nullptr);
+  ASSERT_EQ(gst_harness_push(h.get(), audio(4)), GST_FLOW_OK);
+  EXPECT_EQ(pull_sizes(h), Sizes{30});
+  gst_harness_set(h.get(), "kelg729fenc", "frames", 0, nullptr);
+  ASSERT_EQ(gst_harness_push(h.get(), audio(4)), GST_FLOW_OK);
+  EXPECT_EQ(pull_sizes(h), Sizes{});
+}
+
+TEST(Encoder, NoFramesAndTheMostFramesReachTheEnd) {
+  for (const int frames : {0, G_MAXINT / 80, G_MAXINT}) {
+    Harness h = make_encoder(frames);
+    for (int i = 0; i < 300; i++) ASSERT_EQ(gst_harness_push(h.get(), audio(3)), GST_FLOW_OK);
+    EXPECT_TRUE(gst_harness_push_event(h.get(), gst_event_new_eos()));
+    EXPECT_EQ(pull_sizes(h), Sizes{}) << frames;
+  }
+}
+
+TEST(Encoder, StartsAfresh) {
+  Harness h = make_encoder();
+  std::vector<guint8> first;
+  for (int run = 0; run < 3; run++) {
+    gst_harness_push(h.get(), audio(2));
+    const auto bytes = bytes_of(pull(h).get());
+    if (run == 0) first = bytes;
+    EXPECT_EQ(bytes, first);
+    gst_element_set_state(h->element, GST_STATE_NULL);
+    gst_harness_play(h.get());
+    gst_harness_set_src_caps_str(h.get(), kRawCaps);
+  }
+}
+
+TEST(Encoder, Logs) {
+  LogCapture log("g729fenc");
+  Harness h = make_encoder();
+  gst_harness_push(h.get(), audio(2));
+  h.reset();
+  using Lines = std::vector<std::string>;
+  EXPECT_EQ(log.at(GST_LEVEL_DEBUG), (Lines{"start", "stop"}));
+  EXPECT_EQ(log.at(GST_LEVEL_LOG),
+            (Lines{"Received buffer of size 320", "Finished encoding, got 20 bytes"}));
+}
+
+}  // namespace

@@ -1,0 +1,133 @@
+// Helpers around GstHarness for the element tests.
+#pragma once
+
+#include <gst/check/gstharness.h>
+#include <gst/check/gsttestclock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+constexpr const char* kG729Caps = "audio/G729, rate=(int)8000, channels=(int)1";
+constexpr const char* kRawCaps =
+    "audio/x-raw, format=S16LE, layout=interleaved, rate=(int)8000, channels=(int)1";
+constexpr GstClockTime kTick = 10 * GST_MSECOND;
+constexpr gsize kPcm = 160;  // bytes of a decoded frame
+
+struct HarnessEnd {
+  void operator()(GstHarness* h) const { gst_harness_teardown(h); }
+};
+using Harness = std::unique_ptr<GstHarness, HarnessEnd>;
+
+struct BufferEnd {
+  void operator()(GstBuffer* buffer) const { gst_buffer_unref(buffer); }
+};
+using Buffer = std::unique_ptr<GstBuffer, BufferEnd>;
+
+struct ObjectEnd {
+  void operator()(gpointer object) const { gst_object_unref(object); }
+};
+template <typename T>
+using Object = std::unique_ptr<T, ObjectEnd>;
+
+inline Harness make_decoder() {
+  Harness h(gst_harness_new("kelg729fdec"));
+  gst_harness_set_src_caps_str(h.get(), kG729Caps);
+  return h;
+}
+
+inline Harness make_encoder(int frames = 2, bool annexb = false) {
+  const std::string launch =
+      "kelg729fenc frames=" + std::to_string(frames) + " annexb=" + (annexb ? "true" : "false");
+  Harness h(gst_harness_new_parse(launch.c_str()));
+  gst_harness_set_src_caps_str(h.get(), kRawCaps);
+  return h;
+}
+
+// A buffer of `size` bytes made from `seed`, 10 ms long for every frame or descriptor in it.
+inline GstBuffer* make_buffer(gsize size, GstClockTime pts = GST_CLOCK_TIME_NONE,
+                              std::uint32_t seed = 1) {
+  GstBuffer* buffer = gst_buffer_new_allocate(nullptr, size, nullptr);
+  GstMapInfo map;
+  gst_buffer_map(buffer, &map, GST_MAP_WRITE);
+  for (gsize i = 0; i < size; i++) {
+    seed = seed * 1664525 + 1013904223;
+    map.data[i] = static_cast<guint8>(seed >> 24);
+  }
+  gst_buffer_unmap(buffer, &map);
+  GST_BUFFER_PTS(buffer) = pts;
+  return buffer;
+}
+
+inline std::vector<guint8> bytes_of(GstBuffer* buffer) {
+  std::vector<guint8> bytes(gst_buffer_get_size(buffer));
+  gst_buffer_extract(buffer, 0, bytes.data(), bytes.size());
+  return bytes;
+}
+
+inline Buffer pull(const Harness& h) {
+  return Buffer(gst_harness_pull(h.get()));
+}
+
+inline std::vector<gsize> pull_sizes(const Harness& h) {
+  std::vector<gsize> sizes;
+  while (Buffer buffer{gst_harness_try_pull(h.get())}) {
+    sizes.push_back(gst_buffer_get_size(buffer.get()));
+  }
+  return sizes;
+}
+
+// What the elements write to one debug category while the object lives.
+class LogCapture {
+ public:
+  struct Line {
+    GstDebugLevel level;
+    std::string text;
+  };
+
+  explicit LogCapture(const char* category) : category_(category) {
+    gst_debug_set_threshold_for_name(category, GST_LEVEL_LOG);
+    gst_debug_add_log_function(on_line, this, nullptr);
+  }
+  ~LogCapture() {
+    gst_debug_remove_log_function_by_data(this);
+    gst_debug_unset_threshold_for_name(category_.c_str());
+  }
+  LogCapture(const LogCapture&) = delete;
+  LogCapture& operator=(const LogCapture&) = delete;
+
+  std::vector<std::string> at(GstDebugLevel level) const {
+    const std::lock_guard lock(mutex_);
+    std::vector<std::string> texts;
+    for (const Line& line : lines_) {
+      if (line.level == level) texts.push_back(line.text);
+    }
+    return texts;
+  }
+  gsize count(GstDebugLevel level, const std::string& text) const {
+    const auto texts = at(level);
+    return static_cast<gsize>(std::count(texts.begin(), texts.end(), text));
+  }
+  // Waits (for at most ten seconds) until the text has come `times` times.
+  bool wait(GstDebugLevel level, const std::string& text, gsize times) const {
+    for (int i = 0; i < 10000 && count(level, text) < times; i++) g_usleep(1000);
+    return count(level, text) >= times;
+  }
+
+ private:
+  static void on_line(GstDebugCategory* category, GstDebugLevel level, const gchar*, const gchar*,
+                      gint, GObject*, GstDebugMessage* message, gpointer data) {
+    auto* self = static_cast<LogCapture*>(data);
+    if (self->category_ != gst_debug_category_get_name(category)) return;
+    const std::lock_guard lock(self->mutex_);
+    self->lines_.push_back({level, gst_debug_message_get(message)});
+  }
+
+  const std::string category_;
+  mutable std::mutex mutex_;
+  std::vector<Line> lines_;
+};

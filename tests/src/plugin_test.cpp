@@ -1,0 +1,99 @@
+// What the registry and gst-inspect-1.0 show of the plug-in.
+#include "tests/src/harness.h"
+
+namespace {
+
+struct Expected {
+  const char* factory;
+  const char* type;
+  const char* name;
+  const char* klass;
+  const char* description;
+  const char* sink;
+  const char* src;
+};
+
+constexpr Expected kExpected[] = {
+    {"kelg729fenc", "KelG729fEnc", "G.729 Encoder element", "Codec/Encoder/Audio ",
+     "Encode streams with G.729 (float impl)",
+     "audio/x-raw, format = S16LE, layout = (string) interleaved, rate = (int) 8000, "
+     "channels = (int) 1",
+     "audio/G729, rate = (int)8000, channels = (int)1"},
+    {"kelg729fdec", "KelG729fDec", "G.729 Decoder element", "Codec/Decoder/Audio ",
+     "Decode streams encoded with G.729 (float impl)",
+     "audio/G729, rate = (int) 8000, channels = (int)1",
+     "audio/x-raw, format = S16LE, layout = (string) interleaved, rate = (int) 8000, "
+     "channels = (int) 1"},
+};
+
+TEST(Plugin, Factories) {
+  for (const Expected& e : kExpected) {
+    SCOPED_TRACE(e.factory);
+    Object<GstElementFactory> factory(gst_element_factory_find(e.factory));
+    ASSERT_TRUE(factory);
+    EXPECT_EQ(gst_plugin_feature_get_rank(GST_PLUGIN_FEATURE(factory.get())), guint{GST_RANK_NONE});
+    const auto meta = [&](const char* key) {
+      return gst_element_factory_get_metadata(factory.get(), key);
+    };
+    EXPECT_STREQ(meta(GST_ELEMENT_METADATA_LONGNAME), e.name);
+    EXPECT_STREQ(meta(GST_ELEMENT_METADATA_KLASS), e.klass);
+    EXPECT_STREQ(meta(GST_ELEMENT_METADATA_DESCRIPTION), e.description);
+    const std::string authors = meta(GST_ELEMENT_METADATA_AUTHOR);
+    EXPECT_EQ(std::count(authors.begin(), authors.end(), '\n'), 1);
+
+    Object<GstElement> element(
+        GST_ELEMENT(gst_object_ref_sink(gst_element_factory_create(factory.get(), nullptr))));
+    EXPECT_STREQ(G_OBJECT_TYPE_NAME(element.get()), e.type);
+    for (const auto& [pad, caps] : {std::pair{"sink", e.sink}, std::pair{"src", e.src}}) {
+      GstPadTemplate* of = gst_element_get_pad_template(element.get(), pad);
+      ASSERT_TRUE(of);
+      EXPECT_EQ(GST_PAD_TEMPLATE_PRESENCE(of), GST_PAD_ALWAYS);
+      GstCaps* have = gst_pad_template_get_caps(of);
+      GstCaps* want = gst_caps_from_string(caps);
+      EXPECT_TRUE(gst_caps_is_strictly_equal(have, want));
+      gst_caps_unref(want);
+      gst_caps_unref(have);
+    }
+  }
+}
+
+TEST(Plugin, Descriptor) {
+  Object<GstPlugin> plugin(gst_registry_find_plugin(gst_registry_get(), "kelg729f_avx"));
+  ASSERT_TRUE(plugin);
+  EXPECT_STREQ(gst_plugin_get_description(plugin.get()), "Kelora AS world-class audio elements");
+  EXPECT_STREQ(gst_plugin_get_version(plugin.get()), "1.0.20");
+  EXPECT_STREQ(gst_plugin_get_license(plugin.get()), "Proprietary");
+  EXPECT_STREQ(gst_plugin_get_source(plugin.get()), "Kelora");
+  EXPECT_STREQ(gst_plugin_get_package(plugin.get()), "GStreamer");
+}
+
+TEST(Plugin, EncoderProperties) {
+  Object<GstElement> element(
+      GST_ELEMENT(gst_object_ref_sink(gst_element_factory_make("kelg729fenc", nullptr))));
+  GObjectClass* klass = G_OBJECT_GET_CLASS(element.get());
+
+  GParamSpec* annexb = g_object_class_find_property(klass, "annexb");
+  ASSERT_TRUE(annexb && G_IS_PARAM_SPEC_BOOLEAN(annexb));
+  EXPECT_STREQ(g_param_spec_get_nick(annexb), "Annex B");
+  EXPECT_STREQ(g_param_spec_get_blurb(annexb), "Use Annex B");
+  EXPECT_FALSE(G_PARAM_SPEC_BOOLEAN(annexb)->default_value);
+
+  GParamSpec* frames = g_object_class_find_property(klass, "frames");
+  ASSERT_TRUE(frames && G_IS_PARAM_SPEC_INT(frames));
+  EXPECT_STREQ(g_param_spec_get_nick(frames), "Frames");
+  EXPECT_STREQ(g_param_spec_get_blurb(frames), "Number of 10ms frames to encode");
+  EXPECT_EQ(G_PARAM_SPEC_INT(frames)->minimum, 0);
+  EXPECT_EQ(G_PARAM_SPEC_INT(frames)->maximum, G_MAXINT);
+  EXPECT_EQ(G_PARAM_SPEC_INT(frames)->default_value, 2);
+
+  for (GParamSpec* spec : {annexb, frames}) EXPECT_EQ(spec->flags, 231) << spec->name;
+
+  g_object_set(element.get(), "annexb", TRUE, "frames", 7, nullptr);
+  gboolean annexb_now = FALSE;
+  gint frames_now = 0;
+  g_object_get(element.get(), "annexb", &annexb_now, "frames", &frames_now, nullptr);
+  EXPECT_TRUE(annexb_now);
+  EXPECT_EQ(frames_now, 7);
+}
+
+}  // namespace
