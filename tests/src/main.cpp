@@ -4,6 +4,11 @@
 // The elements' tests: nothing they do may draw a warning from GLib or GStreamer.
 int main(int argc, char** argv) {
   gst_init(&argc, &argv);
+  if (const gchar* file = g_getenv("TEST_PLUGIN")) {
+    GstPlugin* plugin = gst_plugin_load_file(file, nullptr);
+    if (!plugin) return 1;
+    gst_object_unref(plugin);
+  }
   g_log_set_always_fatal(
       static_cast<GLogLevelFlags>(G_LOG_FATAL_MASK | G_LOG_LEVEL_CRITICAL | G_LOG_LEVEL_WARNING));
   // Tests that capture log lines raise thresholds; the lines are theirs alone.
