@@ -23,22 +23,45 @@ double dot(const double* x, const double* y, int n) {
 
 namespace {
 
+// Outputs of two filters, one a lane.
+#if defined(KELG729F_PLAIN)
+struct Pair {
+  double lane[2];
+};
+KELG729F_VEC Pair operator*(double a, Pair x) {
+  return {{a * x.lane[0], a * x.lane[1]}};
+}
+KELG729F_VEC Pair operator-(Pair x, Pair y) {
+  return {{x.lane[0] - y.lane[0], x.lane[1] - y.lane[1]}};
+}
+KELG729F_VEC double lane(Pair x, int i) {
+  return x.lane[i];
+}
+#else
+typedef double Pair __attribute__((vector_size(16)));
+KELG729F_VEC double lane(Pair x, int i) {
+  return x[i];
+}
+#endif
+
 // The oldest output's term first, so that only the newest one's waits for the sample before it.
-template <int Order>
-void synthesize(const double* a, const double* x, double* out, int n) {
+// T is double or Pair; order is the filter's when it is known to the compiler, else 0.
+template <int Order, typename T>
+KELG729F_VEC void synthesize(int m, const double* a, const T* x, T* out, int n) {
+  const int order = Order ? Order : m;
   for (int k = 0; k < n; ++k) {
-    double s = x[k];
-    for (int i = Order; i >= 1; --i) s -= a[i] * out[k - i];
+    T s = x[k];
+    for (int i = order; i >= 1; --i) s = s - a[i] * out[k - i];
     out[k] = s;
   }
 }
 
-void synthesize(int m, const double* a, const double* x, double* out, int n) {
-  for (int k = 0; k < n; ++k) {
-    double s = x[k];
-    for (int i = m; i >= 1; --i) s -= a[i] * out[k - i];
-    out[k] = s;
-  }
+template <typename T>
+KELG729F_VEC void synthesize(int m, const double* a, const T* x, T* out, int n) {
+  if (m == kOrder)
+    synthesize<kOrder>(m, a, x, out, n);
+  else
+    synthesize<0>(m, a, x, out, n);
 }
 
 }  // namespace
@@ -48,14 +71,22 @@ void synthesis_filter(int m, const double* a, const double* x, double* y, int n,
   double work[kBackwardOrder + kFrame];
   double* out = work + m;
   copy_vector(mem, work, m);
-  if (m == kOrder)
-    synthesize<kOrder>(a, x, out, n);
-  else if (m == kBackwardOrder)
-    synthesize<kBackwardOrder>(a, x, out, n);
-  else
-    synthesize(m, a, x, out, n);
+  synthesize(m, a, x, out, n);
   copy_vector(out, y, n);
   if (update && n > 0) copy_vector(out + n - m, mem, m);
+}
+
+void synthesis_filter_pair(int m, const double* a, const double* x0, const double* mem0, double* y0,
+                           const double* x1, const double* mem1, double* y1, int n) {
+  Pair x[kFrame], work[kBackwardOrder + kFrame];
+  Pair* out = work + m;
+  for (int i = 0; i < m; ++i) work[i] = Pair{mem0[i], mem1[i]};
+  for (int k = 0; k < n; ++k) x[k] = Pair{x0[k], x1[k]};
+  synthesize(m, a, x, out, n);
+  for (int k = 0; k < n; ++k) {
+    y0[k] = lane(out[k], 0);
+    y1[k] = lane(out[k], 1);
+  }
 }
 
 void residual_filter(int m, const double* a, const double* x, double* y, int n) {

@@ -23,6 +23,12 @@ double dot(const double* x, const double* y, int n);
 void synthesis_filter(int m, const double* a, const double* x, double* y, int n, double* mem,
                       bool update);
 
+// Two synthesis filters with the same coefficients side by side: y0 from x0 and mem0, y1 from x1
+// and mem1, each as synthesis_filter without update would give it, for little more than the time of
+// one. y may be its x.
+void synthesis_filter_pair(int m, const double* a, const double* x0, const double* mem0, double* y0,
+                           const double* x1, const double* mem1, double* y1, int n);
+
 // y[k] = x[k] + sum_{i=1..m} a[i] x[k-i], the all-zero filter A(z); terms are added in the order
 // of i. x[-m..-1] must be valid. y must not overlap x.
 void residual_filter(int m, const double* a, const double* x, double* y, int n);

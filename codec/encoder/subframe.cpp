@@ -45,34 +45,23 @@ void start_subframe(EncoderCoreState* state, const FrameWork& w, int k, Subframe
   weight_lpc(w.weighting[k].a, w.gamma2[k], s->weighting_order, s->ap2);
 }
 
-// y = W(z) applied to x[0..39], whose past is x[-30..-1]; the filter's own past is in weighted_mem,
-// newest last.
-void weight(const SubframeWork& s, const double* x, const double* weighted_mem, double* y) {
-  const int m = s.weighting_order;
-  double mem[kBackwardOrder];
-  copy_vector(weighted_mem, mem, kBackwardOrder);
-  residual_filter(m, s.ap1, x, y, kSubframe);
-  synthesis_filter(m, s.ap2, y, y, kSubframe, mem + kBackwardOrder - m, false);
-}
-
-// The LP residual goes into the excitation, where short lags of the search read it; the target is
-// the residual through the weighted synthesis filter, from the memories of the errors so far.
-void compute_target(EncoderCoreState* state, SubframeWork* s) {
-  const int m = s->quantised.order;
+// The LP residual goes into the excitation, where short lags of the search read it. The target xn
+// is the residual through the weighted synthesis filter, from the memories of the errors so far;
+// the impulse response h is that filter's, from rest. Both pass each recursion side by side.
+void compute_target_and_response(EncoderCoreState* state, SubframeWork* s) {
+  const double rest[kBackwardOrder] = {};
   double error[kBackwardOrder + kSubframe];
+  double* fresh = error + kBackwardOrder;
+  int m = s->quantised.order;
   copy_vector(state->error_mem, error, kBackwardOrder);
-  residual_filter(m, s->quantised.a, s->speech, s->exc, kSubframe);
-  synthesis_filter(m, s->quantised.a, s->exc, error + kBackwardOrder, kSubframe,
-                   state->error_mem + kBackwardOrder - m, false);
-  weight(*s, error + kBackwardOrder, state->weighted_error_mem, s->xn);
-}
-
-void compute_impulse_response(SubframeWork* s) {
-  double mem[kBackwardOrder] = {};
   zero_vector(s->h, kSubframe);
   copy_vector(s->ap1, s->h, s->weighting_order + 1);
-  synthesis_filter(s->quantised.order, s->quantised.a, s->h, s->h, kSubframe, mem, false);
-  synthesis_filter(s->weighting_order, s->ap2, s->h, s->h, kSubframe, mem, false);
+  residual_filter(m, s->quantised.a, s->speech, s->exc, kSubframe);
+  synthesis_filter_pair(m, s->quantised.a, s->exc, fresh - m, fresh, s->h, rest, s->h, kSubframe);
+  m = s->weighting_order;
+  residual_filter(m, s->ap1, fresh, s->xn, kSubframe);
+  synthesis_filter_pair(m, s->ap2, s->xn, state->weighted_error_mem + kBackwardOrder - m, s->xn,
+                        s->h, rest, s->h, kSubframe);
 }
 
 int32_t* code_lag(SubframeWork* s, LagRange* range, int rate, int32_t* word) {
@@ -157,8 +146,7 @@ int32_t* code_subframe(EncoderCoreState* state, const FrameWork& w, int k, int r
                        LagRange* range, int32_t* word) {
   SubframeWork s;
   start_subframe(state, w, k, &s);
-  compute_target(state, &s);
-  compute_impulse_response(&s);
+  compute_target_and_response(state, &s);
   word = code_lag(&s, range, rate, word);
   apply_adaptive_codebook(state, &s);
   word = code_innovation(state, &s, rate, w.lp_mode, word);
@@ -176,7 +164,9 @@ void synthesize_noise_subframe(EncoderCoreState* state, const FrameWork& w, int 
   double error[kBackwardOrder + kSubframe], weighted[kSubframe];
   copy_vector(state->error_mem, error, kBackwardOrder);
   for (int i = 0; i < kSubframe; ++i) error[kBackwardOrder + i] = s.speech[i] - s.synthesis[i];
-  weight(s, error + kBackwardOrder, state->weighted_error_mem, weighted);
+  residual_filter(kOrder, s.ap1, error + kBackwardOrder, weighted, kSubframe);
+  synthesis_filter(kOrder, s.ap2, weighted, weighted, kSubframe,
+                   state->weighted_error_mem + kBackwardOrder - kOrder, false);
   copy_vector(error + kSubframe, state->error_mem, kBackwardOrder);
   copy_vector(weighted + kSubframe - kBackwardOrder, state->weighted_error_mem, kBackwardOrder);
   push_pitch_gain(state, kNoiseGain);

@@ -69,6 +69,22 @@ TEST(Filters, SynthesisMatchesTheDefinitionInPlaceAndWithoutUpdate) {
   }
 }
 
+TEST(Filters, APairEqualsTwoSingles) {
+  Noise noise;
+  for (int m : {0, 3, kOrder, kBackwardOrder}) {
+    const auto a = stable_filter(m, noise);
+    auto x0 = noise.vector(kSubframe, 1000), x1 = noise.vector(kSubframe, 1000);
+    auto mem0 = noise.vector(m, 1000), mem1 = noise.vector(m, 1000);
+    auto y0 = x0, y1 = x1;
+    synthesis_filter_pair(m, a.data(), y0.data(), mem0.data(), y0.data(), y1.data(), mem1.data(),
+                          y1.data(), kSubframe);
+    synthesis_filter(m, a.data(), x0.data(), x0.data(), kSubframe, mem0.data(), false);
+    synthesis_filter(m, a.data(), x1.data(), x1.data(), kSubframe, mem1.data(), false);
+    EXPECT_EQ(y0, x0);
+    EXPECT_EQ(y1, x1);
+  }
+}
+
 TEST(Filters, CountBelowOneWritesNothing) {
   double x[kOrder + 1] = {}, y[1] = {5.0}, mem[kOrder] = {1, 2};
   const double a[kCoeffs] = {1.0};
