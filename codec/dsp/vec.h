@@ -59,7 +59,8 @@ KELG729F_VEC void store(double* p, Vec8 v) {
 
 KELG729F_VEC Vec8 splat(double x) {
   Vec8 r;
-  for (int i = 0; i < kParts; ++i) r.part[i] = Native{} + x;
+  // x - 0 is x for every x and compiles to a bare broadcast; 0 + x is not, for x = -0.
+  for (int i = 0; i < kParts; ++i) r.part[i] = x - Native{};
   return r;
 }
 
