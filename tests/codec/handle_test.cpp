@@ -1,0 +1,150 @@
+// The handles through the C interface: sizes, lengths, heap use, and what survives the round trip.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "codec/decoder/postprocess.h"
+#include "codec/decoder_handle.h"
+#include "codec/encoder_handle.h"
+#include "codec/g729.h"
+#include "tests/support/heap_counter.h"
+#include "tests/support/signals.h"
+
+namespace g729::inline KELG729F_TARGET {
+namespace {
+
+static_assert(sizeof(EncoderHandle) + sizeof(DecoderHandle) <= 40 * 1024);
+
+struct Call {
+  G729EncoderState* encoder;
+  G729DecoderState* decoder;
+  explicit Call(bool annexb)
+      : encoder(g729_encoder_create(annexb)), decoder(g729_decoder_create()) {}
+  ~Call() {
+    g729_encoder_destroy(encoder);
+    g729_decoder_destroy(decoder);
+  }
+};
+
+TEST(Handle, FramesUseNoHeap) {
+  const auto signal = signals::join({signals::speech_like(200), signals::noise(100, 20)});
+  Call call(true);
+  const long before = heap_calls();
+  for (size_t n = 0; n < signal.size(); n += kFrame) {
+    uint8_t bytes[G729_SPEECH_BYTES];
+    uint32_t size;
+    int16_t out[kFrame];
+    uint16_t serial[G729_SERIAL_WORDS];
+    g729_encoder_encode_frame(call.encoder, &signal[n], bytes, &size);
+    g729_decoder_decode_frame(call.decoder, bytes, size, out);
+    for (int rate : {G729_RATE_6K4, G729_RATE_11K8}) {
+      g729_encoder_encode_serial(call.encoder, &signal[n], rate, serial);
+      g729_decoder_decode_serial(call.decoder, serial, out);
+    }
+  }
+  EXPECT_EQ(heap_calls() - before, 0);
+}
+
+TEST(Handle, CreationIsWhatTheHeapCounterSees) {
+  const long before = heap_calls();
+  Call call(false);
+  if (!heap_is_counted()) GTEST_SKIP() << "a sanitizer owns the heap";
+  EXPECT_GE(heap_calls() - before, 2);
+}
+
+TEST(Handle, PackedLengthsFollowTheFrameType) {
+  for (bool annexb : {false, true}) {
+    Call call(annexb);
+    int count[G729_SPEECH_BYTES + 1] = {};
+    const auto silence = signals::silence(200);
+    for (size_t n = 0; n < silence.size(); n += kFrame) {
+      uint8_t bytes[G729_SPEECH_BYTES];
+      std::memset(bytes, 0xA5, sizeof bytes);
+      uint32_t size = 99;
+      g729_encoder_encode_frame(call.encoder, &silence[n], bytes, &size);
+      ASSERT_LE(size, sizeof bytes);
+      ++count[size];
+      if (size == G729_SID_BYTES) {
+        EXPECT_EQ(bytes[1] & 1, 0);
+      }
+      for (uint32_t i = size; i < sizeof bytes; ++i) EXPECT_EQ(bytes[i], 0xA5);
+    }
+    if (annexb) {
+      EXPECT_GE(count[2], 1);
+      EXPECT_GE(count[0], 190);
+    } else {
+      EXPECT_EQ(count[10], 200);
+    }
+  }
+}
+
+TEST(Handle, FrameCounterGoesOnAt256) {
+  static EncoderHandle handle;
+  encoder_init(&handle, true);
+  handle.frame_counter = 32766;
+  const int16_t samples[kFrame] = {};
+  uint16_t serial[kSerialWords];
+  for (int expected : {32767, 256, 257}) {
+    encode_serial_frame(&handle, samples, kRate8k, serial);
+    EXPECT_EQ(handle.frame_counter, expected);
+  }
+}
+
+TEST(Handle, SerialAndPackedFormsDecodeAlike) {
+  const auto signal = signals::speech_like(150);
+  Call packed(false), serial(false);
+  for (size_t n = 0; n < signal.size(); n += kFrame) {
+    uint8_t bytes[G729_SPEECH_BYTES];
+    uint32_t size;
+    uint16_t words[G729_SERIAL_WORDS];
+    int16_t a[kFrame], b[kFrame];
+    g729_encoder_encode_frame(packed.encoder, &signal[n], bytes, &size);
+    g729_encoder_encode_serial(serial.encoder, &signal[n], G729_RATE_8K, words);
+    g729_decoder_decode_frame(packed.decoder, bytes, size, a);
+    g729_decoder_decode_serial(serial.decoder, words, b);
+    ASSERT_EQ(std::memcmp(a, b, sizeof a), 0);
+  }
+}
+
+TEST(HandleDeathTest, AnImpossibleRateEndsTheProcess) {
+  Call call(false);
+  const int16_t samples[kFrame] = {};
+  uint16_t words[G729_SERIAL_WORDS];
+  EXPECT_EXIT(g729_encoder_encode_serial(call.encoder, samples, 3, words),
+              testing::ExitedWithCode(255), "");
+}
+
+TEST(Handle, RoundTripIsCloseToTheFilteredInput) {
+  // Against the input through the codec's own two high-pass filters, whose phase the waveform
+  // measure would otherwise blame on the coder.
+  const double floor_db[] = {6.0, 7.0, 11.0};
+  for (int rate : {kRate6k4, kRate8k, kRate11k8}) {
+    auto signal = signals::speech_like(500);
+    static EncoderHandle encoder;
+    static DecoderHandle decoder;
+    encoder_init(&encoder, false);
+    decoder_init(&decoder);
+    std::vector<double> reference(signal.begin(), signal.end()), out;
+    BiquadMemory pre = {}, post = {};
+    preprocess_highpass(&pre, reference.data(), static_cast<int>(reference.size()));
+    postprocess_highpass(&post, reference.data(), static_cast<int>(reference.size()));
+    for (size_t n = 0; n < signal.size(); n += kFrame) {
+      uint16_t serial[kSerialWords];
+      int16_t samples[kFrame];
+      encode_serial_frame(&encoder, &signal[n], rate, serial);
+      decode_serial_frame(&decoder, serial, samples);
+      out.insert(out.end(), samples, samples + kFrame);
+    }
+    double s = 0, e = 0;
+    for (size_t n = 0; n + kLookAhead < out.size(); ++n) {
+      const double difference = out[n + kLookAhead] - reference[n];
+      s += reference[n] * reference[n];
+      e += difference * difference;
+    }
+    EXPECT_GT(10 * std::log10(s / e), floor_db[rate]) << "rate " << rate;
+  }
+}
+
+}  // namespace
+}  // namespace g729::inline KELG729F_TARGET
