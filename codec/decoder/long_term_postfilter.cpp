@@ -58,38 +58,46 @@ void residual_covariance(const double* r, int first, double phi[kLags][kLags]) {
       phi[i][j] = phi[i - 1][j - 1] + u[-i] * u[-j] - u[kSubframe - i] * u[kSubframe - j];
 }
 
-// Correlation and energy of the eight phases behind one whole lag, the second of the four that
-// c and phi (from row and column `at`) cover.
-void evaluate_phases(const double* c, const double phi[kLags][kLags], int at, double* corr,
-                     double* energy) {
-  Vec8 total_corr = {}, total_energy = {};
+// The delays lag - 1 .. lag + 7/8 in eighths.
+struct Fractions {
+  double corr[2 * kDelayPhases];
+  double energy[2 * kDelayPhases];
+  double score[2 * kDelayPhases];  // 0 for a delay that is no candidate
+};
+
+// Fills the eight phases from `first` on, whose four whole lags c and phi hold from `at` on.
+void evaluate_phases(const double* c, const double phi[kLags][kLags], int at, int first,
+                     Fractions* f) {
+  Vec8 corr = {}, energy = {};
   for (int k = 0; k < kShortTaps; ++k) {
     const Vec8 tap = load(kShortDelay[k]);
     Vec8 others = {};
     for (int l = k + 1; l < kShortTaps; ++l)
       others = others + splat(phi[at + k][at + l]) * load(kShortDelay[l]);
-    total_corr = total_corr + splat(c[at + k]) * tap;
-    total_energy = total_energy + tap * (splat(phi[at + k][at + k]) * tap + others + others);
+    corr = corr + splat(c[at + k]) * tap;
+    energy = energy + tap * (splat(phi[at + k][at + k]) * tap + others + others);
   }
-  store(corr, total_corr);
-  store(energy, total_energy);
+  const Vec8 zero = splat(0.0);
+  const Vec8 positive = select(corr > zero, corr * corr / energy, zero);
+  store(f->corr + first, corr);
+  store(f->energy + first, energy);
+  store(f->score + first, select(splat(kMinEnergy) <= energy, positive, zero));
 }
 
-// The candidate around `lag` with the greatest corr^2 / energy; its corr is 0 when none counts.
-// c holds the correlations of lags lag - 2 .. lag + 2.
+// The candidate around `lag` with the greatest score; its corr is 0 when none counts. c holds the
+// correlations of lags lag - 2 .. lag + 2.
 Candidate best_fraction(const double* r, int lag, const double* c) {
   double phi[kLags][kLags];
   residual_covariance(r, lag - 2, phi);
-  double corr[2 * kDelayPhases], energy[2 * kDelayPhases];
-  evaluate_phases(c, phi, 0, corr, energy);
-  evaluate_phases(c, phi, 1, corr + kDelayPhases, energy + kDelayPhases);
-  Candidate best = {lag, 0, 0.0, 1.0};
-  for (int i = 1; i < 2 * kDelayPhases; ++i) {
-    if (corr[i] <= 0.0 || energy[i] < kMinEnergy) continue;
-    if (corr[i] * corr[i] * best.energy > best.corr * best.corr * energy[i])
-      best = {lag - 1 + i / kDelayPhases, i % kDelayPhases, corr[i], energy[i]};
-  }
-  return best;
+  Fractions f;
+  evaluate_phases(c, phi, 0, 0, &f);
+  evaluate_phases(c, phi, 1, kDelayPhases, &f);
+  // Entry 0, a whole sample off, is no candidate: it stands for none.
+  f.corr[0] = f.score[0] = 0.0;
+  f.energy[0] = 1.0;
+  int best = 0;
+  for (int i = 1; i < 2 * kDelayPhases; ++i) best = f.score[i] > f.score[best] ? i : best;
+  return {lag - 1 + best / kDelayPhases, best % kDelayPhases, f.corr[best], f.energy[best]};
 }
 
 // out[n] = sum_t taps[t * stride] x[n - t], n = 0..39.

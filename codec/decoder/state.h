@@ -5,10 +5,10 @@
 
 #include "codec/decoder/gain_decode.h"
 #include "codec/decoder/lsp_decode.h"
-#include "codec/dsp/phase_dispersion.h"
 #include "codec/dsp/backward_lp.h"
 #include "codec/dsp/backward_mode.h"
 #include "codec/dsp/constants.h"
+#include "codec/dsp/phase_dispersion.h"
 #include "codec/dsp/pitch.h"
 #include "codec/dsp/random.h"
 #include "codec/dtx/comfort_noise.h"

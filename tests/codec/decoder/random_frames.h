@@ -11,10 +11,15 @@ namespace g729::inline KELG729F_TARGET {
 
 struct SerialFrame {
   uint16_t word[kSerialWords] = {kSyncWord};
+
+  // A bit is lost (without bits: the sync word).
+  SerialFrame& erase() {
+    word[word[1] == 0 ? 0 : 2] = kBitErased;
+    return *this;
+  }
 };
 
-// A good speech frame, or a silence descriptor, of the given size with random bits. Its parity bit
-// is right, and the two mode bits of an 11.8 kbit/s frame agree.
+// Good frames of random bits: the parity is right, and the mode bits of 11.8 kbit/s agree.
 class RandomFrames {
  public:
   explicit RandomFrames(unsigned seed) : random_(seed) {}
@@ -22,41 +27,35 @@ class RandomFrames {
   int below(int n) { return std::uniform_int_distribution<int>(0, n - 1)(random_); }
 
   SerialFrame frame(int bits) {
+    if (bits == kBits11k8) return frame_11k8(below(2));
+    SerialFrame f = bits_of(bits);
+    if (bits == kBits8k) set_parity(f.word + 2 + 18, false);
+    return f;
+  }
+
+  SerialFrame frame_11k8(int lp_mode) {
+    SerialFrame f = bits_of(kBits11k8);
+    f.word[2] = f.word[3] = lp_mode == kBackward ? kBitOne : kBitZero;
+    set_parity(f.word + 2 + (lp_mode == kBackward ? 2 : 20), true);
+    return f;
+  }
+
+ private:
+  SerialFrame bits_of(int bits) {
     SerialFrame f;
     f.word[1] = static_cast<uint16_t>(bits);
     for (int i = 0; i < bits; ++i) f.word[2 + i] = below(2) ? kBitOne : kBitZero;
-    if (bits == kBits11k8) return mode(f, below(2));
-    if (bits == kBits8k) set_parity(&f, 18, false);
     return f;
   }
 
-  SerialFrame frame_11k8(int lp_mode) { return mode(frame(kBits11k8), lp_mode); }
-
- private:
-  static SerialFrame mode(SerialFrame f, int lp_mode) {
-    f.word[2] = f.word[3] = lp_mode == kBackward ? kBitOne : kBitZero;
-    set_parity(&f, lp_mode == kBackward ? 2 : 20, true);
-    return f;
-  }
-
-  // The pitch index stands at bit `at`, its parity bit behind it.
-  static void set_parity(SerialFrame* f, int at, bool with_bit_1) {
+  // Of the eight bits of a pitch index, into the bit behind them.
+  static void set_parity(uint16_t* bits, bool with_bit_1) {
     int index = 0;
-    for (int i = 0; i < 8; ++i) index = 2 * index + (f->word[2 + at + i] == kBitOne);
-    const int parity = pitch_parity(index) ^ (with_bit_1 ? (index >> 1) & 1 : 0);
-    f->word[2 + at + 8] = parity ? kBitOne : kBitZero;
+    for (int i = 0; i < 8; ++i) index = 2 * index + (bits[i] == kBitOne);
+    bits[8] = pitch_parity(index) ^ (with_bit_1 ? (index >> 1) & 1 : 0) ? kBitOne : kBitZero;
   }
 
   std::mt19937 random_;
 };
-
-// The same frame with an erased bit (without bits: a wrong sync word).
-inline SerialFrame erased(SerialFrame f) {
-  if (f.word[1] == 0)
-    f.word[0] = 0;
-  else
-    f.word[2] = kBitErased;
-  return f;
-}
 
 }  // namespace g729::inline KELG729F_TARGET
