@@ -1,0 +1,140 @@
+#include <algorithm>
+#include <random>
+
+#include "tests/tools/tool_runner.h"
+
+namespace test {
+namespace {
+
+class Misuse : public ToolTest {
+ protected:
+  void SetUp() override {
+    ToolTest::SetUp();
+    store_wav(folder / "cd.wav", std::vector<int16_t>(8820), 44100, 2);
+    store_wav(folder / "wide.wav", std::vector<int16_t>(1600), 16000);
+    store_wav(folder / "empty.wav", {});
+    store(folder / "text.wav", "not a sound");
+    store(folder / "nothing", "");
+    run_well("kelg729f encode voice.wav good.g729 && kelg729f encode voice.wav good.bit");
+    const std::string good = contents(folder / "good.bit");
+    damage("size.bit", good, 164 * 5 + 2, "\x5a");
+    damage("sync.bit", good, 164 * 7, "XX");
+    damage("word.bit", good, 164 * 9 + 40, "\x12\x34");
+    damage("endian.bit", good, 0, "\x6b\x21");
+    store(folder / "tiny.bit", good.substr(0, 3));
+  }
+
+  void damage(const char* name, std::string stream, size_t at, const std::string& bytes) {
+    store(folder / name, stream.replace(at, bytes.size(), bytes));
+  }
+};
+
+struct Case {
+  const char* command;
+  int status;
+  const char* says;  // what the line must contain
+};
+
+constexpr Case kCases[] = {
+    {"", 2, "encode, decode, info or compare"},
+    {"frobnicate", 2, "frobnicate"},
+    {"encode", 2, "FILES"},
+    {"encode voice.wav", 2, "and the output?"},
+    {"encode --rate 7 voice.wav x.bit", 2, "{6.4,8,11.8}"},
+    {"encode --speed voice.wav x.bit", 2, "--speed"},
+    {"encode voice.wav x.mp3", 2, ".g729 or .bit"},
+    {"encode voice.wav x", 2, ".g729 or .bit"},
+    {"encode voice.wav -", 2, "--format"},
+    {"encode --annexb voice.wav x.g729", 2, "write a .bit"},
+    {"encode --rate 6.4 voice.wav x.g729", 2, "write a .bit"},
+    {"encode voice.wav ''", 2, "empty"},
+    {"encode --format bit voice.wav voice.wav", 2, "name another output"},
+    {"encode voice.wav cd.wav wide.wav", 2, "folder"},
+    {"encode voice.wav cd.wav x.g729", 2, "folder"},
+    {"encode voice.wav ./voice.wav dir", 2, "two inputs"},
+    {"encode voice.wav - dir", 2, "standard input"},
+    {"encode voice.wav no/such/x.g729", 4, "No such file"},
+    {"encode voice.wav /dev/full --format bit", 4, "No space left"},
+    {"encode missing.wav x.g729", 3, "missing.wav"},
+    {"encode . x.g729", 3, "folder"},
+    {"encode cd.wav x.g729", 3, "2 channels at 44100 Hz"},
+    {"encode wide.wav x.g729", 3, "16000 Hz, but the codec takes 8000 Hz mono; convert"},
+    {"encode empty.wav x.g729", 3, "no samples"},
+    {"encode text.wav x.g729", 3, "no WAV file"},
+    {"encode good.g729 x.bit", 3, "no WAV file"},
+    {"decode voice.wav x.wav", 2, ".g729 or .bit"},
+    {"decode good.g729 x.bit", 2, "end its name in .wav"},
+    {"decode good.g729 good.g729", 2, "name another output"},
+    {"decode --loss 101 good.g729 x.wav", 2, "101 is no number from 0 to 100"},
+    {"decode --loss 5% good.g729 x.wav", 2, "5% is no number"},
+    {"decode --loss nan good.g729 x.wav", 2, "nan is no number"},
+    {"decode --loss 80 --burst 2 good.g729 x.wav", 2, "longer bursts"},
+    {"decode --burst 0 good.g729 x.wav", 2, "0 is no number"},
+    {"decode --seed -1 good.g729 x.wav", 2, "-1 is no number"},
+    {"decode --format g729 nothing x.wav", 3, "no whole frame"},
+    {"decode tiny.bit x.wav", 3, "no whole frame"},
+    {"decode size.bit x.wav", 3, "frame 6 (byte 820): frame of 90 bits"},
+    {"decode sync.bit x.wav", 3, "frame 8 (byte 1148): sync word 0x5858"},
+    {"decode word.bit x.wav", 3, "frame 10 (byte 1476): bit word 0x3412"},
+    {"decode endian.bit x.wav", 3, "big-endian"},
+    {"decode --format bit good.g729 x.wav", 3, "no ITU serial stream"},
+    {"info", 2, "FILES"},
+    {"info voice.wav", 2, ".g729 or .bit"},
+    {"info missing.bit", 3, "missing.bit"},
+    {"compare voice.wav", 2, "OUTPUT"},
+    {"compare voice.wav cd.wav", 3, "44100"},
+};
+
+TEST_F(Misuse, OneLineSaysWhatIsWrongAndNothingIsWritten) {
+  const size_t before = files();
+  for (const Case& c : kCases) {
+    const Result result = run(std::string("kelg729f ") + c.command);
+    EXPECT_EQ(result.status, c.status) << c.command << "\n" << result.err;
+    EXPECT_NE(result.err.find(c.says), std::string::npos) << c.command << "\n" << result.err;
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+    EXPECT_EQ(result.out, "") << c.command;
+    fs::remove(folder / "dir");
+    EXPECT_EQ(files(), before) << c.command;
+  }
+}
+
+TEST_F(Misuse, FailureLeavesAnOlderOutputAlone) {
+  store(folder / "old.wav", "precious");
+  EXPECT_EQ(run("kelg729f decode word.bit old.wav").status, 3);
+  EXPECT_EQ(contents(folder / "old.wav"), "precious");
+}
+
+TEST_F(Misuse, TruncatedStreamsDecodeWhatIsWhole) {
+  store(folder / "cut.g729", contents(folder / "good.g729").substr(0, 1007));
+  store(folder / "cut.bit", contents(folder / "good.bit").substr(0, 164 * 100 + 103));
+  for (const auto& [name, dropped] :
+       {std::pair("cut.g729", " 7 bytes"), {"cut.bit", " 103 bytes"}}) {
+    const Result result = run(std::string("kelg729f decode ") + name + " cut.wav");
+    EXPECT_EQ(result.status, 5);
+    EXPECT_NE(result.err.find("100 whole frames"), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find(dropped), std::string::npos) << result.err;
+    EXPECT_EQ(load_wav(folder / "cut.wav").size(), 8000u);
+    EXPECT_EQ(run(std::string("kelg729f info ") + name).status, 5);
+  }
+}
+
+// The codec ends the process on frames that it cannot take; none may get through to it.
+TEST_F(Misuse, DamagedStreamsNeverReachTheCodecsFatalExits) {
+  std::mt19937 random(1);
+  const std::string good = contents(folder / "good.bit").substr(0, 164 * 20);
+  for (int trial = 0; trial < 60; ++trial) {
+    std::string stream = good;
+    for (int change = 0; change < 3; ++change) {
+      // Mostly the words that decide: sizes, sync words, mode bits.
+      const size_t at = 164 * (random() % 20) + (random() % 2 ? random() % 8 : random() % 164);
+      stream[at] = static_cast<char>("\0\x10\x40\x50\x76\x78\x81\xff"[random() % 8]);
+    }
+    store(folder / "damaged.bit", stream);
+    const Result result = run("kelg729f decode damaged.bit x.wav");
+    EXPECT_TRUE(result.status == 0 || result.status == 3 || result.status == 5) << result.status;
+    EXPECT_EQ(result.out, "");
+  }
+}
+
+}  // namespace
+}  // namespace test

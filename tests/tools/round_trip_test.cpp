@@ -1,0 +1,111 @@
+#include <random>
+
+#include "codec/g729.h"
+#include "tests/tools/tool_runner.h"
+
+namespace test {
+namespace {
+
+using RoundTrip = ToolTest;
+
+// What the tool should write, made with the codec's byte interface frame by frame.
+std::string packed_by_hand(std::vector<int16_t> samples) {
+  samples.resize((samples.size() + 79) / 80 * 80);
+  G729EncoderState* encoder = g729_encoder_create(0);
+  std::string stream;
+  for (size_t start = 0; start < samples.size(); start += 80) {
+    uint8_t bytes[10];
+    uint32_t size = 0;
+    g729_encoder_encode_frame(encoder, &samples[start], bytes, &size);
+    stream.append(reinterpret_cast<const char*>(bytes), size);
+  }
+  g729_encoder_destroy(encoder);
+  return stream;
+}
+
+std::vector<int16_t> decoded_by_hand(const std::string& stream) {
+  G729DecoderState* decoder = g729_decoder_create();
+  std::vector<int16_t> samples(stream.size() * 8);
+  for (size_t frame = 0; frame < stream.size() / 10; ++frame) {
+    const auto* bytes = reinterpret_cast<const uint8_t*>(&stream[10 * frame]);
+    g729_decoder_decode_frame(decoder, bytes, 10, &samples[80 * frame]);
+  }
+  g729_decoder_destroy(decoder);
+  return samples;
+}
+
+TEST_F(RoundTrip, PackedStreamIsWhatTheByteInterfaceMakes) {
+  run_well("kelg729f encode voice.wav voice.g729");
+  const std::string stream = contents(folder / "voice.g729");
+  EXPECT_EQ(stream, packed_by_hand(voice(16040)));
+  run_well("kelg729f decode voice.g729 decoded.wav");
+  EXPECT_EQ(load_wav(folder / "decoded.wav"), decoded_by_hand(stream));
+}
+
+TEST_F(RoundTrip, SerialStreamDecodesToTheSameSound) {
+  run_well("kelg729f encode voice.wav voice.g729 && kelg729f decode voice.g729 packed.wav");
+  run_well("kelg729f encode voice.wav voice.bit && kelg729f decode voice.bit serial.wav");
+  EXPECT_EQ(contents(folder / "packed.wav"), contents(folder / "serial.wav"));
+}
+
+TEST_F(RoundTrip, EveryRateComesBackRecognisable) {
+  for (const auto& [rate, bits] : {std::pair("6.4", 64), {"8", 80}, {"11.8", 118}}) {
+    run_well(std::string("kelg729f encode --rate ") + rate + " voice.wav x.bit");
+    EXPECT_EQ(contents(folder / "x.bit").size(), 201u * 2 * static_cast<size_t>(2 + bits)) << rate;
+    const Result info = run("kelg729f info x.bit");
+    EXPECT_NE(info.out.find(std::string("speech ") + rate + " kbit/s"), std::string::npos);
+    run_well("kelg729f decode x.bit x.wav");
+    const Result compare = run("kelg729f compare voice.wav x.wav");
+    const size_t at = compare.out.find("segmental SNR");
+    ASSERT_NE(at, std::string::npos) << compare.err;
+    EXPECT_GT(std::stod(compare.out.substr(at + 13)), 3.0) << rate << "\n" << compare.out;
+  }
+}
+
+TEST_F(RoundTrip, SilenceCompressionSavesFramesAndKeepsTheLength) {
+  std::vector<int16_t> samples = voice(16000);
+  samples.resize(32000);
+  store_wav(folder / "pause.wav", samples);
+  run_well("kelg729f encode --annexb pause.wav pause.bit && kelg729f decode pause.bit out.wav");
+  EXPECT_LT(contents(folder / "pause.bit").size(), 400u * 164 * 3 / 4);
+  EXPECT_EQ(load_wav(folder / "out.wav").size(), 32000u);
+  const Result info = run("kelg729f info pause.bit");
+  EXPECT_NE(info.out.find("untransmitted"), std::string::npos) << info.out;
+  EXPECT_NE(info.out.find("silence descriptor"), std::string::npos) << info.out;
+}
+
+TEST_F(RoundTrip, PipesGiveTheSameBytes) {
+  run_well("kelg729f encode voice.wav voice.g729 && kelg729f decode voice.g729 voice2.wav");
+  run_well("cat voice.wav | kelg729f encode --format g729 - - | cat >piped.g729");
+  EXPECT_EQ(contents(folder / "piped.g729"), contents(folder / "voice.g729"));
+  run_well("cat voice.g729 | kelg729f decode --loss 0 --format g729 - - | cat >piped.wav");
+  EXPECT_EQ(contents(folder / "piped.wav"), contents(folder / "voice2.wav"));
+}
+
+TEST_F(RoundTrip, SeveralInputsGoIntoAFolder) {
+  store_wav(folder / "other.wav", voice(800));
+  run_well("kelg729f encode --rate 6.4 voice.wav other.wav streams");
+  run_well("mkdir decoded && kelg729f decode streams/*.bit decoded");
+  EXPECT_EQ(load_wav(folder / "decoded/voice.wav").size(), 16080u);
+  EXPECT_EQ(load_wav(folder / "decoded/other.wav").size(), 800u);
+  // One bad input does not keep the others from being done.
+  store(folder / "bad.wav", "no sound");
+  EXPECT_EQ(run("kelg729f encode bad.wav other.wav more").status, 3);
+  EXPECT_FALSE(fs::exists(folder / "more/bad.g729"));
+  EXPECT_EQ(contents(folder / "more/other.g729").size(), 100u);
+}
+
+TEST_F(RoundTrip, LossFollowsTheSeed) {
+  run_well("kelg729f encode voice.wav voice.g729");
+  for (const char* name : {"a.wav --seed 5", "b.wav --seed 5", "c.wav --seed 6"}) {
+    const Result result =
+        run(std::string("kelg729f decode --loss 20 --burst 3 voice.g729 ") + name);
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_NE(result.err.find(" of 201 frames erased"), std::string::npos) << result.err;
+  }
+  EXPECT_EQ(contents(folder / "a.wav"), contents(folder / "b.wav"));
+  EXPECT_NE(contents(folder / "a.wav"), contents(folder / "c.wav"));
+}
+
+}  // namespace
+}  // namespace test

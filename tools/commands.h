@@ -1,0 +1,66 @@
+// The commands behind the command line; each returns the process's exit status.
+#ifndef KELG729F_TOOLS_COMMANDS_H
+#define KELG729F_TOOLS_COMMANDS_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/failure.h"
+
+namespace tool {
+
+struct EncodeOptions {
+  std::vector<std::string> names;  // inputs, then the output
+  std::string rate = "8";          // "6.4", "8" or "11.8"
+  std::string format;              // of the output: "g729", "bit", or empty for the suffix's
+  bool annexb = false;
+};
+
+struct DecodeOptions {
+  std::vector<std::string> names;  // inputs, then the output
+  std::string format;              // of the inputs
+  double loss = 0.0;               // per cent of frames
+  std::optional<double> burst;     // mean frames a burst; none: independent losses
+  uint32_t seed = 1;
+};
+
+struct InfoOptions {
+  std::vector<std::string> names;
+  std::string format;
+};
+
+struct CompareOptions {
+  std::string reference;
+  std::string output;
+};
+
+Exit run_encode(const EncodeOptions& options);
+Exit run_decode(const DecodeOptions& options);
+Exit run_info(const InfoOptions& options);
+Exit run_compare(const CompareOptions& options);
+
+// One line on standard error.
+void say(const std::string& message);
+
+// Runs work(item) for each item, which may throw Failure or return Exit::truncated. All items are
+// tried; the status is that of the first failure, or truncated, or ok.
+template <class Items, class Work>
+Exit for_each_file(const Items& items, Work work) {
+  Exit failed = Exit::ok;
+  Exit noted = Exit::ok;
+  for (const auto& item : items) {
+    try {
+      if (const Exit status = work(item); status != Exit::ok) noted = status;
+    } catch (const Failure& failure) {
+      say(failure.what());
+      if (failed == Exit::ok) failed = failure.exit;
+    }
+  }
+  return failed != Exit::ok ? failed : noted;
+}
+
+}  // namespace tool
+
+#endif

@@ -1,0 +1,65 @@
+#include <memory>
+
+#include "tools/commands.h"
+#include "tools/progress.h"
+#include "tools/stream_io.h"
+#include "tools/wav_io.h"
+
+namespace tool {
+namespace {
+
+struct EncoderDeleter {
+  void operator()(G729EncoderState* encoder) const { g729_encoder_destroy(encoder); }
+};
+
+int32_t rate_code(const std::string& rate) {
+  return rate == "6.4" ? G729_RATE_6K4 : rate == "8" ? G729_RATE_8K : G729_RATE_11K8;
+}
+
+// A packed stream holds nothing but 10-byte frames; without lengths in it, frames of another size
+// or frames that are left out could not be told apart again.
+void check_packed(const EncodeOptions& options) {
+  if (options.annexb) {
+    throw Failure(Exit::usage, "--annexb: a .g729 stream has no place for silence; write a .bit");
+  }
+  if (options.rate != "8") {
+    throw Failure(Exit::usage,
+                  "--rate " + options.rate + ": a .g729 stream is 8 kbit/s only; write a .bit");
+  }
+}
+
+Exit encode_file(const Job& job, const EncodeOptions& options) {
+  const StreamFormat format = stream_format(job.output, options.format);
+  if (format == StreamFormat::packed) check_packed(options);
+  const InputFile input(job.input);
+  WavReader wav(input);
+  OutputFile output(job.output);
+  const std::unique_ptr<G729EncoderState, EncoderDeleter> encoder(
+      g729_encoder_create(options.annexb));
+  Progress progress(input.name());
+  const int32_t rate = rate_code(options.rate);
+  uint64_t done = 0;
+  int16_t samples[G729_FRAME_SAMPLES];
+  while (const size_t count = wav.read(samples, G729_FRAME_SAMPLES)) {
+    std::fill(samples + count, samples + G729_FRAME_SAMPLES, int16_t{0});
+    Frame frame;
+    g729_encoder_encode_serial(encoder.get(), samples, rate, frame.words.data());
+    write_frame(frame, format, output);
+    done += count;
+    progress.update(static_cast<double>(done) / static_cast<double>(wav.samples()));
+  }
+  output.commit();
+  return Exit::ok;
+}
+
+}  // namespace
+
+Exit run_encode(const EncodeOptions& options) {
+  claim_standard_output();
+  const bool plain = options.rate == "8" && !options.annexb;
+  const std::string suffix = options.format.empty() ? (plain ? "g729" : "bit") : options.format;
+  return for_each_file(plan_jobs(options.names, "." + suffix),
+                       [&](const Job& job) { return encode_file(job, options); });
+}
+
+}  // namespace tool

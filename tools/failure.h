@@ -1,0 +1,26 @@
+// What ends a command early, and the process's exit status for it.
+#ifndef KELG729F_TOOLS_FAILURE_H
+#define KELG729F_TOOLS_FAILURE_H
+
+#include <stdexcept>
+#include <string>
+
+namespace tool {
+
+enum class Exit {
+  ok = 0,
+  usage = 2,      // options or arguments that make no sense
+  input = 3,      // an input that cannot be read or is not what it should be
+  output = 4,     // an output that cannot be written
+  truncated = 5,  // done, but an input ended in the middle of a frame
+};
+
+// The message is one line: what is wrong and what to do.
+struct Failure : std::runtime_error {
+  Failure(Exit status, const std::string& message) : std::runtime_error(message), exit(status) {}
+  Exit exit;
+};
+
+}  // namespace tool
+
+#endif

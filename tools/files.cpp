@@ -1,0 +1,195 @@
+#include "tools/files.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <set>
+
+#include "tools/failure.h"
+
+namespace fs = std::filesystem;
+
+namespace tool {
+namespace {
+
+[[noreturn]] void fail_reading(const std::string& name) {
+  throw Failure(Exit::input, name + ": cannot read: " + std::strerror(errno));
+}
+
+[[noreturn]] void fail_writing(const std::string& name) {
+  throw Failure(Exit::output, name + ": cannot write: " + std::strerror(errno));
+}
+
+// Copies to the end of `from`; false when reading or writing failed.
+bool copy(std::FILE* from, std::FILE* to) {
+  std::array<char, 65536> block;
+  while (const size_t count = std::fread(block.data(), 1, block.size(), from)) {
+    if (std::fwrite(block.data(), 1, count, to) != count) return false;
+  }
+  return !std::ferror(from) && std::fflush(to) == 0;
+}
+
+FileHandle seekable_copy(std::FILE* from, const std::string& name) {
+  FileHandle unnamed(std::tmpfile());
+  if (!unnamed || !copy(from, unnamed.get())) fail_reading(name);
+  std::rewind(unnamed.get());
+  return unnamed;
+}
+
+bool is_special(const std::string& path) {
+  struct stat status;
+  return stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
+}
+
+// The name of the unfinished output, for the signal handler; empty when there is none.
+char unfinished[PATH_MAX];
+
+extern "C" void remove_unfinished(int signal_number) {
+  if (unfinished[0]) unlink(unfinished);
+  _exit(128 + signal_number);
+}
+
+void remember_unfinished(const std::string& path) {
+  unfinished[0] = 0;
+  if (path.size() < sizeof unfinished) std::strcpy(unfinished, path.c_str());
+}
+
+// Throws Failure for a job that would destroy its own input.
+void check_job(const Job& job) {
+  if (job.input.empty() || job.output.empty()) {
+    throw Failure(Exit::usage, "a file name is empty; is a shell variable unset?");
+  }
+  std::error_code missing;
+  if (fs::equivalent(job.input, job.output, missing)) {
+    throw Failure(Exit::usage, job.output + ": is the input too; name another output");
+  }
+}
+
+void make_folder(const std::string& path) {
+  if (fs::exists(path) || path == "-" || fs::path(path).has_extension()) {
+    throw Failure(Exit::usage, path + ": not a folder; several inputs need a folder at the end");
+  }
+  std::error_code error;
+  fs::create_directories(path, error);
+  if (error) throw Failure(Exit::output, path + ": cannot make folder: " + error.message());
+}
+
+std::vector<Job> pair_up(const std::vector<std::string>& names, const std::string& suffix) {
+  const std::string& last = names.back();
+  const bool several = names.size() > 2;
+  const bool ends_in_slash = !last.empty() && last.back() == '/';
+  if (!several && !ends_in_slash && !fs::is_directory(last)) return {{names[0], last}};
+  if (!fs::is_directory(last)) make_folder(last);
+  std::vector<Job> jobs;
+  std::set<std::string> seen;
+  for (size_t i = 0; i + 1 < names.size(); ++i) {
+    if (names[i] == "-") {
+      throw Failure(Exit::usage, "standard input has no name for a file in " + last +
+                                     "; give it an output of its own");
+    }
+    const std::string output = fs::path(last) / (fs::path(names[i]).stem().string() + suffix);
+    if (!seen.insert(output).second) {
+      throw Failure(Exit::usage, output + ": two inputs would be written there; rename one");
+    }
+    jobs.push_back({names[i], output});
+  }
+  return jobs;
+}
+
+}  // namespace
+
+InputFile::InputFile(const std::string& path)
+    : name_(path == "-" ? "standard input" : path),
+      file_(path == "-" ? fdopen(dup(STDIN_FILENO), "rb") : std::fopen(path.c_str(), "rb")) {
+  struct stat status;
+  if (!file_ || fstat(fileno(file_.get()), &status) != 0) fail_reading(name_);
+  if (S_ISDIR(status.st_mode)) {
+    throw Failure(Exit::input, name_ + ": is a folder; name the files in it");
+  }
+  if (!S_ISREG(status.st_mode) || path == "-") {
+    file_ = seekable_copy(file_.get(), name_);
+    if (fstat(fileno(file_.get()), &status) != 0) fail_reading(name_);
+  }
+  size_ = static_cast<uint64_t>(status.st_size);
+}
+
+OutputFile::OutputFile(const std::string& path) : name_(path == "-" ? "standard output" : path) {
+  if (path == "-" && isatty(claim_standard_output())) {
+    throw Failure(Exit::usage, "standard output is a terminal; redirect it or name a file");
+  }
+  if (path == "-" || is_special(path)) {
+    file_.reset(std::tmpfile());
+    if (!file_) fail_writing(name_);
+  } else {
+    std::error_code missing;
+    const fs::path target = fs::canonical(path, missing);  // through symbolic links
+    open_beside(missing ? path : target.string());
+  }
+}
+
+OutputFile::~OutputFile() {
+  if (!temporary_.empty()) unlink(temporary_.c_str());
+  if (!target_.empty()) remember_unfinished("");
+}
+
+void OutputFile::open_beside(const std::string& target) {
+  const fs::path path(target);
+  std::string pattern = path.parent_path() / ".";
+  pattern += path.filename().string() + ".XXXXXX";
+  const int descriptor = mkstemp(pattern.data());
+  if (descriptor < 0) fail_writing(name_);
+  target_ = target;
+  temporary_ = pattern;
+  remember_unfinished(temporary_);
+  const mode_t mask = umask(0);
+  umask(mask);
+  fchmod(descriptor, 0666 & ~mask);
+  file_.reset(fdopen(descriptor, "w+b"));
+}
+
+void OutputFile::commit() {
+  if (std::fflush(file_.get()) != 0) fail_writing(name_);
+  if (!target_.empty()) {
+    if (std::rename(temporary_.c_str(), target_.c_str()) != 0) fail_writing(name_);
+    temporary_.clear();
+    return;
+  }
+  std::rewind(file_.get());
+  const FileHandle out(name_ == "standard output" ? fdopen(dup(claim_standard_output()), "wb")
+                                                  : std::fopen(name_.c_str(), "wb"));
+  if (!out || !copy(file_.get(), out.get())) fail_writing(name_);
+}
+
+int claim_standard_output() {
+  static const int stream = [] {
+    std::fflush(stdout);
+    const int copy = dup(STDOUT_FILENO);
+    dup2(STDERR_FILENO, STDOUT_FILENO);
+    return copy;
+  }();
+  return stream;
+}
+
+void clean_up_on_signals() {
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) std::signal(number, remove_unfinished);
+  std::signal(SIGPIPE, SIG_IGN);  // a closed pipe is a write error like others
+}
+
+std::vector<Job> plan_jobs(const std::vector<std::string>& names, const std::string& suffix) {
+  if (names.size() < 2) {
+    throw Failure(Exit::usage, names[0] + ": and the output? Name the inputs, then the output");
+  }
+  std::vector<Job> jobs = pair_up(names, suffix);
+  for (const Job& job : jobs) check_job(job);
+  return jobs;
+}
+
+}  // namespace tool

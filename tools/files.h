@@ -1,0 +1,77 @@
+// Inputs and outputs by name; "-" is standard input or output.
+#ifndef KELG729F_TOOLS_FILES_H
+#define KELG729F_TOOLS_FILES_H
+
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace tool {
+
+struct FileCloser {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using FileHandle = std::unique_ptr<std::FILE, FileCloser>;
+
+// A file open for reading, always seekable: pipes are copied into an unnamed file first.
+class InputFile {
+ public:
+  // Throws Failure when the file cannot be read.
+  explicit InputFile(const std::string& path);
+
+  const std::string& name() const { return name_; }  // for messages
+  std::FILE* file() const { return file_.get(); }
+  uint64_t size() const { return size_; }
+
+ private:
+  std::string name_;
+  FileHandle file_;
+  uint64_t size_ = 0;
+};
+
+// A file that appears under its name at commit(), whole; without commit() nothing is left behind.
+// Pipes, devices and standard output get their bytes at commit() too.
+class OutputFile {
+ public:
+  // Throws Failure when the file cannot be made.
+  explicit OutputFile(const std::string& path);
+  ~OutputFile();
+  OutputFile(const OutputFile&) = delete;
+  OutputFile& operator=(const OutputFile&) = delete;
+
+  const std::string& name() const { return name_; }  // for messages
+  std::FILE* file() const { return file_.get(); }
+  // Throws Failure when something could not be written.
+  void commit();
+
+ private:
+  void open_beside(const std::string& target);
+
+  std::string name_;
+  std::string target_;     // empty: the bytes are copied at commit()
+  std::string temporary_;  // empty: an unnamed file
+  FileHandle file_;
+};
+
+// From the first call on, whatever else the process prints on standard output goes to standard
+// error, so that a stream written there stays clean. Returns the descriptor for the stream.
+int claim_standard_output();
+
+// Removes an unfinished output when the process is interrupted.
+void clean_up_on_signals();
+
+struct Job {
+  std::string input;
+  std::string output;
+};
+
+// Pairs every input with its output. names: one or more inputs, then an output, which is a folder
+// when there are several inputs (made when missing); suffix: of the files in a folder.
+// Throws Failure for a set of names that would lose something.
+std::vector<Job> plan_jobs(const std::vector<std::string>& names, const std::string& suffix);
+
+}  // namespace tool
+
+#endif

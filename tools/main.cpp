@@ -1,0 +1,121 @@
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <functional>
+
+#include "tools/commands.h"
+#include "tools/files.h"
+
+namespace {
+
+using tool::Exit;
+
+constexpr const char* kFooter =
+    "A .g729 file is a packed stream: 10-byte frames of 8 kbit/s, nothing else. A .bit file is an\n"
+    "ITU serial stream (16-bit little-endian words) and carries every rate, silence and erasures.\n"
+    "WAV files are 8000 Hz mono. \"-\" is standard input or output.\n"
+    "Exit status: 0 done, 2 bad usage, 3 bad input, 4 output cannot be written, 5 done but an\n"
+    "input ended in the middle of a frame. After 2, 3 and 4 the output concerned is not there.";
+
+constexpr const char* kFormatHelp = "stream format where the suffix does not tell";
+
+CLI::Validator number_from(double least, double greatest) {
+  const std::string range =
+      CLI::detail::to_string(least) + " to " + CLI::detail::to_string(greatest);
+  return CLI::Validator(
+      [=](std::string& text) {
+        double value = 0;
+        const bool number = CLI::detail::lexical_cast(text, value);
+        const bool inside = number && value >= least && value <= greatest;
+        return inside ? std::string() : text + " is no number from " + range;
+      },
+      "");
+}
+
+// Files by command: inputs, and behind them the output where there is one.
+void add_files(CLI::App* app, std::vector<std::string>* names, const std::string& help) {
+  app->add_option("FILES", *names, help)->required()->expected(1, -1);
+}
+
+void add_encode(CLI::App* app, tool::EncodeOptions* options) {
+  add_files(app, &options->names, "IN.wav... OUT.g729|OUT.bit|FOLDER|-");
+  app->add_option("--rate", options->rate, "kbit/s: 6.4, 8 or 11.8")
+      ->check(CLI::IsMember({"6.4", "8", "11.8"}));
+  app->add_flag("--annexb", options->annexb, "silence compression; needs a .bit output");
+  app->add_option("--format", options->format, kFormatHelp)->check(CLI::IsMember({"g729", "bit"}));
+}
+
+void add_decode(CLI::App* app, tool::DecodeOptions* options) {
+  add_files(app, &options->names, "IN.g729|IN.bit... OUT.wav|FOLDER|-");
+  app->add_option("--format", options->format, kFormatHelp)->check(CLI::IsMember({"g729", "bit"}));
+  app->add_option("--loss", options->loss, "per cent of the frames to erase")
+      ->check(number_from(0, 100));
+  app->add_option("--burst", options->burst, "mean number of frames lost in a row")
+      ->check(number_from(1, 1000));
+  app->add_option("--seed", options->seed, "another seed loses other frames")
+      ->check(number_from(0, 4294967295.0));
+}
+
+void add_info(CLI::App* app, tool::InfoOptions* options) {
+  add_files(app, &options->names, "IN.g729|IN.bit|-...");
+  app->add_option("--format", options->format, kFormatHelp)->check(CLI::IsMember({"g729", "bit"}));
+}
+
+void add_compare(CLI::App* app, tool::CompareOptions* options) {
+  app->add_option("REFERENCE", options->reference, "the original WAV")->required();
+  app->add_option("OUTPUT", options->output, "the decoded WAV")->required();
+}
+
+// The reason on one line, wherever the parser breaks its own.
+Exit refuse(const CLI::ParseError& error) {
+  std::string reason = error.what();
+  reason = reason.substr(0, reason.find('\n'));
+  tool::say(reason + " (kelg729f --help tells more)");
+  return Exit::usage;
+}
+
+Exit run(int argc, char** argv) {
+  CLI::App app("G.729 speech codec: encode, decode and look into files", "kelg729f");
+  app.footer(kFooter);
+  app.set_version_flag("--version", KELG729F_VERSION);
+  app.require_subcommand(0, 1);
+  tool::EncodeOptions encode;
+  tool::DecodeOptions decode;
+  tool::InfoOptions info;
+  tool::CompareOptions compare;
+  add_encode(app.add_subcommand("encode", "WAV to G.729"), &encode);
+  add_decode(app.add_subcommand("decode", "G.729 to WAV"), &decode);
+  add_info(app.add_subcommand("info", "frames by type, duration, bit rate"), &info);
+  add_compare(app.add_subcommand("compare", "measure a decoded WAV against the original"),
+              &compare);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::Success& success) {
+    return static_cast<Exit>(app.exit(success));
+  } catch (const CLI::ParseError& error) {
+    return refuse(error);
+  }
+  if (app.got_subcommand("encode")) return tool::run_encode(encode);
+  if (app.got_subcommand("decode")) return tool::run_decode(decode);
+  if (app.got_subcommand("info")) return tool::run_info(info);
+  if (app.got_subcommand("compare")) return tool::run_compare(compare);
+  throw tool::Failure(Exit::usage, "name a command: encode, decode, info or compare");
+}
+
+}  // namespace
+
+void tool::say(const std::string& message) {
+  std::fprintf(stderr, "kelg729f: %s\n", message.c_str());
+}
+
+int main(int argc, char** argv) {
+  tool::clean_up_on_signals();
+  try {
+    return static_cast<int>(run(argc, argv));
+  } catch (const tool::Failure& failure) {
+    tool::say(failure.what());
+    return static_cast<int>(failure.exit);
+  } catch (const std::exception& error) {
+    tool::say(error.what());
+    return 1;
+  }
+}

@@ -1,0 +1,65 @@
+#include "tools/wav_io.h"
+
+#include "tools/failure.h"
+
+namespace tool {
+namespace {
+
+void check_form(const std::string& name, const SF_INFO& info) {
+  std::string found;
+  if (info.channels != 1) found += std::to_string(info.channels) + " channels";
+  if (info.samplerate != kSampleRate) {
+    found += (found.empty() ? "" : " at ") + std::to_string(info.samplerate) + " Hz";
+  }
+  if (!found.empty()) {
+    throw Failure(Exit::input, name + ": " + found +
+                                   ", but the codec takes 8000 Hz mono; convert it first:"
+                                   " sox IN.wav -r 8000 -c 1 -b 16 OUT.wav");
+  }
+}
+
+}  // namespace
+
+WavReader::WavReader(const InputFile& input) {
+  SF_INFO info{};
+  sound_.reset(sf_open_fd(fileno(input.file()), SFM_READ, &info, SF_FALSE));
+  if (!sound_) {
+    throw Failure(Exit::input, input.name() + ": no WAV file (" +
+                                   (input.size() ? sf_strerror(nullptr) : "it is empty") + ")");
+  }
+  check_form(input.name(), info);
+  if (info.frames <= 0) throw Failure(Exit::input, input.name() + ": has no samples");
+  samples_ = static_cast<uint64_t>(info.frames);
+  sf_command(sound_.get(), SFC_SET_SCALE_FLOAT_INT_READ, nullptr, SF_TRUE);
+  sf_command(sound_.get(), SFC_SET_CLIPPING, nullptr, SF_TRUE);
+}
+
+size_t WavReader::read(int16_t* samples, size_t count) {
+  return static_cast<size_t>(sf_readf_short(sound_.get(), samples, static_cast<sf_count_t>(count)));
+}
+
+std::vector<int16_t> read_wav(const std::string& path) {
+  const InputFile input(path);
+  WavReader reader(input);
+  std::vector<int16_t> samples(reader.samples());
+  samples.resize(reader.read(samples.data(), samples.size()));
+  return samples;
+}
+
+WavWriter::WavWriter(const OutputFile& output) : output_(output) {
+  SF_INFO info{};
+  info.samplerate = kSampleRate;
+  info.channels = 1;
+  info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+  sound_.reset(sf_open_fd(fileno(output.file()), SFM_WRITE, &info, SF_FALSE));
+  if (!sound_) throw Failure(Exit::output, output.name() + ": " + sf_strerror(nullptr));
+}
+
+void WavWriter::write(const int16_t* samples, size_t count) {
+  const auto wanted = static_cast<sf_count_t>(count);
+  if (sf_writef_short(sound_.get(), samples, wanted) != wanted) {
+    throw Failure(Exit::output, output_.name() + ": cannot write; is the disk full?");
+  }
+}
+
+}  // namespace tool

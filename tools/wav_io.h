@@ -1,0 +1,52 @@
+// WAV files of 8000 Hz, mono, as 16-bit samples.
+#ifndef KELG729F_TOOLS_WAV_IO_H
+#define KELG729F_TOOLS_WAV_IO_H
+
+#include <sndfile.h>
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "tools/files.h"
+
+namespace tool {
+
+inline constexpr int kSampleRate = 8000;
+
+struct SoundCloser {
+  void operator()(SNDFILE* sound) const { sf_close(sound); }
+};
+
+class WavReader {
+ public:
+  // Throws Failure for a file that is no sound file, or not of 8000 Hz and one channel.
+  explicit WavReader(const InputFile& input);
+
+  uint64_t samples() const { return samples_; }
+  // Returns how many samples there were, less than count only at the end.
+  size_t read(int16_t* samples, size_t count);
+
+ private:
+  std::unique_ptr<SNDFILE, SoundCloser> sound_;
+  uint64_t samples_;
+};
+
+std::vector<int16_t> read_wav(const std::string& path);
+
+class WavWriter {
+ public:
+  explicit WavWriter(const OutputFile& output);
+
+  void write(const int16_t* samples, size_t count);
+  // Completes the header.
+  void close() { sound_.reset(); }
+
+ private:
+  const OutputFile& output_;
+  std::unique_ptr<SNDFILE, SoundCloser> sound_;
+};
+
+}  // namespace tool
+
+#endif
