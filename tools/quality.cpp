@@ -5,7 +5,6 @@
 #include <cmath>
 #include <complex>
 #include <numbers>
-#include <vector>
 
 namespace tool {
 namespace {
@@ -86,6 +85,23 @@ double log_spectral_distance(Samples reference, Samples output) {
   return std::sqrt(sum / bins);
 }
 
+struct SecondOrder {
+  double b0, b1, b2, a1, a2;
+};
+constexpr SecondOrder kInputFilter{0.92727436, -1.8544941, 0.92727436, -1.9059465, 0.9114024};
+constexpr SecondOrder kOutputFilter{0.93980581, -1.8795834, 0.93980581, -1.9330735, 0.93589199};
+
+void filter(const SecondOrder& f, std::vector<double>* x) {
+  double s1 = 0;
+  double s2 = 0;
+  for (double& v : *x) {
+    const double y = f.b0 * v + s1;
+    s1 = f.b1 * v - f.a1 * y + s2;
+    s2 = f.b2 * v - f.a2 * y;
+    v = y;
+  }
+}
+
 std::vector<size_t> active_segments(Samples reference) {
   std::vector<double> energies;
   for (size_t start = 0; start + kWindow <= reference.size(); start += kSegment) {
@@ -101,6 +117,17 @@ std::vector<size_t> active_segments(Samples reference) {
 }
 
 }  // namespace
+
+std::vector<int16_t> through_high_pass_filters(Samples x) {
+  std::vector<double> signal(x.begin(), x.end());
+  filter(kInputFilter, &signal);
+  filter(kOutputFilter, &signal);
+  std::vector<int16_t> out(x.size());
+  for (size_t i = 0; i < out.size(); ++i) {
+    out[i] = static_cast<int16_t>(std::clamp(std::round(signal[i]), -32768.0, 32767.0));
+  }
+  return out;
+}
 
 int find_delay(Samples reference, Samples output, int shift) {
   int best = 0;

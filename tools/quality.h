@@ -4,10 +4,16 @@
 
 #include <cstdint>
 #include <span>
+#include <vector>
 
 namespace tool {
 
 using Samples = std::span<const int16_t>;
+
+// What the codec would give back if it coded without error: it removes the lowest frequencies by
+// the high-pass filters at its input and output (G.729 clauses 3.1 and 4.2.5), which also turn the
+// phase of those that stay. Differences against this are coding errors.
+std::vector<int16_t> through_high_pass_filters(Samples x);
 
 // The delay of output against reference, in samples, at which they correlate best; searched from
 // -shift to +shift in the first two minutes.

@@ -50,14 +50,14 @@ inline std::vector<int16_t> load_wav(const fs::path& path) {
   return samples;
 }
 
-// Voice-like: harmonics of 120 Hz in bursts of half a second, and silence of the same length.
+// Voice-like: harmonics of 200 Hz in bursts of half a second, and silence of the same length.
 inline std::vector<int16_t> voice(size_t count) {
   std::vector<int16_t> samples(count);
   for (size_t n = 0; n < count; ++n) {
     const double t = static_cast<double>(n) / 8000;
     const double loudness = std::max(0.0, std::sin(2 * std::numbers::pi * t));
     double value = 0;
-    for (int h = 1; h <= 6; ++h) value += std::cos(2 * std::numbers::pi * 120 * h * t + h * h) / h;
+    for (int h = 1; h <= 6; ++h) value += std::cos(2 * std::numbers::pi * 200 * h * t + h * h) / h;
     samples[n] = static_cast<int16_t>(4000 * loudness * value);
   }
   return samples;
