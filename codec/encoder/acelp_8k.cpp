@@ -1,6 +1,7 @@
 #include "codec/encoder/acelp_8k.h"
 
 #include <algorithm>
+#include <cstdint>
 
 #include "codec/dsp/filters.h"
 #include "codec/dsp/pitch.h"
@@ -18,7 +19,6 @@ struct Search {
   TrackVector d;
   TrackVector sign;
   ImpulseCorrelation rr;
-  double largest[3];  // of |d| on tracks 0, 1, 2
   double threshold;
   int time;
   BestCandidate best = {0.0, 1000000.0};
@@ -34,63 +34,61 @@ double largest_of(const double* x) {
 
 void set_threshold(Search* s) {
   const double mean = 0.125 * sum((load(s->d[0]) + load(s->d[1])) + load(s->d[2]));
-  for (int t = 0; t < 3; ++t) s->largest[t] = largest_of(s->d[t]);
-  const double max = s->largest[0] + s->largest[1] + s->largest[2];
+  const double max = largest_of(s->d[0]) + largest_of(s->d[1]) + largest_of(s->d[2]);
   s->threshold = mean + kThresholdShare * (max - mean);
 }
 
-// What is known of a pair of pulses on tracks 0 and 1.
-struct Pair {
-  int p0, p1;
-  double ps;  // correlation
-  double energy;
-  Vec8 cross[2];  // both pulses against track 3 and track 4
-};
+// The triples with one first pulse that pass the threshold: bit 8 p1 + p2.
+KELG729F_VEC uint64_t passing_triples(const Search& s, int p0) {
+  const Vec8 threshold = splat(s.threshold);
+  const Vec8 d2 = load(s.d[2]);
+  uint64_t triples = 0;
+  for (int p1 = 0; p1 < kTrackPositions; ++p1) {
+    const Vec8 ps2 = splat(s.d[0][p0] + s.d[1][p1]) + d2;
+    triples |= static_cast<uint64_t>(lanes_greater(ps2, threshold)) << (kLanes * p1);
+  }
+  return triples;
+}
 
-// The fourth pulse: track 3, then track 4.
-KELG729F_VEC void search_fourth(Search* s, const Pair& pair, int p2, double ps2, double energy2) {
+// The fourth pulse for three given ones: track 3, then track 4. One branch covers both tracks, and
+// only when a candidate of either beats the best are they gone through in order.
+KELG729F_VEC void search_fourth(Search* s, int p0, int p1, int p2) {
+  const auto& rr = s->rr;
+  const auto& row0 = rr.row[0][p0];
+  const auto& row1 = rr.row[1][p1];
+  const auto& row2 = rr.row[2][p2];
+  const double ps2 = s->d[0][p0] + s->d[1][p1] + s->d[2][p2];
+  const double energy1 = rr.diagonal[0][p0] + rr.diagonal[1][p1] + row0[1][p1];
+  const double energy2 = energy1 + rr.diagonal[2][p2] + (row0[2][p2] + row1[2][p2]);
+  Vec8 ps[2], energy[2];
+  unsigned better = 0;
   for (int k = 0; k < 2; ++k) {
     const int t = 3 + k;
-    const Vec8 ps = splat(ps2) + load(s->d[t]);
-    const Vec8 energy =
-        (splat(energy2) + load(s->rr.diagonal[t])) + (pair.cross[k] + load(s->rr.row[2][p2][t]));
-    const int p3 = improve_best(ps, energy, &s->best);
+    ps[k] = splat(ps2) + load(s->d[t]);
+    energy[k] =
+        (splat(energy2) + load(rr.diagonal[t])) + ((load(row0[t]) + load(row1[t])) + load(row2[t]));
+    better |= lanes_better(ps[k] * ps[k], energy[k], s->best);
+  }
+  if (better == 0) [[likely]]
+    return;
+  for (int k = 0; k < 2; ++k) {
+    const int p3 = improve_best(ps[k], energy[k], &s->best);
     if (p3 < 0) continue;
-    s->track[3] = t;
-    const int place[kPulses] = {pair.p0, pair.p1, p2, p3};
-    for (int i = 0; i < kPulses; ++i) s->place[i] = place[i];
+    s->track[3] = 3 + k;
+    s->place[0] = p0;
+    s->place[1] = p1;
+    s->place[2] = p2;
+    s->place[3] = p3;
   }
 }
 
-// All third pulses for a pair; false when the budget is used up.
-KELG729F_VEC bool search_third(Search* s, int p0, int p1) {
-  Pair pair = {p0, p1, s->d[0][p0] + s->d[1][p1], 0.0, {}};
-  const Vec8 ps2 = splat(pair.ps) + load(s->d[2]);
-  unsigned lanes = lanes_greater(ps2, splat(s->threshold));
-  const auto& row0 = s->rr.row[0][p0];
-  const auto& row1 = s->rr.row[1][p1];
-  pair.energy = s->rr.diagonal[0][p0] + s->rr.diagonal[1][p1] + row0[1][p1];
-  for (int k = 0; k < 2; ++k) pair.cross[k] = load(row0[3 + k]) + load(row1[3 + k]);
-  double ps[kLanes], energy[kLanes];
-  store(ps, ps2);
-  store(energy, (splat(pair.energy) + load(s->rr.diagonal[2])) + (load(row0[2]) + load(row1[2])));
-  for (; lanes != 0; lanes &= lanes - 1) {
-    const int p2 = first_lane(lanes);
-    search_fourth(s, pair, p2, ps[p2], energy[p2]);
-    if (--s->time <= 0) return false;
-  }
-  return true;
-}
-
-// Pairs whose best third pulse stays below the threshold are left out; rounding is monotone, so
-// none of their triples could have passed it.
 void search_pulses(Search* s) {
-  for (int p0 = 0; p0 < kTrackPositions; ++p0) {
-    const Vec8 pairs = splat(s->d[0][p0]) + load(s->d[1]);
-    unsigned lanes = lanes_greater(pairs + splat(s->largest[2]), splat(s->threshold));
-    for (; lanes != 0; lanes &= lanes - 1)
-      if (!search_third(s, p0, first_lane(lanes))) return;
-  }
+  for (int p0 = 0; p0 < kTrackPositions; ++p0)
+    for (uint64_t triples = passing_triples(*s, p0); triples != 0; triples &= triples - 1) {
+      const int lowest = __builtin_ctzll(triples);
+      search_fourth(s, p0, lowest / kLanes, lowest % kLanes);
+      if (--s->time <= 0) return;
+    }
 }
 
 int write_codeword(const Search& s, const double* impulse, double* code, double* y,
@@ -118,8 +116,8 @@ int acelp_search_17bit(const double* target, double* impulse, int t0, double pit
   double d[kSubframe];
   pitch_sharpen(impulse, t0, pitch_sharp);
   correlate_target_impulse(impulse, target, d);
-  split_signs(d, s.d, s.sign);
   correlate_impulse(impulse, &s.rr, kFourPulses);
+  split_signs(d, s.d, s.sign);
   fold_signs(s.sign, &s.rr, kFourPulses);
   set_threshold(&s);
 

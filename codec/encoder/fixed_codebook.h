@@ -46,12 +46,16 @@ struct BestCandidate {
   double energy;
 };
 
-// Compares eight candidates with the best, in the order of the lanes; one replaces it when
-// correlation^2 * best energy > best square * its energy. Returns the lane of the last one that
-// did, -1 when none did.
+// The lanes whose candidate beats the best: square * best energy > best square * energy.
+KELG729F_VEC unsigned lanes_better(Vec8 square, Vec8 energy, const BestCandidate& best) {
+  return lanes_greater(square * splat(best.energy), splat(best.square) * energy);
+}
+
+// Compares eight candidates with the best in the order of the lanes, each with the best of those
+// before it. Returns the lane of the last one that became the best, -1 when none did.
 KELG729F_VEC int improve_best(Vec8 correlation, Vec8 energy, BestCandidate* best) {
   const Vec8 square = correlation * correlation;
-  unsigned better = lanes_greater(square * splat(best->energy), splat(best->square) * energy);
+  unsigned better = lanes_better(square, energy, *best);
   if (better == 0) [[likely]]
     return -1;
   double squares[kLanes], energies[kLanes];
@@ -61,8 +65,7 @@ KELG729F_VEC int improve_best(Vec8 correlation, Vec8 energy, BestCandidate* best
   do {
     winner = first_lane(better);
     *best = {squares[winner], energies[winner]};
-    better = lanes_greater(square * splat(best->energy), splat(best->square) * energy);
-    better = lanes_after(better, winner);
+    better = lanes_after(lanes_better(square, energy, *best), winner);
   } while (better != 0);
   return winner;
 }
