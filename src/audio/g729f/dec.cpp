@@ -56,14 +56,11 @@ void decode_packet(KelG729fDec* dec, const Packet& packet, const BufferMap& in, 
   }
 }
 
-// Hands over a decoded buffer; the tolerance is for this one alone.
-GstFlowReturn finish_within(GstAudioDecoder* base, GstBuffer* output, GstClockTime tolerance) {
-  const GstClockTime set = gst_audio_decoder_get_tolerance(base);
-  if (tolerance == set) return gst_audio_decoder_finish_frame(base, output, 1);
-  gst_audio_decoder_set_tolerance(base, tolerance);
-  const GstFlowReturn flow = gst_audio_decoder_finish_frame(base, output, 1);
-  gst_audio_decoder_set_tolerance(base, set);
-  return flow;
+// Stamps the input buffer, which the base class has made its own, with the output's time.
+void place(KelG729fDec* dec, GstBuffer* buffer) {
+  const GstClockTime tolerance = gst_audio_decoder_get_tolerance(GST_AUDIO_DECODER(dec));
+  const GstClockTime pts = timeline_enter(dec->timeline, GST_BUFFER_PTS(buffer), tolerance);
+  if (gst_buffer_is_writable(buffer)) GST_BUFFER_PTS(buffer) = pts;
 }
 
 }  // namespace
@@ -132,8 +129,7 @@ static GstFlowReturn kel_g729f_dec_handle_frame(GstAudioDecoder* base, GstBuffer
     return GST_FLOW_ERROR;
   }
 
-  const GstClockTime tolerance =
-      timeline_enter(dec->timeline, GST_BUFFER_PTS(buffer), gst_audio_decoder_get_tolerance(base));
+  place(dec, buffer);
   {
     const BufferMap out(output, GST_MAP_WRITE);
     if (out.size() >= size) decode_packet(dec, packet, in, out.data());
@@ -141,7 +137,7 @@ static GstFlowReturn kel_g729f_dec_handle_frame(GstAudioDecoder* base, GstBuffer
   timeline_add(dec->timeline, packet.frames());
   in.unmap();
   GST_LOG_OBJECT(dec, "Finished decoding");
-  return finish_within(base, output, tolerance);
+  return gst_audio_decoder_finish_frame(base, output, 1);
 }
 
 // Comfort noise ends where its stream ends: nothing may follow an end of stream, nor come between

@@ -76,6 +76,7 @@ static gboolean kel_g729f_enc_start(GstAudioEncoder* base) {
   KelG729fEnc* enc = as_enc(base);
   GST_DEBUG_OBJECT(enc, "start");
   GST_OBJECT_LOCK(enc);
+  enc->silent = FALSE;
   enc->encoder = g729_encoder_create(shared(enc->annexb).load(std::memory_order_relaxed));
   GST_OBJECT_UNLOCK(enc);
   return TRUE;
@@ -121,6 +122,7 @@ static gsize encode_frames(KelG729fEnc* enc, const BufferMap& in, const BufferMa
     guint32 size = 0;
     g729_encoder_encode_frame(enc->encoder, samples, out.data() + total, &size);
     total += size;
+    enc->silent = size != G729_SPEECH_BYTES;
   }
   return total;
 }
@@ -139,6 +141,7 @@ static GstFlowReturn kel_g729f_enc_handle_frame(GstAudioEncoder* base, GstBuffer
   GST_LOG_OBJECT(enc, "Received buffer of size %" G_GSIZE_FORMAT, in.size());
 
   const gint32 frames = frames_now(enc);
+  const bool after_silence = enc->silent;
   const gsize room = std::min<gsize>(static_cast<gsize>(frames), in.size() / kPcmBytes);
   GstBuffer* output = nullptr;
   gsize total = 0;
@@ -155,6 +158,8 @@ static GstFlowReturn kel_g729f_enc_handle_frame(GstAudioEncoder* base, GstBuffer
 
   if (output && total > 0) {
     gst_buffer_set_size(output, static_cast<gssize>(total));
+    // A payloader counts the bytes it is given; only the flag makes it look at the timestamp again.
+    if (after_silence) GST_BUFFER_FLAG_SET(output, GST_BUFFER_FLAG_DISCONT);
   } else {
     gst_clear_buffer(&output);
   }

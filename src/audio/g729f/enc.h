@@ -12,6 +12,8 @@ struct KelG729fEnc {
   // Properties: written by any thread, read while encoding.
   gint32 annexb;
   gint32 frames;
+
+  gboolean silent;  // the last frame was not speech
 };
 
 struct KelG729fEncClass {

@@ -35,22 +35,23 @@ inline void timeline_add_noise(Timeline& line) {
   line.lead += kFrameTime;
 }
 
-// A buffer with this timestamp (or none) is decoded next. Returns the tolerance with which the base
-// class must finish it: `tolerance` itself, or more where comfort noise has run ahead.
+// Returns the timestamp at which the output of a buffer with timestamp `pts` (or none) begins, or
+// none if nothing is known. The base class stamps the output with it, unless the buffer is within
+// the application's `tolerance` of where the last one ended.
 inline GstClockTime timeline_enter(Timeline& line, GstClockTime pts, GstClockTime tolerance) {
-  if (!GST_CLOCK_TIME_IS_VALID(pts)) return tolerance;
+  if (!GST_CLOCK_TIME_IS_VALID(pts)) return line.end;
   if (GST_CLOCK_TIME_IS_VALID(line.end)) {
     const GstClockTimeDiff ahead = GST_CLOCK_DIFF(pts, line.end);
     // A frame's grace: the sender's clock is not ours.
     const auto most = static_cast<GstClockTimeDiff>(line.lead > 0 ? line.lead + kFrameTime : 0);
     if (ahead > 0 && ahead <= most) {
       line.lead = static_cast<GstClockTime>(ahead);
-      return MAX(tolerance, line.lead);
+      return line.end;
     }
     line.lead = 0;
-    if (static_cast<GstClockTime>(ABS(ahead)) <= tolerance) return tolerance;
+    if (static_cast<GstClockTime>(ABS(ahead)) <= tolerance) return pts;
   }
   line.end = pts;
   line.lead = 0;
-  return tolerance;
+  return pts;
 }
