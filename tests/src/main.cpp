@@ -1,7 +1,8 @@
+// The elements' tests. Nothing they do may draw a warning from GLib or GStreamer; what is left over
+// under GST_TRACERS=leaks is such a warning, at the very end (GST_DEBUG=GST_TRACER:7 tells more).
 #include <gst/gst.h>
 #include <gtest/gtest.h>
 
-// The elements' tests: nothing they do may draw a warning from GLib or GStreamer.
 int main(int argc, char** argv) {
   gst_init(&argc, &argv);
   if (const gchar* file = g_getenv("TEST_PLUGIN")) {
@@ -13,6 +14,7 @@ int main(int argc, char** argv) {
       static_cast<GLogLevelFlags>(G_LOG_FATAL_MASK | G_LOG_LEVEL_CRITICAL | G_LOG_LEVEL_WARNING));
   // Tests that capture log lines raise thresholds; the lines are theirs alone.
   if (!g_getenv("GST_DEBUG")) gst_debug_remove_log_function(gst_debug_log_default);
+
   testing::InitGoogleTest(&argc, argv);
   const int result = RUN_ALL_TESTS();
   gst_deinit();

@@ -83,6 +83,34 @@ TEST(Rtp, OnlySingleFramesAlwaysSplit) {
   EXPECT_GT(misread(2) + misread(3), 0u);
 }
 
+// Longer packets are the payloader's: it joins single frames, each in its place.
+TEST(Rtp, PayloaderJoinsFrames) {
+  if (missing({"rtpg729pay", "rtpg729depay"})) GTEST_SKIP() << "no RTP elements";
+  const auto signal = speech_with_pauses();
+  const auto truth = encoded_sizes(signal, 1);
+  Harness h(gst_harness_new_parse(
+      "kelg729fenc annexb=true frames=1 ! rtpg729pay min-ptime=20000000 ! rtpg729depay"));
+  gst_harness_set_src_caps_str(h.get(), kRawCaps);
+  for (gsize i = 0; i < kFrames; i++) {
+    gst_harness_push(h.get(), pcm(&signal[i * kFrame], i));
+  }
+  gst_harness_push_event(h.get(), gst_event_new_eos());
+
+  std::vector<gsize> sizes(kFrames, 0);
+  gsize packets = 0;
+  while (Buffer packet{gst_harness_try_pull(h.get())}) {
+    packets++;
+    gsize left = gst_buffer_get_size(packet.get());
+    for (gsize at = GST_BUFFER_PTS(packet.get()) / kTick; left > 0; at++) {
+      ASSERT_LT(at, kFrames);
+      sizes[at] = std::min<gsize>(left, 10);
+      left -= sizes[at];
+    }
+  }
+  EXPECT_EQ(sizes, truth);
+  EXPECT_LT(packets, kFrames / 3);
+}
+
 struct Received {
   std::vector<double> energy;  // of every 10 ms from the first timestamp on, dB
   GstClockTime first = GST_CLOCK_TIME_NONE;
