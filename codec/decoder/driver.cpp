@@ -6,7 +6,6 @@
 #include "codec/decoder/lag_decode.h"
 #include "codec/dsp/diagnostics.h"
 #include "codec/dsp/filters.h"
-#include "codec/dsp/vec.h"
 
 namespace g729::inline KELG729F_TARGET {
 namespace {
