@@ -112,18 +112,33 @@ void weight_lpc(const double* a, double gamma, int m, double* ap) {
   }
 }
 
-void convolve(const double* x, const double* h, double* y) {
-  double padded[2 * kSubframe] = {};  // 40 zeros before h, so that h[n - i] may start early
-  copy_vector(h, padded + kSubframe, kSubframe);
-  constexpr int kBlocks = kSubframe / kLanes;
-  Vec8 s[kBlocks] = {};
-  for (int block = 0; block < kBlocks; ++block) {
-    for (int i = block * kLanes; i < (block + 1) * kLanes; ++i) {
-      const Vec8 xi = splat(x[i]);
-      for (int b = block; b < kBlocks; ++b)
-        s[b] = s[b] + xi * load(padded + kSubframe + b * kLanes - i);
-    }
+namespace {
+
+constexpr int kBlocks = kSubframe / kLanes;
+
+// Adds the products of x[8 Block..8 Block + 7] to the blocks of the output that they reach; eight
+// zeros stand before h. The compiler must know Block to keep s in registers.
+template <int Block>
+KELG729F_VEC void convolve_block(const double* x, const double* h, Vec8* s) {
+  for (int i = Block * kLanes; i < (Block + 1) * kLanes; ++i) {
+    const Vec8 xi = splat(x[i]);
+    for (int b = Block; b < kBlocks; ++b) s[b] = s[b] + xi * load(h + b * kLanes - i);
   }
+}
+
+}  // namespace
+
+void convolve(const double* x, const double* h, double* y) {
+  double padded[kLanes + kSubframe];
+  store(padded, splat(0.0));
+  for (int b = 0; b < kBlocks; ++b) store(padded + (b + 1) * kLanes, load(h + b * kLanes));
+  Vec8 s[kBlocks] = {};
+  convolve_block<0>(x, padded + kLanes, s);
+  convolve_block<1>(x, padded + kLanes, s);
+  convolve_block<2>(x, padded + kLanes, s);
+  convolve_block<3>(x, padded + kLanes, s);
+  convolve_block<4>(x, padded + kLanes, s);
+  static_assert(kBlocks == 5);
   for (int b = 0; b < kBlocks; ++b) store(y + b * kLanes, s[b]);
 }
 

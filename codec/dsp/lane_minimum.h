@@ -21,17 +21,20 @@ KELG729F_VEC void consider(LaneMinimum* m, Vec8 value, int first) {
   m->index = select(smaller, splat(first) + load(kLane), m->index);
 }
 
+// Smallest of the eight lanes.
+KELG729F_VEC double smallest_lane(Vec8 v) {
+  double t[kLanes];
+  store(t, v);
+  for (int half = kLanes / 2; half > 0; half /= 2)
+    for (int i = 0; i < half; ++i) t[i] = t[i + half] < t[i] ? t[i + half] : t[i];
+  return t[0];
+}
+
 // Index of the smallest value of all lanes, the lowest among equals.
-inline int lowest_index(const LaneMinimum& m) {
-  double value[kLanes], index[kLanes];
-  store(value, m.value);
-  store(index, m.index);
-  int best = 0;
-  for (int i = 1; i < kLanes; ++i) {
-    const bool equal = value[i] == value[best];
-    if (value[i] < value[best] || (equal && index[i] < index[best])) best = i;
-  }
-  return static_cast<int>(index[best]);
+KELG729F_VEC int lowest_index(const LaneMinimum& m) {
+  constexpr double kAboveAnyIndex = 1.0e9;
+  const Mask8 least = m.value <= splat(smallest_lane(m.value));
+  return static_cast<int>(smallest_lane(select(least, m.index, splat(kAboveAnyIndex))));
 }
 
 }  // namespace g729::inline KELG729F_TARGET
