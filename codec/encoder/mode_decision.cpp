@@ -20,8 +20,19 @@ constexpr int kRunStepGrowth = 100;
 constexpr int kRunStepMax = 2500;
 constexpr int kEarlyEnd = 5000;  // fall when a shorter run ends
 
-constexpr double kGainStep = 1000.0;  // statistic per dB by which one gain exceeds the other
-constexpr double kGainStepMax = 1500.0;
+// The backward filter may predict worse by a gap that widens with the statistic: its frames have
+// more pulses, and changing modes costs too.
+constexpr double kGapNarrow = 0.5;           // dB, at kStationarityNeeded
+constexpr double kGapPerPoint = 1.0 / 8192;  // dB
+
+// A frame in which the backward filter keeps up with the forward one speaks for stationarity. Most
+// frames of speech do so, too; hence the uneven steps, in balance at nine frames of ten.
+constexpr double kKeepsUp = 2.5;  // dB
+constexpr int kKeptUpStep = 250;
+constexpr int kLeftBehindStep = -2250;
+
+// Above this mean pitch gain the adaptive codebook already models what order 30 could add.
+constexpr double kPitchy = 0.92;
 
 // Prediction gains of the frame in dB.
 struct Gains {
@@ -53,13 +64,19 @@ double squared_distance(const double* x, const double* y, int n) {
   return sum;
 }
 
+bool pitchy(const double* pgain_buf) {
+  double sum = 0.0;
+  for (int i = 0; i < kModePitchGains; ++i) sum += pgain_buf[i];
+  return sum > kPitchy * kModePitchGains;
+}
+
 LpMode choose_mode(const ModeState& state, const ModeInput& in, const Gains& gain) {
   if (state.stationarity >= kStationarityHeld && state.backward_run > 0 &&
       squared_distance(in.lsp_new, in.lsp_old, kOrder) < kHeldLspDistance)
     return kBackward;
-  if (state.stationarity < kStationarityNeeded) return kForward;
+  if (state.stationarity < kStationarityNeeded || pitchy(in.pgain_buf)) return kForward;
   const double lesser = std::min(gain.backward, gain.smoothed);
-  const double gap = 1.0 + state.stationarity / 8192.0;
+  const double gap = kGapNarrow + kGapPerPoint * (state.stationarity - kStationarityNeeded);
   return lesser > 0.0 && lesser > gain.forward - gap ? kBackward : kForward;
 }
 
@@ -79,9 +96,10 @@ void follow_run(ModeState* state, LpMode lp_mode) {
   state->backward_run = 0;
 }
 
-void follow_gains(ModeState* state, const Gains& gain) {
-  const double step = kGainStep * (gain.backward - gain.forward);
-  move_stationarity(state, static_cast<int>(std::min(std::max(step, -kGainStepMax), kGainStepMax)));
+void follow_gains(ModeState* state, const ModeInput& in, const Gains& gain) {
+  const double lesser = std::min(gain.backward, gain.smoothed);
+  const bool keeps_up = lesser > gain.forward - kKeepsUp && !pitchy(in.pgain_buf);
+  move_stationarity(state, keeps_up ? kKeptUpStep : kLeftBehindStep);
 }
 
 }  // namespace
@@ -99,7 +117,7 @@ LpMode mode_decide(ModeState* state, const ModeInput& in, double* a_backward) {
     const Gains gain = prediction_gains(in, smoothed);
     lp_mode = choose_mode(*state, in, gain);
     follow_run(state, lp_mode);
-    follow_gains(state, gain);
+    follow_gains(state, in, gain);
   }
   if (lp_mode == kBackward) {
     backward_smoothing_accept(&state->smoothing, smoothed);
