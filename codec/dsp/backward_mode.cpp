@@ -8,7 +8,10 @@
 namespace g729::inline KELG729F_TARGET {
 namespace {
 
-constexpr double kDominanceEnergy = 40.0;  // dB, quieter frames do not count
+// Quieter frames do not count: synthesis_energy_db first reaches 40 dB at this energy, the least
+// of five leading bits above 10^4.
+constexpr double kDominanceEnergy = 10240.0;
+constexpr double kEnergyFloor = 0.0001;
 constexpr int kDominanceRatio = 4;
 constexpr int kDominanceTotal = 100;
 
@@ -39,7 +42,7 @@ void backward_smoothing_restart(BackwardSmoothing* state, const double* a) {
 }
 
 void backward_dominance_update(BackwardDominance* state, int lp_mode, const double* synthesis) {
-  if (synthesis_energy_db(synthesis, kFrame) < kDominanceEnergy) return;
+  if (kEnergyFloor + dot(synthesis, synthesis, kFrame) < kDominanceEnergy) return;
   ++(lp_mode == kBackward ? state->count_bwd : state->count_fwd);
   if (state->count_bwd + state->count_fwd == kDominanceTotal) {
     state->count_bwd /= 2;
@@ -51,7 +54,7 @@ void backward_dominance_update(BackwardDominance* state, int lp_mode, const doub
 double synthesis_energy_db(const double* x, int n) {
   constexpr double kLog2Of10 = 3.321928094887362;
   constexpr double kInt32Max = 2147483647.0;
-  const double energy = 0.0001 + dot(x, x, n);
+  const double energy = kEnergyFloor + dot(x, x, n);
   const double exponent = log10_of(energy) * kLog2Of10;
   if (exponent < kLeadingBits - 1) return 0.005;
   if (energy > kInt32Max) return 93.1814;

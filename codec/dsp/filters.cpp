@@ -4,23 +4,6 @@
 
 namespace g729::inline KELG729F_TARGET {
 
-void copy_vector(const double* src, double* dst, int n) {
-  for (int i = 0; i < n; ++i) dst[i] = src[i];
-}
-
-void zero_vector(double* dst, int n) {
-  for (int i = 0; i < n; ++i) dst[i] = 0.0;
-}
-
-double dot(const double* x, const double* y, int n) {
-  Vec8 s = splat(0.0);
-  int i = 0;
-  for (; i + kLanes <= n; i += kLanes) s = s + load(x + i) * load(y + i);
-  double total = sum(s);
-  for (; i < n; ++i) total += x[i] * y[i];
-  return total;
-}
-
 namespace {
 
 // Outputs of two filters, one a lane.
@@ -103,15 +86,6 @@ void residual_filter(int m, const double* a, const double* x, double* y, int n) 
   }
 }
 
-void weight_lpc(const double* a, double gamma, int m, double* ap) {
-  double power = 1.0;
-  ap[0] = a[0];
-  for (int i = 1; i <= m; ++i) {
-    power *= gamma;
-    ap[i] = a[i] * power;
-  }
-}
-
 namespace {
 
 constexpr int kBlocks = kSubframe / kLanes;
@@ -149,17 +123,27 @@ void impulse_response(int m, const double* num, const double* den, double* h, in
   synthesis_filter(m, den, x, h, n, mem, false);
 }
 
+// Two samples a turn: with the first one's recursion written into the second's, both wait only for
+// the two outputs before the turn.
 void biquad_filter(const BiquadCoefficients& c, BiquadMemory* mem, double* x, int n) {
-  double x1 = mem->x1, x2 = mem->x2, y1 = mem->y1, y2 = mem->y2;
-  for (int k = 0; k < n; ++k) {
-    const double y = ((c.b0 * x[k] + c.b1 * x1) + (c.b2 * x2 + c.a2 * y2)) + c.a1 * y1;
-    x2 = x1;
-    x1 = x[k];
-    y2 = y1;
-    y1 = y;
+  const double c1 = c.a1 * c.a1 + c.a2, c2 = c.a1 * c.a2;
+  BiquadMemory m = *mem;
+  int k = 0;
+  for (; k + 2 <= n; k += 2) {
+    const double first = c.b0 * x[k] + (c.b1 * m.x1 + c.b2 * m.x2);
+    const double second = c.b0 * x[k + 1] + (c.b1 * x[k] + c.b2 * m.x1);
+    const double y0 = (first + c.a2 * m.y2) + c.a1 * m.y1;
+    const double y1 = ((second + c.a1 * first) + c2 * m.y2) + c1 * m.y1;
+    m = {x[k + 1], x[k], y1, y0};
+    x[k] = y0;
+    x[k + 1] = y1;
+  }
+  for (; k < n; ++k) {
+    const double y = (c.b0 * x[k] + (c.b1 * m.x1 + c.b2 * m.x2)) + c.a2 * m.y2 + c.a1 * m.y1;
+    m = {x[k], m.x1, y, m.y1};
     x[k] = y;
   }
-  *mem = {x1, x2, y1, y2};
+  *mem = m;
 }
 
 }  // namespace g729::inline KELG729F_TARGET

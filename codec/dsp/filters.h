@@ -3,18 +3,30 @@
 #pragma once
 
 #include "codec/dsp/constants.h"
+#include "codec/dsp/vec.h"
 
 namespace g729::inline KELG729F_TARGET {
 
 // dst[i] = src[i], i = 0..n-1; source first. The two must not overlap.
-void copy_vector(const double* src, double* dst, int n);
+inline void copy_vector(const double* src, double* dst, int n) {
+  for (int i = 0; i < n; ++i) dst[i] = src[i];
+}
 
 // dst[i] = 0.
-void zero_vector(double* dst, int n);
+inline void zero_vector(double* dst, int n) {
+  for (int i = 0; i < n; ++i) dst[i] = 0.0;
+}
 
 // Sum of x[i] * y[i] in eight partial sums (lane i mod 8, added as Vec8's sum()); a rest of n mod 8
 // products is added one by one at the end.
-double dot(const double* x, const double* y, int n);
+inline double dot(const double* x, const double* y, int n) {
+  Vec8 s = splat(0.0);
+  int i = 0;
+  for (; i + kLanes <= n; i += kLanes) s = s + load(x + i) * load(y + i);
+  double total = sum(s);
+  for (; i < n; ++i) total += x[i] * y[i];
+  return total;
+}
 
 // y[k] = x[k] - sum_{i=1..m} a[i] y[k-i], the all-pole filter 1/A(z) (clause 3.2.6 convention
 // A(z) = 1 + a[1] z^-1 + ...). a[0] is never read. mem[0..m-1] are the outputs before y[0],
@@ -34,7 +46,14 @@ void synthesis_filter_pair(int m, const double* a, const double* x0, const doubl
 void residual_filter(int m, const double* a, const double* x, double* y, int n);
 
 // ap[i] = a[i] gamma^i, i = 0..m, the powers by repeated multiplication: A(z/gamma). ap may be a.
-void weight_lpc(const double* a, double gamma, int m, double* ap);
+inline void weight_lpc(const double* a, double gamma, int m, double* ap) {
+  double power = 1.0;
+  ap[0] = a[0];
+  for (int i = 1; i <= m; ++i) {
+    power *= gamma;
+    ap[i] = a[i] * power;
+  }
+}
 
 // y[n] = sum_{i=0..n} x[i] h[n-i], n = 0..39: x filtered by the impulse response h from rest.
 // y must not overlap x or h.

@@ -39,15 +39,14 @@ double levinson_durbin(int m, const double* r, double* a, double* rc, LevinsonMe
 
 namespace {
 
-// Product of (1 - 2 q z^-1 + z^-2) over every second LSP, coefficients f[0..5].
-void lsp_polynomial(const double* lsp, double* f) {
-  f[0] = 1.0;
-  f[1] = -2.0 * lsp[0];
-  for (int i = 2; i <= kOrder / 2; ++i) {
-    const double b = -2.0 * lsp[2 * i - 2];
-    f[i] = b * f[i - 1] + 2.0 * f[i - 2];
-    for (int j = i - 1; j > 1; --j) f[j] += b * f[j - 1] + f[j - 2];
-    f[1] += b;
+// Multiplies the fifth-order polynomials f[0] and f[1], kept as coefficients 0..i of a symmetric
+// product, by (1 - 2 q z^-1 + z^-2), q the next even and the next odd LSP.
+void multiply_polynomials(const double* lsp, int i, double f[kOrder / 2 + 1][2]) {
+  const double b[2] = {-2.0 * lsp[2 * i - 2], -2.0 * lsp[2 * i - 1]};
+  for (int p = 0; p < 2; ++p) {
+    f[i][p] = b[p] * f[i - 1][p] + 2.0 * f[i - 2][p];
+    for (int j = i - 1; j > 1; --j) f[j][p] += b[p] * f[j - 1][p] + f[j - 2][p];
+    f[1][p] += b[p];
   }
 }
 
@@ -55,17 +54,16 @@ void lsp_polynomial(const double* lsp, double* f) {
 
 void lsp_to_lpc(const double* lsp, double* a) {
   constexpr int kHalfOrder = kOrder / 2;
-  double f1[kHalfOrder + 1], f2[kHalfOrder + 1];
-  lsp_polynomial(lsp, f1);
-  lsp_polynomial(lsp + 1, f2);
+  double f[kHalfOrder + 1][2] = {{1.0, 1.0}, {-2.0 * lsp[0], -2.0 * lsp[1]}};
+  for (int i = 2; i <= kHalfOrder; ++i) multiply_polynomials(lsp, i, f);
   for (int i = kHalfOrder; i > 0; --i) {
-    f1[i] += f1[i - 1];
-    f2[i] -= f2[i - 1];
+    f[i][0] += f[i - 1][0];
+    f[i][1] -= f[i - 1][1];
   }
   a[0] = 1.0;
   for (int i = 1; i <= kHalfOrder; ++i) {
-    a[i] = 0.5 * (f1[i] + f2[i]);
-    a[kOrder + 1 - i] = 0.5 * (f1[i] - f2[i]);
+    a[i] = 0.5 * (f[i][0] + f[i][1]);
+    a[kOrder + 1 - i] = 0.5 * (f[i][0] - f[i][1]);
   }
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <random>
 
 namespace g729 {
 namespace {
@@ -16,6 +17,22 @@ TEST(SynthesisEnergyDb, KeepsFiveBitsOfTheEnergy) {
   }
   const double cases[][2] = {{0, 0.005}, {3.9, 0.005}, {1e5, 93.1814}, {4.01, 10 * std::log10(16)}};
   for (const auto& c : cases) EXPECT_NEAR(synthesis_energy_db(&c[0], 1), c[1], 1e-9) << c[0];
+}
+
+TEST(SynthesisEnergyDb, ReachesFortyDecibelWhereFramesBeginToCount) {
+  std::mt19937 random(9);
+  std::uniform_real_distribution<double> amplitude(0.0, 20.0);
+  int louder = 0;
+  for (int i = 0; i < 2000; ++i) {
+    double x[kFrame];
+    for (double& v : x) v = amplitude(random);
+    BackwardDominance state;
+    backward_dominance_update(&state, kForward, x);
+    ASSERT_EQ(state.count_fwd, synthesis_energy_db(x, kFrame) >= 40.0);
+    louder += state.count_fwd;
+  }
+  EXPECT_GT(louder, 500);
+  EXPECT_LT(louder, 1500);
 }
 
 TEST(BackwardSmoothing, TakesElevenFramesToReachTheNewFilter) {

@@ -116,6 +116,24 @@ TEST(Filters, ConvolutionAndImpulseResponseAgreeWithTheDefinition) {
   for (int n = 1; n < kSubframe; ++n) EXPECT_NEAR(unit[n], 0.0, 1e-9);
 }
 
+TEST(Filters, BiquadEqualsItsRecursionInPiecesOfAnyLength) {
+  Noise noise;
+  const BiquadCoefficients c = {0.9, -1.8, 0.95, 1.9, -0.91};
+  const auto x = noise.vector(400, 1000);
+  auto y = x;
+  BiquadMemory memory = {};
+  for (int start = 0, n = 0; start < 400; start += n) {
+    n = std::min(n + 1, 400 - start);
+    biquad_filter(c, &memory, y.data() + start, n);
+  }
+  double x1 = 0, x2 = 0, y1 = 0, y2 = 0;
+  for (int k = 0; k < 400; ++k) {
+    const double direct = c.b0 * x[k] + c.b1 * x1 + c.b2 * x2 + c.a1 * y1 + c.a2 * y2;
+    ASSERT_NEAR(y[k], direct, 1e-8);
+    x2 = x1, x1 = x[k], y2 = y1, y1 = direct;
+  }
+}
+
 TEST(Filters, DotSumsTheRest) {
   Noise noise;
   for (int n = 0; n < 30; ++n) {
