@@ -16,8 +16,8 @@ constexpr int kFirstExtra = 30;  // on top in the first subframe
 constexpr double kThresholdShare = 0.4;
 
 struct Search {
-  TrackVector d;
-  TrackVector sign;
+  alignas(kVectorAlign) TrackVector d;
+  alignas(kVectorAlign) TrackVector sign;
   ImpulseCorrelation rr;
   double threshold;
   int time;
@@ -38,57 +38,65 @@ void set_threshold(Search* s) {
   s->threshold = mean + kThresholdShare * (max - mean);
 }
 
-// The triples with one first pulse that pass the threshold: bit 8 p1 + p2.
-KELG729F_VEC uint64_t passing_triples(const Search& s, int p0) {
+// All pairs of second and third pulses that go with one first pulse, [p1][p2].
+struct Triples {
+  alignas(kVectorAlign) double ps[kTrackPositions][kTrackPositions];
+  alignas(kVectorAlign) double energy[kTrackPositions][kTrackPositions];
+};
+
+// The triples that pass the threshold: bit 8 p1 + p2.
+KELG729F_VEC uint64_t correlate_triples(const Search& s, int p0, Triples* triples) {
   const Vec8 threshold = splat(s.threshold);
   const Vec8 d2 = load(s.d[2]);
-  uint64_t triples = 0;
+  uint64_t passing = 0;
   for (int p1 = 0; p1 < kTrackPositions; ++p1) {
-    const Vec8 ps2 = splat(s.d[0][p0] + s.d[1][p1]) + d2;
-    triples |= static_cast<uint64_t>(lanes_greater(ps2, threshold)) << (kLanes * p1);
+    const Vec8 ps = splat(s.d[0][p0] + s.d[1][p1]) + d2;
+    store(triples->ps[p1], ps);
+    passing |= static_cast<uint64_t>(lanes_greater(ps, threshold)) << (kLanes * p1);
   }
-  return triples;
+  return passing;
 }
 
-// The fourth pulse for three given ones: track 3, then track 4. One branch covers both tracks, and
-// only when a candidate of either beats the best are they gone through in order.
-KELG729F_VEC void search_fourth(Search* s, int p0, int p1, int p2) {
-  const auto& rr = s->rr;
-  const auto& row0 = rr.row[0][p0];
-  const auto& row1 = rr.row[1][p1];
-  const auto& row2 = rr.row[2][p2];
-  const double ps2 = s->d[0][p0] + s->d[1][p1] + s->d[2][p2];
-  const double energy1 = rr.diagonal[0][p0] + rr.diagonal[1][p1] + row0[1][p1];
-  const double energy2 = energy1 + rr.diagonal[2][p2] + (row0[2][p2] + row1[2][p2]);
+KELG729F_VEC void add_energies(const Search& s, int p0, Triples* triples) {
+  const auto& row0 = s.rr.row[0][p0];
+  const Vec8 diagonal2 = load(s.rr.diagonal[2]), cross02 = load(row0[2]);
+  for (int p1 = 0; p1 < kTrackPositions; ++p1) {
+    const double energy1 = s.rr.diagonal[0][p0] + s.rr.diagonal[1][p1] + row0[1][p1];
+    store(triples->energy[p1], (splat(energy1) + diagonal2) + (cross02 + load(s.rr.row[1][p1][2])));
+  }
+}
+
+// The fourth pulse for three given ones: the candidates of track 3, then those of track 4.
+KELG729F_VEC void search_fourth(Search* s, const Triples& triples, int p0, int p1, int p2) {
   Vec8 ps[2], energy[2];
-  unsigned better = 0;
   for (int k = 0; k < 2; ++k) {
     const int t = 3 + k;
-    ps[k] = splat(ps2) + load(s->d[t]);
-    energy[k] =
-        (splat(energy2) + load(rr.diagonal[t])) + ((load(row0[t]) + load(row1[t])) + load(row2[t]));
-    better |= lanes_better(ps[k] * ps[k], energy[k], s->best);
+    const Vec8 cross =
+        (load(s->rr.row[0][p0][t]) + load(s->rr.row[1][p1][t])) + load(s->rr.row[2][p2][t]);
+    ps[k] = splat(triples.ps[p1][p2]) + load(s->d[t]);
+    energy[k] = (splat(triples.energy[p1][p2]) + load(s->rr.diagonal[t])) + cross;
   }
-  if (better == 0) [[likely]]
-    return;
-  for (int k = 0; k < 2; ++k) {
-    const int p3 = improve_best(ps[k], energy[k], &s->best);
-    if (p3 < 0) continue;
-    s->track[3] = 3 + k;
-    s->place[0] = p0;
-    s->place[1] = p1;
-    s->place[2] = p2;
-    s->place[3] = p3;
-  }
+  const int fourth = improve_best<2>(ps, energy, &s->best);
+  if (fourth < 0) return;
+  s->track[3] = 3 + fourth / kTrackPositions;
+  s->place[0] = p0;
+  s->place[1] = p1;
+  s->place[2] = p2;
+  s->place[3] = fourth % kTrackPositions;
 }
 
 void search_pulses(Search* s) {
-  for (int p0 = 0; p0 < kTrackPositions; ++p0)
-    for (uint64_t triples = passing_triples(*s, p0); triples != 0; triples &= triples - 1) {
-      const int lowest = __builtin_ctzll(triples);
-      search_fourth(s, p0, lowest / kLanes, lowest % kLanes);
+  Triples triples;
+  for (int p0 = 0; p0 < kTrackPositions; ++p0) {
+    uint64_t passing = correlate_triples(*s, p0, &triples);
+    if (passing == 0) continue;
+    add_energies(*s, p0, &triples);
+    for (; passing != 0; passing &= passing - 1) {
+      const int lowest = __builtin_ctzll(passing);
+      search_fourth(s, triples, p0, lowest / kLanes, lowest % kLanes);
       if (--s->time <= 0) return;
     }
+  }
 }
 
 int write_codeword(const Search& s, const double* impulse, double* code, double* y,

@@ -109,11 +109,17 @@ void fold_signs(const TrackVector sign, ImpulseCorrelation* rr, CorrelationLayou
 }
 
 void split_signs(const double* d, TrackVector magnitude, TrackVector sign) {
+  double magnitudes[kSubframe], signs[kSubframe];
+  for (int n = 0; n < kSubframe; n += kLanes) {
+    const Vec8 value = load(d + n);
+    const Vec8 one = select(splat(0.0) <= value, splat(1.0), splat(-1.0));
+    store(signs + n, one);
+    store(magnitudes + n, value * one);
+  }
   for (int t = 0; t < kTracks; ++t)
     for (int p = 0; p < kTrackPositions; ++p) {
-      const double value = d[kTracks * p + t];
-      sign[t][p] = value >= 0.0 ? 1.0 : -1.0;
-      magnitude[t][p] = value >= 0.0 ? value : -value;
+      magnitude[t][p] = magnitudes[kTracks * p + t];
+      sign[t][p] = signs[kTracks * p + t];
     }
 }
 

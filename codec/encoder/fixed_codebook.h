@@ -14,6 +14,7 @@ namespace g729::inline KELG729F_TARGET {
 static_assert(kTrackPositions == kLanes, "a track is one vector");
 
 using TrackVector = double[kTracks][kTrackPositions];
+inline constexpr int kVectorAlign = kLanes * sizeof(double);
 
 // d[n] = sum_{i=n..39} target[i] impulse[i-n], n = 0..39: the backward-filtered target.
 void correlate_target_impulse(const double* impulse, const double* target, double* d);
@@ -21,8 +22,8 @@ void correlate_target_impulse(const double* impulse, const double* target, doubl
 // Correlations of the impulse response, rr(i, j) = sum_{k=0..39-max(i,j)} h[k] h[k + |i-j|].
 // row[t][p][u][q] belongs to the positions 5 p + t and 5 q + u, diagonal[t][p] to 5 p + t alone.
 struct ImpulseCorrelation {
-  TrackVector diagonal;
-  TrackVector row[kTracks][kTrackPositions];
+  alignas(kVectorAlign) TrackVector diagonal;
+  alignas(kVectorAlign) TrackVector row[kTracks][kTrackPositions];
 };
 
 // Cross terms that correlate_impulse fills; the diagonal is always filled.
@@ -46,28 +47,39 @@ struct BestCandidate {
   double energy;
 };
 
-// The lanes whose candidate beats the best: square * best energy > best square * energy.
-KELG729F_VEC unsigned lanes_better(Vec8 square, Vec8 energy, const BestCandidate& best) {
-  return lanes_greater(square * splat(best.energy), splat(best.square) * energy);
-}
-
-// Compares eight candidates with the best in the order of the lanes, each with the best of those
-// before it. Returns the lane of the last one that became the best, -1 when none did.
-KELG729F_VEC int improve_best(Vec8 correlation, Vec8 energy, BestCandidate* best) {
-  const Vec8 square = correlation * correlation;
-  unsigned better = lanes_better(square, energy, *best);
+// Compares 8 n candidates with the best, in order, each with the best of those before it: one
+// replaces it when its correlation^2 * best energy > best square * its energy. Returns the index of
+// the last one that did, -1 when none did. Most often none does, and that costs a single branch.
+template <int n>
+KELG729F_VEC int improve_best(const Vec8* correlation, const Vec8* energy, BestCandidate* best) {
+  Vec8 square[n];
+  for (int k = 0; k < n; ++k) square[k] = correlation[k] * correlation[k];
+  const auto lanes_better = [&] {
+    unsigned better = 0;
+    for (int k = 0; k < n; ++k)
+      better |= lanes_greater(square[k] * splat(best->energy), splat(best->square) * energy[k])
+                << (kLanes * k);
+    return better;
+  };
+  unsigned better = lanes_better();
   if (better == 0) [[likely]]
     return -1;
-  double squares[kLanes], energies[kLanes];
-  store(squares, square);
-  store(energies, energy);
+  double squares[n * kLanes], energies[n * kLanes];
+  for (int k = 0; k < n; ++k) {
+    store(squares + k * kLanes, square[k]);
+    store(energies + k * kLanes, energy[k]);
+  }
   int winner;
   do {
     winner = first_lane(better);
     *best = {squares[winner], energies[winner]};
-    better = lanes_after(lanes_better(square, energy, *best), winner);
+    better = lanes_after(lanes_better(), winner);
   } while (better != 0);
   return winner;
+}
+
+KELG729F_VEC int improve_best(Vec8 correlation, Vec8 energy, BestCandidate* best) {
+  return improve_best<1>(&correlation, &energy, best);
 }
 
 // y[n] = sum_k sign[k] impulse[n - position[k]], n = 0..39, in the order of k.
