@@ -157,6 +157,30 @@ TEST(ComfortNoise, NothingAfterFlushOrEnd) {
   }
 }
 
+// A gap in the stream is silence all the same, and the noise's time goes on.
+TEST(ComfortNoise, GoesOnThroughGaps) {
+  Live live;
+  live.push_and_drop(2, GST_SECOND);
+  for (GstClockTime i = 1; i <= 6; i++) {
+    EXPECT_EQ(GST_BUFFER_PTS(live.noise().get()), GST_SECOND + i * kTick);
+    gst_harness_push_event(live.h.get(), gst_event_new_gap(GST_SECOND + i * kTick, kTick));
+  }
+  live.push(10, GST_SECOND + 7 * kTick);
+  EXPECT_EQ(GST_BUFFER_PTS(pull(live.h).get()), GST_SECOND + 7 * kTick);
+}
+
+// What falls into a pause of the pipeline is not made up for.
+TEST(ComfortNoise, Pause) {
+  Live live;
+  live.push_and_drop(2, 0);
+  live.noise();
+  EXPECT_EQ(live.next_deadline(), 2 * kTick);
+  gst_test_clock_set_time(live.clock.get(), GST_SECOND);
+  gst_element_set_base_time(live.h->element, GST_SECOND - kTick);
+  EXPECT_EQ(GST_BUFFER_PTS(live.noise().get()), 2 * kTick);
+  EXPECT_EQ(live.next_deadline(), GST_SECOND + kTick);
+}
+
 TEST(ComfortNoise, WithoutClock) {
   LogCapture log("g729fdec");
   Harness h = make_decoder();

@@ -42,18 +42,23 @@ void decode_frame(KelG729fDec* dec, const guint8* bytes, guint32 size, guint8* o
   std::memcpy(out, samples, kPcmBytes);
 }
 
-void decode_packet(KelG729fDec* dec, const Packet& packet, const BufferMap& in, guint8* out) {
+// False when the output cannot be written to.
+bool decode_packet(KelG729fDec* dec, const Packet& packet, const BufferMap& in, GstBuffer* output) {
+  const BufferMap out(output, GST_MAP_WRITE);
+  if (out.size() < packet.frames() * kPcmBytes) return false;
   for (gsize i = 0; i < packet.speech; i++) {
     GST_LOG_OBJECT(dec, "Decoding frame %u/%u (%d bytes)", static_cast<guint>(i + 1),
                    static_cast<guint>(packet.speech), G729_SPEECH_BYTES);
-    decode_frame(dec, in.data() + i * G729_SPEECH_BYTES, G729_SPEECH_BYTES, out + i * kPcmBytes);
+    decode_frame(dec, in.data() + i * G729_SPEECH_BYTES, G729_SPEECH_BYTES,
+                 out.data() + i * kPcmBytes);
   }
   if (packet.sid) {
     GST_LOG_OBJECT(dec, "Decoding SID");
     decode_frame(dec, in.data() + in.size() - G729_SID_BYTES, G729_SID_BYTES,
-                 out + packet.speech * kPcmBytes);
+                 out.data() + packet.speech * kPcmBytes);
     kel_g729f_dtx_start(dec);
   }
+  return true;
 }
 
 // Stamps the input buffer, which the base class has made its own, with the output's time.
@@ -123,16 +128,12 @@ static GstFlowReturn kel_g729f_dec_handle_frame(GstAudioDecoder* base, GstBuffer
   GST_LOG_OBJECT(dec, "we have %u frames, %" G_GSIZE_FORMAT " in, %" G_GSIZE_FORMAT " out",
                  static_cast<guint>(packet.speech), in.size(), size);
   GstBuffer* output = gst_audio_decoder_allocate_output_buffer(base, size);
-  if (!output) {
+  place(dec, buffer);
+  if (!output || !decode_packet(dec, packet, in, output)) {
+    gst_clear_buffer(&output);
     in.unmap();
     GST_WARNING_OBJECT(dec, "failed to alloc buffer");
     return GST_FLOW_ERROR;
-  }
-
-  place(dec, buffer);
-  {
-    const BufferMap out(output, GST_MAP_WRITE);
-    if (out.size() >= size) decode_packet(dec, packet, in, out.data());
   }
   timeline_add(dec->timeline, packet.frames());
   in.unmap();
