@@ -71,34 +71,51 @@ void add_pulse(const Search& s, int t, int p, PulseSet* set) {
   set->place[set->pulses++] = p;
 }
 
-Vec8 positive(Vec8 x) {
-  return select(splat(0.0) < x, x, splat(0.0));
+// The candidates of one lane compete from row to row without a branch; the lanes meet at the end.
+struct LaneWinners {
+  Vec8 square = splat(0.0);
+  Vec8 energy = splat(1e38);
+  Vec8 row = splat(0.0);
+};
+
+KELG729F_VEC void compete(Vec8 correlation, Vec8 energy, int row, LaneWinners* best) {
+  // A negative correlation is no match, however large.
+  const Vec8 positive = select(splat(0.0) < correlation, correlation, splat(0.0));
+  const Vec8 square = positive * positive;
+  const Mask8 better = best->square * energy < square * best->energy;
+  best->square = select(better, square, best->square);
+  best->energy = select(better, energy, best->energy);
+  best->row = select(better, splat(row), best->row);
+}
+
+KELG729F_VEC int winning_lane(const LaneWinners& best) {
+  double merit[kLanes];
+  store(merit, best.square / best.energy);
+  int winner = 0;
+  for (int k = 1; k < kLanes; ++k) winner = merit[k] > merit[winner] ? k : winner;
+  return winner;
 }
 
 void add_best_pulse(const Search& s, int t, PulseSet* set) {
-  BestCandidate best = {0.0, 1e38};
-  const Vec8 ps = splat(set->ps) + load(s.d[t]);
-  const Vec8 energy = splat(set->energy) + (load(s.rr.diagonal[t]) + set->cross[t]);
-  const int p = improve_best(positive(ps), energy, &best);
-  add_pulse(s, t, p < 0 ? 0 : p, set);
+  LaneWinners best;
+  compete(splat(set->ps) + load(s.d[t]),
+          splat(set->energy) + (load(s.rr.diagonal[t]) + set->cross[t]), 0, &best);
+  add_pulse(s, t, winning_lane(best), set);
 }
 
 void add_best_pair(const Search& s, int t0, int t1, PulseSet* set) {
-  BestCandidate best = {0.0, 1e38};
-  int best0 = 0, best1 = 0;
-  double energy0[kLanes];
+  double energy0[kLanes], row[kLanes];
   store(energy0, splat(set->energy) + (load(s.rr.diagonal[t0]) + set->cross[t0]));
   const Vec8 energy1 = load(s.rr.diagonal[t1]) + set->cross[t1];
-  for (int p = 0; p < kTrackPositions; ++p) {
-    const Vec8 ps = splat(set->ps + s.d[t0][p]) + load(s.d[t1]);
-    const Vec8 energy = splat(energy0[p]) + (energy1 + load(s.rr.row[t0][p][t1]));
-    const int lane = improve_best(positive(ps), energy, &best);
-    if (lane < 0) continue;
-    best0 = p;
-    best1 = lane;
-  }
-  add_pulse(s, t0, best0, set);
-  add_pulse(s, t1, best1, set);
+  const Vec8 d1 = load(s.d[t1]);
+  LaneWinners best;
+  for (int p = 0; p < kTrackPositions; ++p)
+    compete(splat(set->ps + s.d[t0][p]) + d1,
+            splat(energy0[p]) + (energy1 + load(s.rr.row[t0][p][t1])), p, &best);
+  const int lane = winning_lane(best);
+  store(row, best.row);
+  add_pulse(s, t0, static_cast<int>(row[lane]), set);
+  add_pulse(s, t1, lane, set);
 }
 
 int most_promising(const double* merit) {

@@ -28,17 +28,21 @@ struct Pair {
 };
 
 Pair search_pairs(const TrackVector d, const ImpulseCorrelation& rr) {
+  constexpr int kOthers = sizeof(kTracksOfPulse1) / sizeof(kTracksOfPulse1[0]);
   BestCandidate best = {0.0, 1e38};
   Pair pair;
   for (const int t0 : kTracksOfPulse0)
-    for (int p0 = 0; p0 < kTrackPositions; ++p0)
-      for (const int t1 : kTracksOfPulse1) {
-        const Vec8 ps = splat(d[t0][p0]) + load(d[t1]);
-        const Vec8 energy =
-            (splat(rr.diagonal[t0][p0]) + load(rr.diagonal[t1])) + load(rr.row[t0][p0][t1]);
-        const int p1 = improve_best(ps, energy, &best);
-        if (p1 >= 0) pair = {{{t0, p0}, {t1, p1}}};
+    for (int p0 = 0; p0 < kTrackPositions; ++p0) {
+      Vec8 ps[kOthers], energy[kOthers];
+      for (int k = 0; k < kOthers; ++k) {
+        const int t1 = kTracksOfPulse1[k];
+        ps[k] = splat(d[t0][p0]) + load(d[t1]);
+        energy[k] = (splat(rr.diagonal[t0][p0]) + load(rr.diagonal[t1])) + load(rr.row[t0][p0][t1]);
       }
+      const int other = improve_best<kOthers>(ps, energy, &best);
+      if (other < 0) continue;
+      pair = {{{t0, p0}, {kTracksOfPulse1[other / kTrackPositions], other % kTrackPositions}}};
+    }
   return pair;
 }
 

@@ -47,9 +47,10 @@ struct BestCandidate {
   double energy;
 };
 
-// Compares 8 n candidates with the best, in order, each with the best of those before it: one
-// replaces it when its correlation^2 * best energy > best square * its energy. Returns the index of
-// the last one that did, -1 when none did. Most often none does, and that costs a single branch.
+// Compares 8 n candidates with the best, n <= 4, in order, each with the best of those before it:
+// one replaces it when its correlation^2 * best energy > best square * its energy. Returns the
+// index of the last one that did, -1 when none did. Most often none does, and that costs a single
+// branch.
 template <int n>
 KELG729F_VEC int improve_best(const Vec8* correlation, const Vec8* energy, BestCandidate* best) {
   Vec8 square[n];
@@ -76,10 +77,6 @@ KELG729F_VEC int improve_best(const Vec8* correlation, const Vec8* energy, BestC
     better = lanes_after(lanes_better(), winner);
   } while (better != 0);
   return winner;
-}
-
-KELG729F_VEC int improve_best(Vec8 correlation, Vec8 energy, BestCandidate* best) {
-  return improve_best<1>(&correlation, &energy, best);
 }
 
 // y[n] = sum_k sign[k] impulse[n - position[k]], n = 0..39, in the order of k.
