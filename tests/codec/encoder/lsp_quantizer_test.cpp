@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <cmath>
 #include <numbers>
-#include <string>
-#include <vector>
 
 #include "codec/dsp/math.h"
 #include "tests/codec/encoder/search_signals.h"
@@ -90,45 +88,42 @@ Direct quantise_directly(const LspHistory& history, const double* lsp) {
   return best;
 }
 
-// LSFs that wander from frame to frame, now and then jumping, as LSPs.
-class Wander {
- public:
-  explicit Wander(unsigned seed) : signals_(seed) {}
-  std::vector<double> next() {
-    const double stay = signals_.integer(0, 9) == 0 ? 0.0 : 0.85;
-    std::vector<double> target(kOrder), lsp(kOrder);
-    for (double& v : target) v = signals_.uniform(0.1, 3.0);
-    std::sort(target.begin(), target.end());
-    for (int j = 0; j < kOrder; ++j) {
-      lsf_[j] = stay * lsf_[j] + (1 - stay) * target[j];
-      lsp[j] = std::cos(lsf_[j]);
-    }
-    return lsp;
-  }
+// Ten LSFs within a band, in order.
+void draw_lsf(test::SearchSignals& signals, double low, double width, double* lsf) {
+  for (int j = 0; j < kOrder; ++j) lsf[j] = signals.uniform(low, low + width);
+  std::sort(lsf, lsf + kOrder);
+}
 
- private:
-  test::SearchSignals signals_;
-  std::vector<double> lsf_ = std::vector<double>(kOrder);
-};
+// Moves the LSFs as speech does from frame to frame, now and then with a jump to a narrow band.
+void wander(test::SearchSignals& signals, double* lsf, double* lsp) {
+  double target[kOrder];
+  if (signals.integer(0, 9) == 0) {
+    draw_lsf(signals, signals.uniform(0.1, 2.0), 0.5, lsf);
+  } else {
+    draw_lsf(signals, 0.1, 2.9, target);
+    for (int j = 0; j < kOrder; ++j) lsf[j] += 0.15 * (target[j] - lsf[j]);
+  }
+  cosine(lsf, lsp, kOrder);
+}
 
 TEST(LspQuantizer, PicksWhatTheDirectSearchPicks) {
-  Wander wander(5);
+  test::SearchSignals signals(5);
+  double current[kOrder] = {}, lsp[kOrder];
   LspHistory history;
   lsp_history_reset(&history);
   int mode_frames[2] = {};
   for (int frame = 0; frame < 3000; ++frame) {
-    const auto lsp = wander.next();
+    wander(signals, current, lsp);
     double lsp_q[kOrder], residual[kOrder];
     int index[2];
-    const LspHistory before = history;
-    lsp_quantize(history, lsp.data(), lsp_q, residual, index);
-    const Direct direct = quantise_directly(before, lsp.data());
+    lsp_quantize(history, lsp, lsp_q, residual, index);
+    const Direct direct = quantise_directly(history, lsp);
     ASSERT_EQ(index[0], direct.index[0]) << frame;
     ASSERT_EQ(index[1], direct.index[1]) << frame;
     ++mode_frames[index[0] >> 7];
 
     double decoded[kOrder], lsf[kOrder];
-    lsp_reconstruct(index, before, decoded, lsf);
+    lsp_reconstruct(index, history, decoded, lsf);
     for (int j = 0; j < kOrder; ++j) {
       ASSERT_EQ(residual[j], decoded[j]);
       ASSERT_EQ(lsp_q[j], cosine(lsf[j]));
@@ -139,22 +134,47 @@ TEST(LspQuantizer, PicksWhatTheDirectSearchPicks) {
   EXPECT_GT(mode_frames[1], 300);
 }
 
-// A vector that the codebooks hold comes back as it is, so every entry can be reached in its place.
-TEST(LspQuantizer, FindsEveryEntryAtItsOwnPlace) {
+// LSFs that a mode predicts from a codebook sum whose halves overlap, so that spreading moves them.
+void draw_overlapping(test::SearchSignals& signals, const LspHistory& history, int mode,
+                      double* lsf) {
+  double buf[kOrder];
+  do {
+    const int first = signals.integer(0, 127),
+              second[2] = {signals.integer(0, 31), signals.integer(0, 31)};
+    for (int j = 0; j < kOrder; ++j)
+      buf[j] = kLspFirstStage[first][j] + kLspSecondStage[second[j / kHalf]][j];
+  } while (buf[4] < buf[5]);
+  lsp_predict(kSpeechPredictor[mode], history, buf, lsf);
+}
+
+// On the way from one mode's vector to the other's, where the distortions of the modes are equal.
+TEST(LspQuantizer, ChangesModeWhereTheDirectSearchDoes) {
+  test::SearchSignals signals(6);
   LspHistory history;
   lsp_history_reset(&history);
-  int exact = 0;
-  for (int i = 0; i < kFirstStage; ++i) {
-    const int sent[2] = {i | (i & 1) << 7, (i * 7 % 32) * 32 + i * 11 % 32};
-    double buf[kOrder], lsf[kOrder], lsp[kOrder], lsp_q[kOrder], residual[kOrder];
-    int index[2];
-    lsp_reconstruct(sent, history, buf, lsf);
-    cosine(lsf, lsp, kOrder);
-    lsp_quantize(history, lsp, lsp_q, residual, index);
-    exact += index[0] == sent[0] && index[1] == sent[1];
+  for (int trial = 0; trial < 300; ++trial) {
+    double from[kOrder], to[kOrder], lsp[kOrder], lsp_q[kOrder], residual[kOrder];
+    draw_overlapping(signals, history, 0, from);
+    draw_overlapping(signals, history, 1, to);
+    const auto at = [&](double t) {
+      for (int j = 0; j < kOrder; ++j) lsp[j] = std::cos(from[j] + t * (to[j] - from[j]));
+      return quantise_directly(history, lsp);
+    };
+    const int mode = at(0.0).index[0] >> 7;
+    double low = 0.0, high = 1.0;
+    while (high - low > 1e-10) {
+      const double middle = (low + high) / 2;
+      (at(middle).index[0] >> 7 == mode ? low : high) = middle;
+    }
+    for (double t : {low, high}) {
+      const Direct direct = at(t);
+      int index[2];
+      lsp_quantize(history, lsp, lsp_q, residual, index);
+      ASSERT_EQ(index[0], direct.index[0]) << trial << " " << t;
+      ASSERT_EQ(index[1], direct.index[1]) << trial << " " << t;
+    }
+    if (trial % 10 == 0) lsp_history_push(residual, &history);
   }
-  // The rest: another first-stage row is nearer to the sum of both stages.
-  EXPECT_GT(exact, 90);
 }
 
 TEST(LspQuantizer, ExtremesAreMadeStableAndReported) {
