@@ -85,11 +85,15 @@ KELG729F_VEC T arc_cosine_kernel(T x) {
                 select(negative, constant(kPi, x) - outer, outer));
 }
 
-template <Vec8 (*Function)(Vec8), double (*Scalar)(double)>
+template <Vec8 (*Function)(Vec8)>
 KELG729F_VEC void map(const double* x, double* out, int n) {
   int i = 0;
   for (; i + kLanes <= n; i += kLanes) store(out + i, Function(load(x + i)));
-  for (; i < n; ++i) out[i] = Scalar(x[i]);
+  if (i == n) return;
+  double rest[kLanes] = {};
+  for (int k = i; k < n; ++k) rest[k - i] = x[k];
+  store(rest, Function(load(rest)));
+  for (int k = i; k < n; ++k) out[k] = rest[k - i];
 }
 
 uint64_t bits_of(double x) {
@@ -131,10 +135,10 @@ double arc_cosine(double x) {
 }
 
 void cosine(const double* x, double* out, int n) {
-  map<cosine_kernel<Vec8>, cosine>(x, out, n);
+  map<cosine_kernel<Vec8>>(x, out, n);
 }
 void arc_cosine(const double* x, double* out, int n) {
-  map<arc_cosine_kernel<Vec8>, arc_cosine>(x, out, n);
+  map<arc_cosine_kernel<Vec8>>(x, out, n);
 }
 
 double log10_of(double x) {
