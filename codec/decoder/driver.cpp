@@ -13,7 +13,8 @@ namespace {
 constexpr int kStationaryBackward = 30;  // backward subframes that make a signal stationary
 constexpr double kFrozenFading = 0.5;    // per good backward frame
 constexpr double kFrozenFadingDominant = 0.1;
-constexpr double kRunawayEnergy = 1e20;  // of a frame; full scale is below 1e11
+constexpr double kFullScaleEnergy = kFrame * 32768.0 * 32768.0;  // of a frame
+constexpr double kRunawayEnergy = 100.0 * kFullScaleEnergy;
 
 // The frame being decoded. field walks over the parameters that are still to be read.
 struct Frame {
@@ -236,8 +237,8 @@ void decode_noise(DecoderCoreState* state, const Frame& frame, double* synthesis
   backward_smoothing_restart(&state->smoothing, decoded->filter(kSubframes - 1));
 }
 
-// Bits that no encoder sends can make the excitation grow without end. Long before a double
-// overflows, such a signal is dropped.
+// Bits that no encoder sends can make the excitation grow without end, and good speech would need
+// seconds to bring it down again. 20 dB above full scale such a signal is dropped.
 void stop_runaway(DecoderCoreState* state, double* synthesis) {
   const double* speech = synthesis + kSynthesisPast;
   if (dot(speech, speech, kFrame) < kRunawayEnergy) return;

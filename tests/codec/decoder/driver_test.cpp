@@ -162,9 +162,9 @@ TEST(DecoderDriver, RunawayIsDropped) {
   for (int frame = 0; frame < 3000; ++frame) {
     d.decode(false, kSpeech8k, {69, 291, 250, 0, 2748, 15, 5, 17, 4951, 15, 5});
     loudest = std::max(loudest, d.energy());
-    ASSERT_LE(d.energy(), 1e20);
+    ASSERT_LE(d.energy(), 1e13);
   }
-  EXPECT_GT(loudest, 1e15);
+  EXPECT_GT(loudest, 1e12);
   EXPECT_TRUE(std::isfinite(d.state.frame_energy));
 }
 
