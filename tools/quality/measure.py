@@ -21,7 +21,7 @@ OUTPUT_FILTER = ([0.93980581, -1.8795834, 0.93980581], [1, -1.9330735, 0.9358919
 RATES = ("6.4", "8", "11.8")
 SOUNDS = "/usr/share/asterisk/sounds"
 MUSIC = "/usr/share/asterisk/moh"
-ERASED, SYNC = 0, 0x6B21  # words of the serial format
+ERASED = 0  # a bit of the serial format
 
 
 def read_wav(path):

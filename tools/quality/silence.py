@@ -9,51 +9,29 @@ usage: silence.py build/tools/kelg729f [folder of 8 kHz WAV files]
 """
 import glob
 import os
-import subprocess
 import sys
-import tempfile
-import wave
 
 import numpy as np
 from scipy import signal
 
-RATE, FRAME, LOOK_AHEAD = 8000, 80, 40
-SPEECH = "/usr/share/asterisk/sounds/en_US_f_Allison"
+from measure import (DELAY, FRAME, RATE, INPUT_FILTER, SOUNDS, bits_of, decibel, decode, encode,
+                     read_wav)
+
+SPEECH = os.path.join(SOUNDS, "en_US_f_Allison")
 NONE, SID, VOICE = 0, 16, 80  # bits of a frame
-
-
-def read_wav(path):
-    with wave.open(path) as file:
-        return np.frombuffer(file.readframes(file.getnframes()), "<i2").astype(float)
-
-
-def write_wav(path, x):
-    with wave.open(path, "wb") as file:
-        file.setparams((1, 2, RATE, 0, "NONE", ""))
-        file.writeframes(np.round(x).clip(-32768, 32767).astype("<i2").tobytes())
 
 
 def frames(x):
     """Rows of 80 samples as the encoder codes them, look-ahead late."""
-    x = np.concatenate([np.zeros(LOOK_AHEAD), x])
+    x = np.concatenate([np.zeros(DELAY), x])
     return x[: len(x) // FRAME * FRAME].reshape(-1, FRAME)
 
 
 def transcode(tool, x):
     """The coded frames' sizes in bits and the decoded frames."""
-    with tempfile.TemporaryDirectory() as folder:
-        names = [os.path.join(folder, n) for n in ("in.wav", "coded.bit", "out.wav")]
-        write_wav(names[0], x)
-        subprocess.run([tool, "encode", "--annexb", names[0], names[1]], check=True,
-                       stderr=subprocess.DEVNULL)
-        subprocess.run([tool, "decode", names[1], names[2]], check=True, stderr=subprocess.DEVNULL)
-        words = np.fromfile(names[1], "<u2")
-        out = read_wav(names[2])
-    bits, at = [], 0
-    while at < len(words):
-        bits.append(int(words[at + 1]))
-        at += 2 + bits[-1]
-    return np.array(bits), out[: len(out) // FRAME * FRAME].reshape(-1, FRAME)
+    coded = encode(tool, [x], "--annexb")
+    (out,) = decode(tool, coded)
+    return bits_of(coded[0]), out[: len(out) // FRAME * FRAME].reshape(-1, FRAME)
 
 
 def utterances(paths, seconds, seed):
@@ -89,10 +67,6 @@ def backgrounds(paths, seconds):
     }
 
 
-def decibel(x):
-    return 10 * np.log10(x + 1e-9)
-
-
 def scaled(x, power):
     return x * np.sqrt(power / np.mean(x**2))
 
@@ -121,7 +95,6 @@ def measure_detector(tool, paths):
 def measure_noise(tool, paths):
     print("\n| background | RMS | without speech | level | spectral distance | level taken out |")
     print("|---|---|---|---|---|---|")
-    high_pass = ([0.92727435, -1.8544941, 0.92727435], [1, -1.9059465, 0.9114024])
     for name, noise in backgrounds(paths, 60).items():
         for rms in (30, 100, 1000):
             x = scaled(noise, rms**2)
@@ -133,7 +106,7 @@ def measure_noise(tool, paths):
             if np.sum(run) < 30:
                 print(f"{row} - | - | - |")
                 continue
-            pair = [rows[:n][run] for rows in (out, frames(signal.lfilter(*high_pass, x)))]
+            pair = [rows[:n][run] for rows in (out, frames(signal.lfilter(*INPUT_FILTER, x)))]
             level = decibel(np.mean(pair[0] ** 2)) - decibel(np.mean(pair[1] ** 2))
             spectra = [np.mean(np.abs(np.fft.rfft(p * np.hanning(FRAME), 128)) ** 2, axis=0)
                        for p in pair]
