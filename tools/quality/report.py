@@ -106,7 +106,7 @@ def main():
     parser.add_argument("tool", help="build/tools/kelg729f")
     parser.add_argument("--forward-only", metavar="TOOL",
                         help="the tool of a build whose mode decision always answers forward")
-    parser.add_argument("--random-frames", metavar="PROGRAM", help="build/fuzz/random-frames")
+    parser.add_argument("--random-frames", metavar="PROGRAM", help="build/tests/random-frames")
     parser.add_argument("--count", type=int, default=10_000_000, help="random frames")
     options = parser.parse_args()
     here = os.path.dirname(os.path.abspath(__file__))
