@@ -6,16 +6,22 @@ namespace g729::inline KELG729F_TARGET {
 
 namespace {
 
-// Outputs of two filters, one a lane.
+// Two outputs in a row, or outputs of two filters.
 #if defined(KELG729F_PLAIN)
 struct Pair {
   double lane[2];
 };
-KELG729F_VEC Pair operator*(double a, Pair x) {
-  return {{a * x.lane[0], a * x.lane[1]}};
+KELG729F_VEC Pair operator*(Pair x, Pair y) {
+  return {{x.lane[0] * y.lane[0], x.lane[1] * y.lane[1]}};
+}
+KELG729F_VEC Pair operator+(Pair x, Pair y) {
+  return {{x.lane[0] + y.lane[0], x.lane[1] + y.lane[1]}};
 }
 KELG729F_VEC Pair operator-(Pair x, Pair y) {
   return {{x.lane[0] - y.lane[0], x.lane[1] - y.lane[1]}};
+}
+KELG729F_VEC Pair operator*(double a, Pair x) {
+  return {{a * x.lane[0], a * x.lane[1]}};
 }
 KELG729F_VEC double lane(Pair x, int i) {
   return x.lane[i];
@@ -26,25 +32,64 @@ KELG729F_VEC double lane(Pair x, int i) {
   return x[i];
 }
 #endif
-
-// The oldest output's term first, so that only the newest one's waits for the sample before it.
-// T is double or Pair; order is the filter's when it is known to the compiler, else 0.
-template <int Order, typename T>
-KELG729F_VEC void synthesize(int m, const double* a, const T* x, T* out, int n) {
-  const int order = Order ? Order : m;
-  for (int k = 0; k < n; ++k) {
-    T s = x[k];
-    for (int i = order; i >= 1; --i) s = s - a[i] * out[k - i];
-    out[k] = s;
-  }
+KELG729F_VEC Pair twice(double x) {
+  return Pair{x, x};
 }
 
+// All-pole filter two samples at a time. With y[k] written into the recursion of y[k+1],
+//
+//   y[k]   = x[k]               - sum_i a[i] y[k-i]
+//   y[k+1] = x[k+1] - a[1] x[k] - sum_i (a[i+1] - a[1] a[i]) y[k-i],
+//
+// both wait only for the two outputs before them. c[i] holds the two coefficients of y[k-i].
+struct LookAhead {
+  Pair c[kBackwardCoeffs];
+};
+
+KELG729F_VEC LookAhead look_ahead(int m, const double* a) {
+  LookAhead f;
+  for (int i = 1; i < m; ++i) f.c[i] = Pair{a[i], a[i + 1] - a[1] * a[i]};
+  if (m > 0) f.c[m] = Pair{a[m], -(a[1] * a[m])};
+  return f;
+}
+
+// y[k] and y[k+1], the newest outputs' terms last; those two, which `last` holds, come from a
+// register and not by way of memory. m is at least 2.
+KELG729F_VEC Pair next_two(int m, const double* a, const LookAhead& f, const double* x,
+                           const double* out, Pair last) {
+  Pair s = {x[0], x[1] - a[1] * x[0]};
+  for (int i = m; i >= 3; --i) s = s - f.c[i] * twice(out[-i]);
+  return s - (f.c[2] * twice(lane(last, 0)) + f.c[1] * twice(lane(last, 1)));
+}
+
+// T is double, or Pair for two signals of one filter side by side.
 template <typename T>
-KELG729F_VEC void synthesize(int m, const double* a, const T* x, T* out, int n) {
-  if (m == kOrder)
-    synthesize<kOrder>(m, a, x, out, n);
-  else
-    synthesize<0>(m, a, x, out, n);
+KELG729F_VEC T next_one(int m, const double* a, T x, const T* out) {
+  for (int i = m; i >= 1; --i) x = x - a[i] * out[-i];
+  return x;
+}
+
+// kFixed is the order when the compiler may know it, else 0.
+template <int kFixed>
+KELG729F_VEC void synthesize(int order, const double* a, const double* x, double* out, int n) {
+  const int m = kFixed ? kFixed : order;
+  int k = 0;
+  if (m >= 2) {
+    const LookAhead f = look_ahead(m, a);
+    Pair last = {out[-2], out[-1]};
+    for (; k + 2 <= n; k += 2) {
+      last = next_two(m, a, f, x + k, out + k, last);
+      out[k] = lane(last, 0);
+      out[k + 1] = lane(last, 1);
+    }
+  }
+  for (; k < n; ++k) out[k] = next_one(m, a, x[k], out + k);
+}
+
+template <int kFixed>
+KELG729F_VEC void synthesize_pair(int order, const double* a, const Pair* x, Pair* out, int n) {
+  const int m = kFixed ? kFixed : order;
+  for (int k = 0; k < n; ++k) out[k] = next_one(m, a, x[k], out + k);
 }
 
 }  // namespace
@@ -52,9 +97,12 @@ KELG729F_VEC void synthesize(int m, const double* a, const T* x, T* out, int n) 
 void synthesis_filter(int m, const double* a, const double* x, double* y, int n, double* mem,
                       bool update) {
   double work[kBackwardOrder + kFrame];
-  double* out = work + m;
+  double* const out = work + m;
   copy_vector(mem, work, m);
-  synthesize(m, a, x, out, n);
+  if (m == kOrder)
+    synthesize<kOrder>(m, a, x, out, n);
+  else
+    synthesize<0>(m, a, x, out, n);
   copy_vector(out, y, n);
   if (update && n > 0) copy_vector(out + n - m, mem, m);
 }
@@ -62,10 +110,13 @@ void synthesis_filter(int m, const double* a, const double* x, double* y, int n,
 void synthesis_filter_pair(int m, const double* a, const double* x0, const double* mem0, double* y0,
                            const double* x1, const double* mem1, double* y1, int n) {
   Pair x[kFrame], work[kBackwardOrder + kFrame];
-  Pair* out = work + m;
+  Pair* const out = work + m;
   for (int i = 0; i < m; ++i) work[i] = Pair{mem0[i], mem1[i]};
   for (int k = 0; k < n; ++k) x[k] = Pair{x0[k], x1[k]};
-  synthesize(m, a, x, out, n);
+  if (m == kOrder)
+    synthesize_pair<kOrder>(m, a, x, out, n);
+  else
+    synthesize_pair<0>(m, a, x, out, n);
   for (int k = 0; k < n; ++k) {
     y0[k] = lane(out[k], 0);
     y1[k] = lane(out[k], 1);

@@ -35,9 +35,9 @@ inline double dot(const double* x, const double* y, int n) {
 void synthesis_filter(int m, const double* a, const double* x, double* y, int n, double* mem,
                       bool update);
 
-// Two synthesis filters with the same coefficients side by side: y0 from x0 and mem0, y1 from x1
-// and mem1, each as synthesis_filter without update would give it, for little more than the time of
-// one. y may be its x.
+// Two synthesis filters with the same coefficients side by side, for little more than the time of
+// one: y0 from x0 and mem0, y1 from x1 and mem1, as synthesis_filter without update gives them but
+// for rounding (terms are subtracted from the oldest output's to the newest's). y may be its x.
 void synthesis_filter_pair(int m, const double* a, const double* x0, const double* mem0, double* y0,
                            const double* x1, const double* mem1, double* y1, int n);
 

@@ -20,8 +20,8 @@ constexpr int kGridIntervals = 60;
 constexpr int kGridPadded = 64;
 constexpr int kBisections = 4;
 
-// cos(pi i / 60) to 7 decimals as tabulated (point 3 is one unit above the rounded cosine), the ends
-// just inside +-1; the last one again to fill up.
+// cos(pi i / 60) to 7 decimals as tabulated (point 3 is one unit above the rounded cosine), the
+// ends just inside +-1; the last one again to fill up.
 // clang-format off
 constexpr double kLspGrid[kGridPadded] = {
     0.9997559, 0.9986295, 0.9945219, 0.9876884, 0.9781476, 0.9659258, 0.9510565, 0.9335804,
@@ -68,19 +68,31 @@ void sum_and_difference(const double* a, double f[2][kHalfOrder + 1]) {
   }
 }
 
-// Root of f between the two points, at which f differs in sign: bisections, then a secant.
+// Two points at which a polynomial differs in sign, and its values there.
 template <typename T>
-KELG729F_VEC T refine_root(const double* f, T xlow, T ylow, T xhigh, T yhigh) {
-  for (int i = 0; i < kBisections; ++i) {
-    const T xmid = constant(0.5, xlow) * (xlow + xhigh);
-    const T ymid = chebyshev(f, xmid);
-    const auto upper = ymid * yhigh <= constant(0.0, xlow);
-    xlow = select(upper, xmid, xlow);
-    ylow = select(upper, ymid, ylow);
-    xhigh = select(upper, xhigh, xmid);
-    yhigh = select(upper, yhigh, ymid);
-  }
-  return xhigh - yhigh * (xlow - xhigh) / (ylow - yhigh);
+struct Bracket {
+  T xlow, ylow, xhigh, yhigh;
+};
+
+template <typename T>
+KELG729F_VEC void bisect(const double* f, Bracket<T>* b) {
+  const T xmid = constant(0.5, b->xlow) * (b->xlow + b->xhigh);
+  const T ymid = chebyshev(f, xmid);
+  const auto upper = ymid * b->yhigh <= constant(0.0, xmid);
+  b->xlow = select(upper, xmid, b->xlow);
+  b->ylow = select(upper, ymid, b->ylow);
+  b->xhigh = select(upper, b->xhigh, xmid);
+  b->yhigh = select(upper, b->yhigh, ymid);
+}
+
+template <typename T>
+KELG729F_VEC T secant(const Bracket<T>& b) {
+  return b.xhigh - b.yhigh * (b.xlow - b.xhigh) / (b.ylow - b.yhigh);
+}
+
+double refine_root(const double* f, Bracket<double> bracket) {
+  for (int i = 0; i < kBisections; ++i) bisect(f, &bracket);
+  return secant(bracket);
 }
 
 // One polynomial along the grid.
@@ -103,19 +115,30 @@ void evaluate_grid(const double* f, GridSearch* s) {
   s->changes &= (uint64_t{2} << kGridIntervals) - 1;
 }
 
-void refine_changes(const double* f, const double* f_other, GridSearch* s) {
+// The first sign changes of a polynomial, one a lane.
+Bracket<Vec8> brackets_of(const GridSearch& s) {
   double xlow[kLanes] = {}, ylow[kLanes] = {}, xhigh[kLanes] = {}, yhigh[kLanes] = {};
-  uint64_t left = s->changes;
+  uint64_t left = s.changes;
   for (int lane = 0; lane < kLanes && left; ++lane, left &= left - 1) {
     const int j = std::countr_zero(left);
     xlow[lane] = kLspGrid[j - 1];
-    ylow[lane] = s->value[j - 1];
+    ylow[lane] = s.value[j - 1];
     xhigh[lane] = kLspGrid[j];
-    yhigh[lane] = s->value[j];
+    yhigh[lane] = s.value[j];
   }
-  const Vec8 root = refine_root(f, load(xlow), load(ylow), load(xhigh), load(yhigh));
-  store(s->root, root);
-  store(s->other, chebyshev(f_other, root));
+  return {load(xlow), load(ylow), load(xhigh), load(yhigh)};
+}
+
+// Both polynomials in turn, so that one works while the other waits.
+void refine_changes(const double f[2][kHalfOrder + 1], GridSearch s[2]) {
+  Bracket<Vec8> bracket[2] = {brackets_of(s[0]), brackets_of(s[1])};
+  for (int i = 0; i < kBisections; ++i)
+    for (int p = 0; p < 2; ++p) bisect(f[p], &bracket[p]);
+  for (int p = 0; p < 2; ++p) {
+    const Vec8 root = secant(bracket[p]);
+    store(s[p].root, root);
+    store(s[p].other, chebyshev(f[1 - p], root));
+  }
 }
 
 // Walks along the grid and picks the roots; returns how many it found.
@@ -130,7 +153,7 @@ int pick_roots(const double f[2][kHalfOrder + 1], const GridSearch s[2], double*
         ++j;
         continue;
       }
-      x = refine_root(f[p], x, y, kLspGrid[j], s[p].value[j]);
+      x = refine_root(f[p], {x, y, kLspGrid[j], s[p].value[j]});
       y = chebyshev(f[1 - p], x);
     } else {
       const uint64_t ahead = s[p].changes >> j;
@@ -154,10 +177,8 @@ void lpc_to_lsp(const double* a, double* lsp, const double* old_lsp) {
   double f[2][kHalfOrder + 1];
   GridSearch search[2];
   sum_and_difference(a, f);
-  for (int p = 0; p < 2; ++p) {
-    evaluate_grid(f[p], &search[p]);
-    refine_changes(f[p], f[1 - p], &search[p]);
-  }
+  for (int p = 0; p < 2; ++p) evaluate_grid(f[p], &search[p]);
+  refine_changes(f, search);
   if (pick_roots(f, search, lsp) < kOrder) copy_vector(old_lsp, lsp, kOrder);
 }
 
@@ -175,7 +196,7 @@ void lpc_to_lsp_plain(const double* a, double* lsp, const double* old_lsp) {
       continue;
     }
     // The other polynomial's next root may lie in the rest of the same interval.
-    xlow = lsp[found++] = refine_root(f[p], xlow, ylow, xhigh, yhigh);
+    xlow = lsp[found++] = refine_root(f[p], {xlow, ylow, xhigh, yhigh});
     p = 1 - p;
     ylow = chebyshev(f[p], xlow);
   }

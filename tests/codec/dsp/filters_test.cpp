@@ -40,7 +40,7 @@ std::vector<double> stable_filter(int m, Noise& noise) {
 TEST(Filters, SynthesisUndoesResidual) {
   Noise noise;
   for (int m : {kOrder, kBackwardOrder}) {
-    for (int n : {kSubframe, kFrame}) {
+    for (int n : {31, kSubframe, kFrame}) {
       const auto a = stable_filter(m, noise);
       const auto x = noise.vector(m + n, 8000);
       std::vector<double> r(n), y(n), mem(x.begin(), x.begin() + m);
@@ -80,8 +80,10 @@ TEST(Filters, APairEqualsTwoSingles) {
                           y1.data(), kSubframe);
     synthesis_filter(m, a.data(), x0.data(), x0.data(), kSubframe, mem0.data(), false);
     synthesis_filter(m, a.data(), x1.data(), x1.data(), kSubframe, mem1.data(), false);
-    EXPECT_EQ(y0, x0);
-    EXPECT_EQ(y1, x1);
+    for (int k = 0; k < kSubframe; ++k) {
+      ASSERT_NEAR(y0[k], x0[k], 1e-7);
+      ASSERT_NEAR(y1[k], x1[k], 1e-7);
+    }
   }
 }
 
