@@ -15,6 +15,7 @@ import matplotlib
 matplotlib.use("Agg")
 import matplotlib.pyplot as plt
 import numpy as np
+from PIL import Image
 
 import coding
 import loss
@@ -39,7 +40,9 @@ def plot_spectrograms(tool, path):
         panels[f"{rate} kbit/s"] = decode(tool, encode(tool, [x], "--rate", rate))[0]
     figure, axes = plt.subplots(len(panels), 1, figsize=(8, 9), sharex=True, layout="constrained")
     for axis, (name, y) in zip(axes, panels.items()):
-        axis.specgram(y + 1e-3, NFFT=256, noverlap=192, Fs=RATE, vmin=-45, vmax=35, cmap="magma")
+        dither = np.random.default_rng(1).standard_normal(len(y))  # silence has a logarithm then
+        axis.specgram(y + 0.1 * dither, NFFT=256, noverlap=192, Fs=RATE, vmin=-45, vmax=35,
+                      cmap="magma")
         axis.set_title(name, loc="left", fontsize=9)
         axis.set_ylabel("Hz")
     axes[-1].set_xlabel("s")
@@ -62,8 +65,10 @@ def plot_curves(curves, path):
 
 
 def save(figure, path):
-    figure.savefig(path, dpi=80, metadata={"Software": None})
+    drawn = io.BytesIO()
+    figure.savefig(drawn, dpi=80)
     plt.close(figure)
+    Image.open(drawn).convert("RGB").quantize(64).save(path, optimize=True)  # small enough for git
 
 
 def random_frames(program, count):
