@@ -40,6 +40,16 @@ gint32 frames_now(KelG729fEnc* enc) {
   return shared(enc->frames).load(std::memory_order_relaxed);
 }
 
+// The frames that the base class is asked to collect.
+gint64 collected_frames(KelG729fEnc* enc) {
+  return std::min<gint64>(frames_now(enc), kMaxFrames);
+}
+
+void announce_latency(KelG729fEnc* enc) {
+  const auto collect = static_cast<GstClockTime>(collected_frames(enc)) * kFrameTime;
+  gst_audio_encoder_set_latency(GST_AUDIO_ENCODER(enc), collect + kLookAhead, collect + kLookAhead);
+}
+
 }  // namespace
 
 static void kel_g729f_enc_set_property(GObject* object, guint id, const GValue* value,
@@ -79,6 +89,7 @@ static gboolean kel_g729f_enc_start(GstAudioEncoder* base) {
   enc->silent = FALSE;
   enc->encoder = g729_encoder_create(shared(enc->annexb).load(std::memory_order_relaxed));
   GST_OBJECT_UNLOCK(enc);
+  announce_latency(enc);  // the format is set with the first buffer only
   return TRUE;
 }
 
@@ -93,17 +104,19 @@ static gboolean kel_g729f_enc_stop(GstAudioEncoder* base) {
 }
 
 static gboolean kel_g729f_enc_set_format(GstAudioEncoder* base, GstAudioInfo*) {
+  KelG729fEnc* enc = as_enc(base);
   GstCaps* caps = gst_static_pad_template_get_caps(&src_template);
   const gboolean done = gst_audio_encoder_set_output_format(base, caps);
   gst_caps_unref(caps);
 
-  const gint64 frames = std::min<gint64>(frames_now(as_enc(base)), kMaxFrames);
+  const gint64 frames = collected_frames(enc);
   const auto samples = static_cast<gint>(frames * G729_FRAME_SAMPLES);
   gst_audio_encoder_set_frame_samples_min(base, samples);
   gst_audio_encoder_set_frame_samples_max(base, samples);
   gst_audio_encoder_set_frame_max(base, 1);
   gst_audio_encoder_set_hard_min(base, TRUE);
   gst_audio_encoder_set_drainable(base, FALSE);
+  announce_latency(enc);
   return done;
 }
 
