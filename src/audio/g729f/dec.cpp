@@ -5,6 +5,7 @@
 #include "src/audio/g729f/buffer_map.h"
 #include "src/audio/g729f/dtx.h"
 #include "src/audio/g729f/frame.h"
+#include "src/audio/g729f/tags.h"
 
 GST_DEBUG_CATEGORY(g729fdec);
 #define GST_CAT_DEFAULT g729fdec
@@ -12,6 +13,8 @@ GST_DEBUG_CATEGORY(g729fdec);
 G_DEFINE_TYPE(KelG729fDec, kel_g729f_dec, GST_TYPE_AUDIO_DECODER)
 
 namespace {
+
+enum { PROP_STATS = 1 };
 
 GstStaticPadTemplate src_template = GST_STATIC_PAD_TEMPLATE(
     "src", GST_PAD_SRC, GST_PAD_ALWAYS,
@@ -58,6 +61,8 @@ bool decode_packet(KelG729fDec* dec, const Packet& packet, const BufferMap& in, 
                  out.data() + packet.speech * kPcmBytes);
     kel_g729f_dtx_start(dec);
   }
+  stats_add(dec->stats.frames, packet.speech);
+  stats_add(dec->stats.sids, packet.sid);
   return true;
 }
 
@@ -77,11 +82,23 @@ static void kel_g729f_dec_finalize(GObject* object) {
   G_OBJECT_CLASS(kel_g729f_dec_parent_class)->finalize(object);
 }
 
+static void kel_g729f_dec_get_property(GObject* object, guint id, GValue* value,
+                                       GParamSpec* pspec) {
+  switch (id) {
+    case PROP_STATS:
+      g_value_take_boxed(value, stats_structure(as_dec(object)->stats));
+      break;
+    default:
+      G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, pspec);
+  }
+}
+
 static gboolean kel_g729f_dec_start(GstAudioDecoder* base) {
   KelG729fDec* dec = as_dec(base);
   GST_DEBUG_OBJECT(dec, "Start");
   dec->decoder = g729_decoder_create();
   timeline_reset(dec->timeline);
+  stats_reset(dec->stats);
   gst_audio_decoder_set_drainable(base, FALSE);
   dec->thread_running = 1;
   dec->thread = g_thread_new("dtx-thread", kel_g729f_dtx_thread_main, dec);
@@ -96,6 +113,9 @@ static gboolean kel_g729f_dec_stop(GstAudioDecoder* base) {
 }
 
 static gboolean kel_g729f_dec_set_format(GstAudioDecoder* base, GstCaps*) {
+  GstTagList* tags = codec_tags(false);
+  gst_audio_decoder_merge_tags(base, tags, GST_TAG_MERGE_REPLACE);
+  gst_tag_list_unref(tags);
   GstAudioInfo info;
   GstCaps* caps = gst_static_pad_template_get_caps(&src_template);
   gst_audio_info_from_caps(&info, caps);
@@ -120,6 +140,7 @@ static GstFlowReturn kel_g729f_dec_handle_frame(GstAudioDecoder* base, GstBuffer
   const Packet packet(in.size());
   if (!packet.valid(in.size())) {
     GST_WARNING_OBJECT(dec, "Received invalid buffer size %" G_GSIZE_FORMAT, in.size());
+    stats_add(dec->stats.invalid_sizes);
     in.unmap();
     return gst_audio_decoder_finish_frame(base, nullptr, 1);
   }
@@ -208,6 +229,8 @@ static void kel_g729f_dec_class_init(KelG729fDecClass* klass) {
   auto* decoder_class = GST_AUDIO_DECODER_CLASS(klass);
 
   object_class->finalize = kel_g729f_dec_finalize;
+  object_class->get_property = kel_g729f_dec_get_property;
+  stats_install_property(object_class, PROP_STATS);
 
   gst_element_class_add_static_pad_template(element_class, &src_template);
   gst_element_class_add_static_pad_template(element_class, &sink_template);

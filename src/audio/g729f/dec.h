@@ -4,6 +4,7 @@
 #include <gst/audio/audio.h>
 
 #include "codec/g729.h"
+#include "src/audio/g729f/stats.h"
 #include "src/audio/g729f/timeline.h"
 
 struct KelG729fDec {
@@ -21,6 +22,7 @@ struct KelG729fDec {
   GstClockTime dtx_delay;  // by which this run's first packet comes later
 
   Timeline timeline;  // under the base class's stream lock
+  DecoderStats stats;
 };
 
 struct KelG729fDecClass {

@@ -65,6 +65,7 @@ void push_noise(KelG729fDec* dec, guint run) {
   }
   if (decoded) {
     timeline_add_noise(dec->timeline);
+    stats_add(dec->stats.comfort_noise);
     gst_audio_decoder_finish_frame(base, buffer, 1);
   } else if (buffer) {
     gst_mini_object_unref(GST_MINI_OBJECT_CAST(buffer));
@@ -96,6 +97,10 @@ void kel_g729f_dtx_func(KelG729fDec* dec) {
     time += kFrameTime;
     wait_for(dec, clock, time);
     if (!wanted(dec, run)) break;
+    const bool paused = base_time != gst_element_get_base_time(element);
+    if (!paused && gst_clock_get_time(clock) >= time + kFrameTime) {
+      stats_add(dec->stats.late_wakeups);
+    }
     GST_DEBUG_OBJECT(dec, "producing DTX packet at time %" GST_TIME_FORMAT, GST_TIME_ARGS(time));
     push_noise(dec, run);
   }

@@ -6,6 +6,7 @@
 
 #include "src/audio/g729f/buffer_map.h"
 #include "src/audio/g729f/frame.h"
+#include "src/audio/g729f/tags.h"
 
 GST_DEBUG_CATEGORY_STATIC(g729fenc);
 #define GST_CAT_DEFAULT g729fenc
@@ -14,7 +15,7 @@ G_DEFINE_TYPE(KelG729fEnc, kel_g729f_enc, GST_TYPE_AUDIO_ENCODER)
 
 namespace {
 
-enum { PROP_ANNEXB = 1, PROP_FRAMES };
+enum { PROP_ANNEXB = 1, PROP_FRAMES, PROP_STATS };
 
 constexpr gint kDefaultFrames = 2;
 // As many as the base class can count in bytes.
@@ -77,6 +78,9 @@ static void kel_g729f_enc_get_property(GObject* object, guint id, GValue* value,
     case PROP_FRAMES:
       g_value_set_int(value, frames_now(enc));
       break;
+    case PROP_STATS:
+      g_value_take_boxed(value, stats_structure(enc->stats));
+      break;
     default:
       G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, pspec);
   }
@@ -85,9 +89,12 @@ static void kel_g729f_enc_get_property(GObject* object, guint id, GValue* value,
 static gboolean kel_g729f_enc_start(GstAudioEncoder* base) {
   KelG729fEnc* enc = as_enc(base);
   GST_DEBUG_OBJECT(enc, "start");
+  stats_reset(enc->stats);
+  const gint32 annexb = shared(enc->annexb).load(std::memory_order_relaxed);
   GST_OBJECT_LOCK(enc);
   enc->silent = FALSE;
-  enc->encoder = g729_encoder_create(shared(enc->annexb).load(std::memory_order_relaxed));
+  enc->constant_rate = !annexb;
+  enc->encoder = g729_encoder_create(annexb);
   GST_OBJECT_UNLOCK(enc);
   announce_latency(enc);  // the format is set with the first buffer only
   return TRUE;
@@ -108,6 +115,9 @@ static gboolean kel_g729f_enc_set_format(GstAudioEncoder* base, GstAudioInfo*) {
   GstCaps* caps = gst_static_pad_template_get_caps(&src_template);
   const gboolean done = gst_audio_encoder_set_output_format(base, caps);
   gst_caps_unref(caps);
+  GstTagList* tags = codec_tags(enc->constant_rate);
+  gst_audio_encoder_merge_tags(base, tags, GST_TAG_MERGE_REPLACE);
+  gst_tag_list_unref(tags);
 
   const gint64 frames = collected_frames(enc);
   const auto samples = static_cast<gint>(frames * G729_FRAME_SAMPLES);
@@ -118,6 +128,12 @@ static gboolean kel_g729f_enc_set_format(GstAudioEncoder* base, GstAudioInfo*) {
   gst_audio_encoder_set_drainable(base, FALSE);
   announce_latency(enc);
   return done;
+}
+
+static void count_frame(EncoderStats& stats, guint32 size) {
+  stats_add(size == G729_SPEECH_BYTES ? stats.frames
+            : size == G729_SID_BYTES  ? stats.sids
+                                      : stats.untransmitted);
 }
 
 // Encodes up to `frames` frames of `in` back to back into `out`; returns the bytes written.
@@ -135,6 +151,7 @@ static gsize encode_frames(KelG729fEnc* enc, const BufferMap& in, const BufferMa
     guint32 size = 0;
     g729_encoder_encode_frame(enc->encoder, samples, out.data() + total, &size);
     total += size;
+    count_frame(enc->stats, size);
     enc->silent = size != G729_SPEECH_BYTES;
   }
   return total;
@@ -207,6 +224,7 @@ static void kel_g729f_enc_class_init(KelG729fEncClass* klass) {
       object_class, PROP_FRAMES,
       g_param_spec_int("frames", "Frames", "Number of 10ms frames to encode", 0, G_MAXINT,
                        kDefaultFrames, flags));
+  stats_install_property(object_class, PROP_STATS);
 
   GST_DEBUG_CATEGORY_INIT(g729fenc, "g729fenc", 0, "g729fenc");
 }

@@ -4,6 +4,7 @@
 #include <gst/audio/audio.h>
 
 #include "codec/g729.h"
+#include "src/audio/g729f/stats.h"
 
 struct KelG729fEnc {
   GstAudioEncoder parent;
@@ -13,7 +14,9 @@ struct KelG729fEnc {
   gint32 annexb;
   gint32 frames;
 
-  gboolean silent;  // the last frame was not speech
+  EncoderStats stats;
+  gboolean constant_rate;  // no silence compression since the start
+  gboolean silent;         // the last frame was not speech
 };
 
 struct KelG729fEncClass {
