@@ -201,9 +201,10 @@ void acelp_search_118(LpMode lp_mode, const double* target, double* impulse, int
                       double pitch_sharp, double* code, double* y, int* words) {
   Search s;
   pitch_sharpen(impulse, t0, pitch_sharp);
+  const PaddedImpulse padded = pad_impulse(impulse);
+  impulse_energies(impulse, &s.rr);
   choose_signs(impulse, target, &s);
-  correlate_impulse(impulse, &s.rr, kAllPairs);
-  fold_signs(s.sign, &s.rr, kAllPairs);
+  correlate_impulse(impulse, s.sign, &s.rr, kAllPairs);
   const PulseSet set = search_pulses(s, lp_mode == kBackward ? kBackwardPulses : kForwardPulses);
   write_words(lp_mode, s, set, words);
 
@@ -215,7 +216,7 @@ void acelp_search_118(LpMode lp_mode, const double* target, double* impulse, int
     sign[k] = s.sign[set.track[k]][set.place[k]];
     code[position[k]] += sign[k];
   }
-  filter_pulses(impulse, position, sign, set.pulses, y);
+  filter_pulses(padded, position, sign, set.pulses, y);
   pitch_sharpen(code, t0, pitch_sharp);
 }
 

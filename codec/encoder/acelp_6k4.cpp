@@ -54,10 +54,11 @@ int acelp_search_11bit(const double* target, double* impulse, int t0, double pit
   TrackVector magnitude, signs;
   ImpulseCorrelation rr;
   pitch_sharpen(impulse, t0, pitch_sharp);
+  const PaddedImpulse padded = pad_impulse(impulse);
+  impulse_energies(impulse, &rr);
   correlate_target_impulse(impulse, target, d);
   split_signs(d, magnitude, signs);
-  correlate_impulse(impulse, &rr, kTwoPulses);
-  fold_signs(signs, &rr, kTwoPulses);
+  correlate_impulse(impulse, signs, &rr, kTwoPulses);
   const Pair pair = search_pairs(magnitude, rr);
 
   int position[2];
@@ -71,7 +72,7 @@ int acelp_search_11bit(const double* target, double* impulse, int t0, double pit
     code[position[k]] += sign[k];
     *sign_index |= (sign[k] > 0.0) << k;
   }
-  filter_pulses(impulse, position, sign, 2, y);
+  filter_pulses(padded, position, sign, 2, y);
   pitch_sharpen(code, t0, pitch_sharp);
   return kGray[table_index_0(pair.pulse[0])] + 16 * kGray[table_index_1(pair.pulse[1])];
 }

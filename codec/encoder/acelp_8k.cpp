@@ -11,8 +11,9 @@ namespace g729::inline KELG729F_TARGET {
 namespace {
 
 constexpr int kPulses = 4;
-constexpr int kBudget = 75;      // triples a subframe
-constexpr int kFirstExtra = 30;  // on top in the first subframe
+constexpr int kFourthTracks = 2;  // 3 and 4
+constexpr int kBudget = 75;       // triples a subframe
+constexpr int kFirstExtra = 30;   // on top in the first subframe
 constexpr double kThresholdShare = 0.4;
 
 struct Search {
@@ -43,67 +44,97 @@ void set_threshold(Search* s) {
   s->threshold = mean + kThresholdShare * (max - mean);
 }
 
-// All pairs of second and third pulses that go with one first pulse, [p1][p2].
+// The pairs of first and second pulses that some third pulse lifts over the threshold: bit
+// 8 p0 + p1. Rounding is monotone, so the track's largest correlation tells for all of it.
+KELG729F_VEC uint64_t promising_pairs(const Search& s) {
+  const Vec8 d1 = load(s.d[1]), largest2 = splat(largest_of(s.d[2])),
+             threshold = splat(s.threshold);
+  uint64_t pairs = 0;
+#pragma GCC unroll 8
+  for (int p0 = 0; p0 < kTrackPositions; ++p0) {
+    const Vec8 ps = (splat(s.d[0][p0]) + d1) + largest2;
+    pairs |= static_cast<uint64_t>(lanes_greater(ps, threshold)) << (kLanes * p0);
+  }
+  return pairs;
+}
+
+// Up to eight pairs of first and second pulses with all third pulses of each.
 struct Triples {
-  alignas(kVectorAlign) double ps[kTrackPositions][kTrackPositions];
-  alignas(kVectorAlign) double energy[kTrackPositions][kTrackPositions];
+  int p0[kLanes], p1[kLanes];
+  alignas(kVectorAlign) double ps[kLanes][kTrackPositions];      // [pair][p2]
+  alignas(kVectorAlign) double energy[kLanes][kTrackPositions];  // [pair][p2]
+  // Cross terms of the pair with the tracks of the fourth pulse.
+  alignas(kVectorAlign) double cross[kLanes][kFourthTracks][kTrackPositions];
+  uint64_t passing;  // over the threshold: bit 8 pair + p2
 };
 
-// The triples that pass the threshold: bit 8 p1 + p2.
-KELG729F_VEC uint64_t correlate_triples(const Search& s, int p0, Triples* triples) {
-  const Vec8 threshold = splat(s.threshold);
-  const Vec8 d2 = load(s.d[2]);
-  uint64_t passing = 0;
-  for (int p1 = 0; p1 < kTrackPositions; ++p1) {
-    const Vec8 ps = splat(s.d[0][p0] + s.d[1][p1]) + d2;
-    store(triples->ps[p1], ps);
-    passing |= static_cast<uint64_t>(lanes_greater(ps, threshold)) << (kLanes * p1);
-  }
-  return passing;
+KELG729F_VEC void add_pair(const Search& s, int p0, int p1, int pair, Triples* triples) {
+  const auto &row0 = s.rr.row[0][p0], &row1 = s.rr.row[1][p1];
+  const Vec8 ps = splat(s.d[0][p0] + s.d[1][p1]) + load(s.d[2]);
+  const double energy1 = s.rr.diagonal[0][p0] + s.rr.diagonal[1][p1] + row0[1][p1];
+  store(triples->ps[pair], ps);
+  store(triples->energy[pair],
+        (splat(energy1) + load(s.rr.diagonal[2])) + (load(row0[2]) + load(row1[2])));
+  for (int k = 0; k < kFourthTracks; ++k)
+    store(triples->cross[pair][k], load(row0[3 + k]) + load(row1[3 + k]));
+  triples->p0[pair] = p0;
+  triples->p1[pair] = p1;
+  triples->passing |= static_cast<uint64_t>(lanes_greater(ps, splat(s.threshold)))
+                      << (kLanes * pair);
 }
 
-KELG729F_VEC void add_energies(const Search& s, int p0, Triples* triples) {
-  const auto& row0 = s.rr.row[0][p0];
-  const Vec8 diagonal2 = load(s.rr.diagonal[2]), cross02 = load(row0[2]);
-  for (int p1 = 0; p1 < kTrackPositions; ++p1) {
-    const double energy1 = s.rr.diagonal[0][p0] + s.rr.diagonal[1][p1] + row0[1][p1];
-    store(triples->energy[p1], (splat(energy1) + diagonal2) + (cross02 + load(s.rr.row[1][p1][2])));
+// Takes the first eight pairs; returns the others.
+uint64_t collect_triples(const Search& s, uint64_t pairs, Triples* triples) {
+  triples->passing = 0;
+  for (int pair = 0; pair < kLanes && pairs != 0; ++pair, pairs &= pairs - 1) {
+    const int first = __builtin_ctzll(pairs);
+    add_pair(s, first / kLanes, first % kLanes, pair, triples);
+  }
+  return pairs;
+}
+
+// The fourth pulse for the triples given, in order: the candidates of track 3, then of track 4.
+void search_fourth(const Search& s, const Triples& triples, uint64_t passing, Winner* winner) {
+  Vec8 d[kFourthTracks], diagonal[kFourthTracks];
+  for (int k = 0; k < kFourthTracks; ++k) {
+    d[k] = load(s.d[3 + k]);
+    diagonal[k] = load(s.rr.diagonal[3 + k]);
+  }
+  BestCandidate best = winner->best;
+  for (; passing != 0; passing &= passing - 1) {
+    const int lowest = __builtin_ctzll(passing);
+    const int pair = lowest / kLanes, p2 = lowest % kLanes;
+    Vec8 ps[kFourthTracks], energy[kFourthTracks];
+    for (int k = 0; k < kFourthTracks; ++k) {
+      const Vec8 cross = load(triples.cross[pair][k]) + load(s.rr.row[2][p2][3 + k]);
+      ps[k] = splat(triples.ps[pair][p2]) + d[k];
+      energy[k] = (splat(triples.energy[pair][p2]) + diagonal[k]) + cross;
+    }
+    const int fourth = improve_best<kFourthTracks>(ps, energy, &best);
+    if (fourth < 0) [[likely]]
+      continue;
+    *winner = {best,
+               3 + fourth / kTrackPositions,
+               {triples.p0[pair], triples.p1[pair], p2, fourth % kTrackPositions}};
   }
 }
 
-// The fourth pulse for three given ones: the candidates of track 3, then those of track 4.
-KELG729F_VEC void search_fourth(const Search& s, double ps2, double energy2, int p0, int p1, int p2,
-                                Winner* winner) {
-  Vec8 ps[2], energy[2];
-  for (int k = 0; k < 2; ++k) {
-    const int t = 3 + k;
-    const Vec8 cross =
-        (load(s.rr.row[0][p0][t]) + load(s.rr.row[1][p1][t])) + load(s.rr.row[2][p2][t]);
-    ps[k] = splat(ps2) + load(s.d[t]);
-    energy[k] = (splat(energy2) + load(s.rr.diagonal[t])) + cross;
-  }
-  const int fourth = improve_best<2>(ps, energy, &winner->best);
-  if (fourth < 0) return;
-  winner->fourth_track = 3 + fourth / kTrackPositions;
-  winner->place[0] = p0;
-  winner->place[1] = p1;
-  winner->place[2] = p2;
-  winner->place[3] = fourth % kTrackPositions;
+// The lowest n of the bits set.
+uint64_t lowest_bits(uint64_t bits, int n) {
+  uint64_t rest = bits;
+  for (; n > 0; --n) rest &= rest - 1;
+  return bits ^ rest;
 }
 
 // All triples in order until `time` of them had their fourth pulse searched; returns what is left.
-int search_triples(const Search& s, int time, Winner* winner) {
+int search_triples(const Search& s, uint64_t pairs, int time, Winner* winner) {
   Triples triples;
-  for (int p0 = 0; p0 < kTrackPositions; ++p0) {
-    uint64_t passing = correlate_triples(s, p0, &triples);
-    if (passing == 0) continue;
-    add_energies(s, p0, &triples);
-    for (; passing != 0; passing &= passing - 1) {
-      const int lowest = __builtin_ctzll(passing);
-      const int p1 = lowest / kLanes, p2 = lowest % kLanes;
-      search_fourth(s, triples.ps[p1][p2], triples.energy[p1][p2], p0, p1, p2, winner);
-      if (--time <= 0) return 0;
-    }
+  while (pairs != 0 && time > 0) {
+    pairs = collect_triples(s, pairs, &triples);
+    const int count = __builtin_popcountll(triples.passing);
+    search_fourth(s, triples, count <= time ? triples.passing : lowest_bits(triples.passing, time),
+                  winner);
+    time = std::max(time - count, 0);
   }
   return time;
 }
@@ -115,12 +146,11 @@ int largest_place(const double* d) {
 // The best fourth pulse for the three largest correlations; kStart when they pass no threshold.
 BestCandidate strongest_triple(const Search& s) {
   const int p0 = largest_place(s.d[0]), p1 = largest_place(s.d[1]), p2 = largest_place(s.d[2]);
-  const auto& rr = s.rr;
-  const double ps2 = s.d[0][p0] + s.d[1][p1] + s.d[2][p2];
-  const double energy2 = rr.diagonal[0][p0] + rr.diagonal[1][p1] + rr.diagonal[2][p2] +
-                         (rr.row[0][p0][1][p1] + rr.row[0][p0][2][p2] + rr.row[1][p1][2][p2]);
+  Triples triples;
+  triples.passing = 0;
+  add_pair(s, p0, p1, 0, &triples);
   Winner winner;
-  if (ps2 > s.threshold) search_fourth(s, ps2, energy2, p0, p1, p2, &winner);
+  search_fourth(s, triples, triples.passing & uint64_t{1} << p2, &winner);
   return winner.best;
 }
 
@@ -130,16 +160,17 @@ BestCandidate strongest_triple(const Search& s) {
 // the time runs out before anything reaches the bar, the search starts anew without it.
 int search_pulses(const Search& s, int budget, Winner* winner) {
   constexpr double kBelow = 1.0 - 1e-12;
+  const uint64_t pairs = promising_pairs(s);
   const BestCandidate bar = strongest_triple(s);
   winner->best = {bar.square * kBelow, bar.energy};
-  const int time = search_triples(s, budget, winner);
+  const int time = search_triples(s, pairs, budget, winner);
   if (winner->best.square * bar.energy >= bar.square * winner->best.energy) return time;
   *winner = {};
-  return search_triples(s, budget, winner);
+  return search_triples(s, pairs, budget, winner);
 }
 
-int write_codeword(const Search& s, const Winner& winner, const double* impulse, double* code,
-                   double* y, int* sign_index) {
+int write_codeword(const Search& s, const Winner& winner, const PaddedImpulse& impulse,
+                   double* code, double* y, int* sign_index) {
   const int* place = winner.place;
   int position[kPulses];
   double sign[kPulses];
@@ -164,16 +195,17 @@ int acelp_search_17bit(const double* target, double* impulse, int t0, double pit
   Search s;
   double d[kSubframe];
   pitch_sharpen(impulse, t0, pitch_sharp);
+  const PaddedImpulse padded = pad_impulse(impulse);
+  impulse_energies(impulse, &s.rr);
   correlate_target_impulse(impulse, target, d);
-  correlate_impulse(impulse, &s.rr, kFourPulses);
   split_signs(d, s.d, s.sign);
-  fold_signs(s.sign, &s.rr, kFourPulses);
   set_threshold(&s);
+  correlate_impulse(impulse, s.sign, &s.rr, kFourPulses);
 
   Winner winner;
   const int budget = kBudget + (subframe_start == 0 ? kFirstExtra : *fcb_extra);
   *fcb_extra = search_pulses(s, budget, &winner);
-  const int position_index = write_codeword(s, winner, impulse, code, y, sign_index);
+  const int position_index = write_codeword(s, winner, padded, code, y, sign_index);
   pitch_sharpen(code, t0, pitch_sharp);
   return position_index;
 }

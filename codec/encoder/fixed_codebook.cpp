@@ -1,7 +1,5 @@
 #include "codec/encoder/fixed_codebook.h"
 
-#include "codec/dsp/filters.h"
-
 namespace g729::inline KELG729F_TARGET {
 namespace {
 
@@ -18,72 +16,93 @@ constexpr bool holds(CorrelationLayout layout, int t, int u) {
   }
 }
 
+// Whether some row of the layout is u tracks (modulo 5) above its own.
+constexpr bool reaches(CorrelationLayout layout, int above) {
+  for (int t = 0; t < kTracks; ++t)
+    if (holds(layout, t, (t + above) % kTracks)) return true;
+  return false;
+}
+
+// x[0], x[kStep], ..., x[7 kStep]. Eight loads: a store of x as vectors is read without a stall.
+template <int kStep>
+KELG729F_VEC Vec8 load_every(const double* x) {
+  Vec8 r;
+  for (int i = 0; i < kParts; ++i, x += kNativeLanes * kStep) {
+#if defined(KELG729F_PLAIN)
+    r.part[i] = x[0];
+#elif defined(__AVX512F__)
+    r.part[i] = Native{x[0],         x[kStep],     x[2 * kStep], x[3 * kStep],
+                       x[4 * kStep], x[5 * kStep], x[6 * kStep], x[7 * kStep]};
+#elif defined(__AVX__)
+    r.part[i] = Native{x[0], x[kStep], x[2 * kStep], x[3 * kStep]};
+#else
+    r.part[i] = Native{x[0], x[kStep]};
+#endif
+  }
+  return r;
+}
+
 // One block of eight taps k: group g holds the outputs 8 g .. 8 g + 7, which end at tap 39 - 8 g.
+// The last group's targets, which run over the end, come as end[k] = target[32 + k..39 + k].
 template <int kBlock>
-KELG729F_VEC void correlate_block(const double* impulse, const double* padded, Vec8* acc) {
-  for (int k = kBlock * kLanes; k < (kBlock + 1) * kLanes; ++k) {
-    const Vec8 tap = splat(impulse[k]);
-    for (int g = 0; g < kGroups - kBlock; ++g)
-      acc[g] = acc[g] + load(padded + g * kLanes + k) * tap;
+KELG729F_VEC void correlate_block(const double* impulse, const double* target, const Vec8* end,
+                                  Vec8* acc) {
+#pragma GCC unroll 8
+  for (int k = 0; k < kLanes; ++k) {
+    const Vec8 tap = splat(impulse[kBlock * kLanes + k]);
+    constexpr int kLast = kGroups - 1 - kBlock;
+    for (int g = 0; g < kLast; ++g)
+      acc[g] = acc[g] + load(target + (g + kBlock) * kLanes + k) * tap;
+    acc[kLast] = acc[kLast] + end[k] * tap;
   }
 }
 
 // Rows from the last position to the first: rr(i, j) = rr(i+1, j+1) + h[39-i] h[39-j]. In track
 // order the shift by one position is a move to the next track, and from the last track to the
-// first one place further on.
+// first one place further on. So a row's distance to its own track stays, and a distance that the
+// layout never reaches need not be summed.
 template <CorrelationLayout kLayout>
-void correlate_rows(const double* impulse, ImpulseCorrelation* rr) {
-  TrackVector reversed;
-  for (int t = 0; t < kTracks; ++t)
-    for (int p = 0; p < kTrackPositions; ++p)
-      reversed[t][p] = impulse[kSubframe - 1 - kTracks * p - t];
-  Vec8 h[kTracks], row[kTracks] = {};
-  for (int t = 0; t < kTracks; ++t) h[t] = load(reversed[t]);
-
+void correlate_rows(const double* impulse, const TrackVector sign, ImpulseCorrelation* rr) {
+  alignas(kVectorAlign) TrackVector factor[2];  // 2 sign(i) sign(j) for sign(i) = 1 and -1
+  Vec8 h[kTracks], row[kTracks] = {};           // row[u - t modulo 5]
+  for (int t = 0; t < kTracks; ++t) {
+    h[t] = load_every<-kTracks>(impulse + kSubframe - 1 - t);
+    store(factor[0][t], splat(2.0) * load(sign[t]));
+    store(factor[1][t], splat(-2.0) * load(sign[t]));
+  }
   for (int p = kTrackPositions - 1; p >= 0; --p) {
 #pragma GCC unroll 5
     for (int t = kTracks - 1; t >= 0; --t) {
-      const Vec8 scale = splat(reversed[t][p]);
-      const Vec8 wrapped = shift_down(row[0]);
-      for (int u = 0; u < kTracks - 1; ++u) row[u] = row[u + 1] + scale * h[u];
-      row[kTracks - 1] = wrapped + scale * h[kTracks - 1];
-      for (int u = 0; u < kTracks; ++u)
-        if (holds(kLayout, t, u)) store(rr->row[t][p][u], row[u]);
-    }
-  }
-}
-
-template <CorrelationLayout kLayout>
-void fold_rows(const TrackVector sign, ImpulseCorrelation* rr) {
-  Vec8 signs[kTracks];
-  for (int t = 0; t < kTracks; ++t) signs[t] = load(sign[t]);
+      const Vec8 scale = splat(impulse[kSubframe - 1 - kTracks * p - t]);
+      const TrackVector& signs = factor[sign[t][p] < 0.0];
 #pragma GCC unroll 5
-  for (int t = 0; t < kTracks; ++t)
-    for (int p = 0; p < kTrackPositions; ++p) {
-      const Vec8 scale = splat(2.0 * sign[t][p]);
-#pragma GCC unroll 5
-      for (int u = 0; u < kTracks; ++u) {
-        double* row = rr->row[t][p][u];
-        if (holds(kLayout, t, u)) store(row, load(row) * (scale * signs[u]));
+      for (int above = 0; above < kTracks; ++above) {
+        if (!reaches(kLayout, above)) continue;
+        const int u = (t + above) % kTracks;
+        if (u == kTracks - 1) row[above] = shift_down(row[above]);
+        row[above] = row[above] + scale * h[u];
+        if (holds(kLayout, t, u)) store(rr->row[t][p][u], row[above] * load(signs[u]));
       }
     }
+  }
 }
 
 }  // namespace
 
 void correlate_target_impulse(const double* impulse, const double* target, double* d) {
-  double padded[2 * kSubframe] = {};
-  copy_vector(target, padded, kSubframe);
+  Vec8 end[kLanes];
+  end[0] = load(target + kSubframe - kLanes);
+  for (int k = 1; k < kLanes; ++k) end[k] = shift_down(end[k - 1]);
   Vec8 acc[kGroups] = {};
-  correlate_block<0>(impulse, padded, acc);
-  correlate_block<1>(impulse, padded, acc);
-  correlate_block<2>(impulse, padded, acc);
-  correlate_block<3>(impulse, padded, acc);
-  correlate_block<4>(impulse, padded, acc);
+  correlate_block<0>(impulse, target, end, acc);
+  correlate_block<1>(impulse, target, end, acc);
+  correlate_block<2>(impulse, target, end, acc);
+  correlate_block<3>(impulse, target, end, acc);
+  correlate_block<4>(impulse, target, end, acc);
   for (int g = 0; g < kGroups; ++g) store(d + g * kLanes, acc[g]);
 }
 
-void correlate_impulse(const double* impulse, ImpulseCorrelation* rr, CorrelationLayout layout) {
+void impulse_energies(const double* impulse, ImpulseCorrelation* rr) {
   double energy = 0.0;
   int k = 0;
   for (int p = kTrackPositions - 1; p >= 0; --p)
@@ -91,46 +110,43 @@ void correlate_impulse(const double* impulse, ImpulseCorrelation* rr, Correlatio
       energy += impulse[k] * impulse[k];
       rr->diagonal[t][p] = energy;
     }
-  if (layout == kFourPulses)
-    correlate_rows<kFourPulses>(impulse, rr);
-  else if (layout == kTwoPulses)
-    correlate_rows<kTwoPulses>(impulse, rr);
-  else
-    correlate_rows<kAllPairs>(impulse, rr);
 }
 
-void fold_signs(const TrackVector sign, ImpulseCorrelation* rr, CorrelationLayout layout) {
+void correlate_impulse(const double* impulse, const TrackVector sign, ImpulseCorrelation* rr,
+                       CorrelationLayout layout) {
   if (layout == kFourPulses)
-    fold_rows<kFourPulses>(sign, rr);
+    correlate_rows<kFourPulses>(impulse, sign, rr);
   else if (layout == kTwoPulses)
-    fold_rows<kTwoPulses>(sign, rr);
+    correlate_rows<kTwoPulses>(impulse, sign, rr);
   else
-    fold_rows<kAllPairs>(sign, rr);
+    correlate_rows<kAllPairs>(impulse, sign, rr);
 }
 
 void split_signs(const double* d, TrackVector magnitude, TrackVector sign) {
-  double magnitudes[kSubframe], signs[kSubframe];
-  for (int n = 0; n < kSubframe; n += kLanes) {
-    const Vec8 value = load(d + n);
+  for (int t = 0; t < kTracks; ++t) {
+    const Vec8 value = load_every<kTracks>(d + t);
     const Vec8 one = select(splat(0.0) <= value, splat(1.0), splat(-1.0));
-    store(signs + n, one);
-    store(magnitudes + n, value * one);
+    store(sign[t], one);
+    store(magnitude[t], value * one);
   }
-  for (int t = 0; t < kTracks; ++t)
-    for (int p = 0; p < kTrackPositions; ++p) {
-      magnitude[t][p] = magnitudes[kTracks * p + t];
-      sign[t][p] = signs[kTracks * p + t];
-    }
 }
 
-void filter_pulses(const double* impulse, const int* position, const double* sign, int pulses,
-                   double* y) {
-  double padded[2 * kSubframe] = {};
-  copy_vector(impulse, padded + kSubframe, kSubframe);
+PaddedImpulse pad_impulse(const double* impulse) {
+  PaddedImpulse padded;
+  for (int n = 0; n < kSubframe; n += kLanes) {
+    store(padded.zeros + n, splat(0.0));
+    store(padded.h + n, load(impulse + n));
+  }
+  return padded;
+}
+
+void filter_pulses(const PaddedImpulse& impulse, const int* position, const double* sign,
+                   int pulses, double* y) {
   Vec8 acc[kGroups] = {};
-  for (int k = 0; k < pulses; ++k)
-    for (int g = 0; g < kGroups; ++g)
-      acc[g] = acc[g] + splat(sign[k]) * load(padded + kSubframe + g * kLanes - position[k]);
+  for (int k = 0; k < pulses; ++k) {
+    const double* h = impulse.zeros + kSubframe - position[k];
+    for (int g = 0; g < kGroups; ++g) acc[g] = acc[g] + splat(sign[k]) * load(h + g * kLanes);
+  }
   for (int g = 0; g < kGroups; ++g) store(y + g * kLanes, acc[g]);
 }
 

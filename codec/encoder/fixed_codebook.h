@@ -19,23 +19,25 @@ inline constexpr int kVectorAlign = kLanes * sizeof(double);
 // d[n] = sum_{i=n..39} target[i] impulse[i-n], n = 0..39: the backward-filtered target.
 void correlate_target_impulse(const double* impulse, const double* target, double* d);
 
-// Correlations of the impulse response, rr(i, j) = sum_{k=0..39-max(i,j)} h[k] h[k + |i-j|].
-// row[t][p][u][q] belongs to the positions 5 p + t and 5 q + u, diagonal[t][p] to 5 p + t alone.
+// Correlations of the impulse response, rr(i, j) = sum_{k=0..39-max(i,j)} h[k] h[k + |i-j|], ready
+// for a search to add: the cross terms come multiplied by 2 sign(i) sign(j). row[t][p][u][q]
+// belongs to the positions 5 p + t and 5 q + u, diagonal[t][p] to 5 p + t alone.
 struct ImpulseCorrelation {
   alignas(kVectorAlign) TrackVector diagonal;
   alignas(kVectorAlign) TrackVector row[kTracks][kTrackPositions];
 };
 
-// Cross terms that correlate_impulse fills; the diagonal is always filled.
+// Fills the diagonal.
+void impulse_energies(const double* impulse, ImpulseCorrelation* rr);
+
+// The rows that correlate_impulse fills.
 enum CorrelationLayout : int {
   kAllPairs = 0,    // every row
   kFourPulses = 1,  // rows of tracks 0, 1 and 2, each against the tracks above its own
   kTwoPulses = 2    // rows of tracks 1 and 3 against tracks 0, 1, 2 and 4
 };
-void correlate_impulse(const double* impulse, ImpulseCorrelation* rr, CorrelationLayout layout);
-
-// Multiplies the cross terms by 2 sign(i) sign(j): a search then only adds them.
-void fold_signs(const TrackVector sign, ImpulseCorrelation* rr, CorrelationLayout layout);
+void correlate_impulse(const double* impulse, const TrackVector sign, ImpulseCorrelation* rr,
+                       CorrelationLayout layout);
 
 // The signs fixed before a search, +1 where d[n] >= 0 and -1 elsewhere, and |d|; both in track
 // order.
@@ -79,8 +81,16 @@ KELG729F_VEC int improve_best(const Vec8* correlation, const Vec8* energy, BestC
   return winner;
 }
 
+// An impulse response after as many zeros: readable from any pulse position on. Made well before
+// it is used, or its vectors are still on their way to memory.
+struct PaddedImpulse {
+  double zeros[kSubframe];
+  double h[kSubframe];
+};
+PaddedImpulse pad_impulse(const double* impulse);
+
 // y[n] = sum_k sign[k] impulse[n - position[k]], n = 0..39, in the order of k.
-void filter_pulses(const double* impulse, const int* position, const double* sign, int pulses,
-                   double* y);
+void filter_pulses(const PaddedImpulse& impulse, const int* position, const double* sign,
+                   int pulses, double* y);
 
 }  // namespace g729::inline KELG729F_TARGET
