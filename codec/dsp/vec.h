@@ -152,9 +152,25 @@ KELG729F_VEC Vec8 slide(Vec8 before, Vec8 v) {
 
 // Sum of the lanes, always as ((0+4)+(2+6)) + ((1+5)+(3+7)).
 KELG729F_VEC double sum(Vec8 v) {
-  double t[kLanes];
-  store(t, v);
+#if defined(KELG729F_PLAIN)
+  const double* t = v.part;
   return ((t[0] + t[4]) + (t[2] + t[6])) + ((t[1] + t[5]) + (t[3] + t[7]));
+#else
+#if defined(__AVX__)
+#if defined(__AVX512F__)
+  const Native all = v.part[0];
+  const auto four = __builtin_shufflevector(all, all, 0, 1, 2, 3) +
+                    __builtin_shufflevector(all, all, 4, 5, 6, 7);
+#else
+  const auto four = v.part[0] + v.part[1];
+#endif
+  const auto two =
+      __builtin_shufflevector(four, four, 0, 1) + __builtin_shufflevector(four, four, 2, 3);
+#else
+  const auto two = (v.part[0] + v.part[2]) + (v.part[1] + v.part[3]);
+#endif
+  return two[0] + two[1];
+#endif
 }
 
 }  // namespace g729::inline KELG729F_TARGET
