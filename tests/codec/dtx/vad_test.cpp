@@ -186,10 +186,13 @@ struct Oracle {
     return count > 0;
   }
 
-  // Least energy of the current block of eight frames and the sixteen before it.
+  // Least energy of the current block of eight frames and the sixteen before it; before there are
+  // so many, of the current block alone, and nothing once that is full.
   double least(int count) const {
     double least = 1e38;
-    for (int n = std::max(0, (count - 1) / 8 * 8 - 128); n < count; ++n)
+    if (count <= 128 && count % 8 == 0) return least;
+    const int block = (count - 1) / 8 * 8;
+    for (int n = count <= 128 ? block : block - 128; n < count; ++n)
       least = std::min(least, frames[static_cast<size_t>(n)].energy);
     return least;
   }
@@ -208,26 +211,26 @@ struct Oracle {
       for (int i = 0; i < kOrder; ++i)
         mean.lsf[i] += (1 - kShare[row][2]) * (f.lsf[i] - mean.lsf[i]);
     }
-    if (count <= 128) return;
     const double floor = least(count);
-    if ((mean.energy < floor && sd < 0.002532959) || mean.energy > floor + 10) {
+    if ((count > 128 && mean.energy < floor && sd < 0.002532959) || mean.energy > floor + 10) {
       mean.energy = floor;
       updates = 0;
       ++resets;
+      if (count <= 128) ++early_resets;
     }
   }
 
   std::vector<Frame> frames, loud;
   Frame mean = {};
   bool permitted = true;
-  int extensions = 0, silent = 0, updates = 0, resets = 0;
+  int extensions = 0, silent = 0, updates = 0, resets = 0, early_resets = 0;
   int decided_by[14] = {};
 };
 
 TEST(Vad, EqualsTheDefinitionOnRandomFeatures) {
   std::mt19937 random(11);
   std::normal_distribution<> normal;
-  int decided_by[14] = {}, resets = 0, voice = 0;
+  int decided_by[14] = {}, resets = 0, early_resets = 0, voice = 0;
   for (int trial = 0; trial < 20; ++trial) {
     Oracle oracle;
     VadState state;
@@ -241,9 +244,11 @@ TEST(Vad, EqualsTheDefinitionOnRandomFeatures) {
       }
       double lsf[kOrder];
       for (int i = 0; i < kOrder; ++i) lsf[i] = 0.045 * (i + 1) + spread * normal(random);
-      const Frame f = make_frame(level + 1.5 * normal(random), low, lsf,
-                                 std::clamp(static_cast<int>(25 + 8 * normal(random)), 0, 80),
-                                 0.2 + 0.3 * static_cast<double>(random() % 3));
+      // Drawn one by one: the order of arguments is the compiler's.
+      const double energy = level + 1.5 * normal(random);
+      const int crossings = std::clamp(static_cast<int>(25 + 8 * normal(random)), 0, 80);
+      const double rc = 0.2 + 0.3 * static_cast<double>(random() % 3);
+      const Frame f = make_frame(energy, low, lsf, crossings, rc);
       const int marker = run(&state, f, frame, prev, pprev);
       ASSERT_EQ(marker, oracle.step(f, prev, pprev)) << "trial " << trial << " frame " << frame;
       if (frame >= 32) {
@@ -255,11 +260,13 @@ TEST(Vad, EqualsTheDefinitionOnRandomFeatures) {
     }
     for (int k = 0; k < 14; ++k) decided_by[k] += oracle.decided_by[k];
     resets += oracle.resets;
+    early_resets += oracle.early_resets;
   }
   // The features have to reach what they are to test: the planes that the others do not
   // cover, all but a sliver.
   for (int k : {1, 2, 4, 7, 9, 12, 13, 14}) EXPECT_GT(decided_by[k - 1], 0) << "plane " << k;
   EXPECT_GT(resets, 10);
+  EXPECT_GT(early_resets, 0);
   EXPECT_GT(voice, 4000);
   EXPECT_LT(voice, 16000);
 }
