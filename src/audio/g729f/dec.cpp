@@ -61,19 +61,19 @@ bool decode_packet(KelG729fDec* dec, const Packet& packet, const BufferMap& in, 
                  out.data() + packet.speech * kPcmBytes);
     kel_g729f_dtx_start(dec);
   }
+  plc_note_good(dec->plc, out.data(), packet.speech, packet.sid);
   stats_add(dec->stats.frames, packet.speech);
   stats_add(dec->stats.sids, packet.sid);
   return true;
 }
 
-// Stamps the input buffer, which the base class has made its own, with the output's time.
-void place(KelG729fDec* dec, GstBuffer* buffer) {
+}  // namespace
+
+void kel_g729f_dec_place(KelG729fDec* dec, GstBuffer* buffer) {
   const GstClockTime tolerance = gst_audio_decoder_get_tolerance(GST_AUDIO_DECODER(dec));
   const GstClockTime pts = timeline_enter(dec->timeline, GST_BUFFER_PTS(buffer), tolerance);
   if (gst_buffer_is_writable(buffer)) GST_BUFFER_PTS(buffer) = pts;
 }
-
-}  // namespace
 
 static void kel_g729f_dec_finalize(GObject* object) {
   KelG729fDec* dec = as_dec(object);
@@ -98,7 +98,9 @@ static gboolean kel_g729f_dec_start(GstAudioDecoder* base) {
   GST_DEBUG_OBJECT(dec, "Start");
   dec->decoder = g729_decoder_create();
   timeline_reset(dec->timeline);
+  plc_reset(dec->plc);
   stats_reset(dec->stats);
+  gst_audio_decoder_set_plc_aware(base, TRUE);
   gst_audio_decoder_set_drainable(base, FALSE);
   dec->thread_running = 1;
   dec->thread = g_thread_new("dtx-thread", kel_g729f_dtx_thread_main, dec);
@@ -133,6 +135,9 @@ static GstFlowReturn kel_g729f_dec_parse(GstAudioDecoder*, GstAdapter* adapter, 
 
 static GstFlowReturn kel_g729f_dec_handle_frame(GstAudioDecoder* base, GstBuffer* buffer) {
   KelG729fDec* dec = as_dec(base);
+  if (gst_buffer_get_size(buffer) == 0 && gst_audio_decoder_get_plc(base)) {
+    return kel_g729f_plc_conceal(dec, buffer);
+  }
   kel_g729f_dtx_stop(dec);
 
   BufferMap in(buffer, GST_MAP_READ);
@@ -149,14 +154,14 @@ static GstFlowReturn kel_g729f_dec_handle_frame(GstAudioDecoder* base, GstBuffer
   GST_LOG_OBJECT(dec, "we have %u frames, %" G_GSIZE_FORMAT " in, %" G_GSIZE_FORMAT " out",
                  static_cast<guint>(packet.speech), in.size(), size);
   GstBuffer* output = gst_audio_decoder_allocate_output_buffer(base, size);
-  place(dec, buffer);
+  kel_g729f_dec_place(dec, buffer);
   if (!output || !decode_packet(dec, packet, in, output)) {
     gst_clear_buffer(&output);
     in.unmap();
     GST_WARNING_OBJECT(dec, "failed to alloc buffer");
     return GST_FLOW_ERROR;
   }
-  timeline_add(dec->timeline, packet.frames());
+  timeline_add(dec->timeline, packet.frames() * kFrameTime);
   in.unmap();
   GST_LOG_OBJECT(dec, "Finished decoding");
   return gst_audio_decoder_finish_frame(base, output, 1);
@@ -172,11 +177,16 @@ static gboolean kel_g729f_dec_sink_event(GstAudioDecoder* base, GstEvent* event)
       kel_g729f_dtx_cancel(dec);
       GST_AUDIO_DECODER_STREAM_LOCK(dec);
       timeline_reset(dec->timeline);
+      plc_reset(dec->plc);
       GST_AUDIO_DECODER_STREAM_UNLOCK(dec);
       break;
     case GST_EVENT_FLUSH_START:
     case GST_EVENT_EOS:
       kel_g729f_dtx_cancel(dec);
+      break;
+    case GST_EVENT_GAP:
+      // Other gaps are passed on.
+      gst_audio_decoder_set_plc_aware(base, plc_is_loss(dec->plc, event));
       break;
     default:
       break;

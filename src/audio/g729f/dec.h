@@ -4,6 +4,7 @@
 #include <gst/audio/audio.h>
 
 #include "codec/g729.h"
+#include "src/audio/g729f/plc.h"
 #include "src/audio/g729f/stats.h"
 #include "src/audio/g729f/timeline.h"
 
@@ -22,6 +23,7 @@ struct KelG729fDec {
   GstClockTime dtx_delay;  // by which this run's first packet comes later
 
   Timeline timeline;  // under the base class's stream lock
+  Concealment plc;
   DecoderStats stats;
 };
 
@@ -30,3 +32,6 @@ struct KelG729fDecClass {
 };
 
 GType kel_g729f_dec_get_type();
+
+// Stamps an input buffer, which the base class has made its own, with the output's time.
+void kel_g729f_dec_place(KelG729fDec* dec, GstBuffer* buffer);

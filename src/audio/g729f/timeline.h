@@ -26,12 +26,12 @@ inline void timeline_reset(Timeline& line) {
   line = {GST_CLOCK_TIME_NONE, 0};
 }
 
-inline void timeline_add(Timeline& line, gsize frames) {
-  if (GST_CLOCK_TIME_IS_VALID(line.end)) line.end += frames * kFrameTime;
+inline void timeline_add(Timeline& line, GstClockTime duration) {
+  if (GST_CLOCK_TIME_IS_VALID(line.end)) line.end += duration;
 }
 
 inline void timeline_add_noise(Timeline& line) {
-  timeline_add(line, 1);
+  timeline_add(line, kFrameTime);
   line.lead += kFrameTime;
 }
 

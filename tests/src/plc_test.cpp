@@ -1,0 +1,231 @@
+// Lost packets with the property `plc`.
+#include <cmath>
+#include <numbers>
+#include <random>
+
+#include "codec/g729.h"
+#include "tests/src/live.h"
+
+namespace {
+
+using Samples = std::vector<gint16>;
+constexpr GstClockTime kSample = GST_SECOND / 8000;
+
+// Coded frames of a voice that rises and falls.
+std::vector<std::vector<guint8>> coded_voice(gsize frames) {
+  G729EncoderState* encoder = g729_encoder_create(0);
+  std::vector<std::vector<guint8>> coded(frames, std::vector<guint8>(G729_SPEECH_BYTES));
+  for (gsize i = 0; i < frames; i++) {
+    gint16 pcm[80];
+    for (gsize n = 0; n < 80; n++) {
+      const double t = static_cast<double>(80 * i + n) / 8000, turn = 2 * std::numbers::pi * t;
+      double value = 0;
+      for (int k = 1; k < 15; k++) value += std::sin(k * 110 * turn) / k;
+      pcm[n] = static_cast<gint16>(4000 * value * (1 + std::sin(3 * turn)));
+    }
+    guint32 size;
+    g729_encoder_encode_frame(encoder, pcm, coded[i].data(), &size);
+  }
+  g729_encoder_destroy(encoder);
+  return coded;
+}
+
+struct Lossy : Live {
+  GstClockTime now = GST_SECOND;
+
+  Lossy() { gst_harness_set(h.get(), "kelg729fdec", "plc", TRUE, nullptr); }
+  void speech(const std::vector<guint8>& bytes) {
+    GstBuffer* buffer = gst_buffer_new_memdup(bytes.data(), bytes.size());
+    GST_BUFFER_PTS(buffer) = now;
+    gst_harness_push(h.get(), buffer);
+    now += bytes.size() / 10 * kTick;
+  }
+  void gap(GstClockTime duration, int flags = GST_GAP_FLAG_MISSING_DATA) {
+    GstEvent* event = gst_event_new_gap(now, duration);
+    if (flags >= 0) gst_event_set_gap_flags(event, static_cast<GstGapFlags>(flags));
+    gst_harness_push_event(h.get(), event);
+    now += duration;
+  }
+  // All that has come out; every buffer begins where the last one ended.
+  Samples take(GstClockTime& end) {
+    Samples all;
+    while (Buffer buffer{gst_harness_try_pull(h.get())}) {
+      EXPECT_NEAR(static_cast<double>(GST_BUFFER_PTS(buffer.get())), static_cast<double>(end),
+                  kSample);
+      const auto bytes = bytes_of(buffer.get());
+      const auto* pcm = reinterpret_cast<const gint16*>(bytes.data());
+      all.insert(all.end(), pcm, pcm + bytes.size() / sizeof(gint16));
+      end = GST_BUFFER_PTS(buffer.get()) + GST_BUFFER_DURATION(buffer.get());
+    }
+    return all;
+  }
+  Samples take() {
+    GstClockTime end = GST_SECOND;
+    return take(end);
+  }
+  gsize gaps_passed_on() {
+    gsize count = 0;
+    while (GstEvent* event = gst_harness_try_pull_event(h.get())) {
+      count += GST_EVENT_TYPE(event) == GST_EVENT_GAP;
+      gst_event_unref(event);
+    }
+    return count;
+  }
+};
+
+// Whatever the pieces, the audio lasts as long as the loss.
+TEST(Concealment, LastsAsLongAsTheLoss) {
+  const std::vector<GstClockTime> losses[] = {
+      {10 * GST_MSECOND},
+      {25 * GST_MSECOND, 15 * GST_MSECOND, 3 * GST_MSECOND},
+      {2500 * GST_MSECOND},
+      std::vector<GstClockTime>(200, 20062500 + 12345),
+      std::vector<GstClockTime>(200, 19999999),
+      std::vector<GstClockTime>(200, 70000),  // about half a sample each
+      {0, 10 * GST_MSECOND, 0},
+  };
+  const auto voice = coded_voice(20);
+  for (const auto& loss : losses) {
+    Lossy link;
+    for (const auto& frame : voice) link.speech(frame);
+    for (const GstClockTime duration : loss) link.gap(duration);
+    EXPECT_EQ(link.take().size(), (link.now - GST_SECOND + kSample / 2) / kSample);
+    EXPECT_EQ(link.gaps_passed_on(), 0u);
+  }
+}
+
+double gain_between(const gint16* from, const gint16* to) {
+  double product = 0, power = 1e-9;
+  for (gsize n = 0; n < 40; n++) {
+    product += static_cast<double>(from[n]) * to[n];
+    power += static_cast<double>(from[n]) * from[n];
+  }
+  return product / power;
+}
+
+// The codec's own concealment, at its level or below, in frames that pieces of a loss share; then
+// the codec goes on.
+TEST(Concealment, IsTheCodecs) {
+  const auto voice = coded_voice(40);
+  Lossy link;
+  Samples want;
+  G729DecoderState* decoder = g729_decoder_create();
+  const auto add = [&](const gint16* pcm, gsize count) {
+    want.insert(want.end(), pcm, pcm + count);
+  };
+  gint16 pcm[80];
+  for (gsize i = 0; i < voice.size(); i++) {
+    if (i == 30) {  // 27 ms and 28 ms
+      link.gap(27 * GST_MSECOND);
+      link.gap(28 * GST_MSECOND);
+      guint16 serial[G729_SERIAL_WORDS] = {G729_SERIAL_SYNC, 80};
+      for (const gsize count : {80, 80, 80, 80, 80, 40}) {
+        g729_decoder_decode_serial(decoder, serial, pcm);
+        add(pcm, count);
+      }
+    }
+    link.speech(voice[i]);
+    g729_decoder_decode_frame(decoder, voice[i].data(), 10, pcm);
+    add(pcm, 80);
+  }
+  g729_decoder_destroy(decoder);
+  const Samples got = link.take();
+  ASSERT_EQ(got.size(), want.size());
+  for (gsize at = 0; at < got.size(); at += 40) {
+    const bool lost = at >= 30 * 80 && at < 30 * 80 + 440;
+    const double gain = lost ? gain_between(&want[at], &got[at]) : 1;
+    EXPECT_GT(gain, 0.5) << at;
+    EXPECT_LE(gain, 1.01) << at;
+    for (gsize n = at; n < at + 40; n++) ASSERT_NEAR(got[n], gain * want[n], lost ? 1.5 : 0) << n;
+  }
+}
+
+double energy(const gint16* frame) {
+  double sum = 0;
+  for (gsize n = 0; n < 80; n++) sum += static_cast<double>(frame[n]) * frame[n];
+  return sum;
+}
+
+// No frame is louder than the louder one of the last two good ones, and after 100 ms there is
+// nothing; however wild the frames before.
+TEST(Concealment, NeverLouderAndSoonOver) {
+  std::mt19937 random(4);
+  for (int run = 0; run < 300; run++) {
+    Lossy link;
+    std::vector<guint8> packet(60);
+    for (auto& byte : packet) byte = static_cast<guint8>(random());
+    link.speech(packet);
+    link.gap(30 * kTick);
+    const Samples out = link.take();
+    ASSERT_EQ(out.size(), 36u * 80);
+    const double most = std::max(energy(&out[4 * 80]), energy(&out[5 * 80]));
+    for (gsize i = 6; i < 16; i++) ASSERT_LE(energy(&out[i * 80]), most * 1.0001) << run;
+    for (gsize n = 16 * 80; n < out.size(); n++) ASSERT_EQ(out[n], 0) << run;
+  }
+}
+
+TEST(Concealment, BeforeAnythingCame) {
+  Lossy link;
+  link.gap(50 * GST_MSECOND);
+  EXPECT_EQ(link.take(), Samples(400, 0));
+}
+
+// A flush takes what was heard before with it.
+TEST(Concealment, NothingFromBeforeAFlush) {
+  Lossy link;
+  for (const auto& frame : coded_voice(20)) link.speech(frame);
+  gst_harness_push_event(link.h.get(), gst_event_new_flush_start());
+  gst_harness_push_event(link.h.get(), gst_event_new_flush_stop(TRUE));
+  GstSegment time;
+  gst_segment_init(&time, GST_FORMAT_TIME);
+  gst_harness_push_event(link.h.get(), gst_event_new_segment(&time));
+  while (Buffer old{gst_harness_try_pull(link.h.get())}) continue;
+  GstClockTime end = link.now;
+  link.gap(20 * GST_MSECOND);
+  EXPECT_EQ(link.take(end), Samples(160, 0));
+}
+
+// Which gaps are losses. The others reach the sink as they are.
+TEST(Concealment, OnlyOfLosses) {
+  const std::vector<guint8> voice = coded_voice(1)[0], sid(2);
+  const struct {
+    const std::vector<guint8>& last;
+    int flags;  // -1: none given
+    GstClockTime duration;
+    bool loss;
+  } cases[] = {
+      {voice, GST_GAP_FLAG_MISSING_DATA, kTick, true},
+      {voice, -1, kTick, true},
+      {voice, 0, kTick, false},
+      {voice, -1, GST_CLOCK_TIME_NONE, false},
+      {sid, GST_GAP_FLAG_MISSING_DATA, kTick, false},
+      {sid, -1, kTick, false},
+  };
+  for (const auto& c : cases) {
+    Lossy link;
+    link.speech(c.last);
+    link.take();
+    link.gap(c.duration, c.flags);
+    EXPECT_EQ(gst_harness_buffers_in_queue(link.h.get()), c.loss ? 1u : 0u);
+    EXPECT_EQ(link.gaps_passed_on(), c.loss ? 0u : 1u);
+  }
+}
+
+// Comfort noise goes on through gaps, and speech after it can be concealed again.
+TEST(Concealment, AfterComfortNoise) {
+  Lossy link;
+  link.speech(std::vector<guint8>(2));
+  link.now += kTick;
+  link.take();
+  for (int i = 0; i < 3; i++) {
+    link.gap(kTick);
+    EXPECT_EQ(gst_buffer_get_size(link.noise().get()), kPcm);
+  }
+  link.speech(coded_voice(1)[0]);
+  link.gap(kTick);
+  EXPECT_FALSE(link.waiting());
+  GstClockTime end = GST_SECOND + 4 * kTick;
+  EXPECT_EQ(link.take(end).size(), 2u * 80);
+}
+
+}  // namespace
