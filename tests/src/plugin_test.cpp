@@ -86,7 +86,7 @@ TEST(Plugin, EncoderProperties) {
   EXPECT_EQ(G_PARAM_SPEC_INT(frames)->maximum, G_MAXINT);
   EXPECT_EQ(G_PARAM_SPEC_INT(frames)->default_value, 2);
 
-  for (GParamSpec* spec : {annexb, frames}) EXPECT_EQ(spec->flags, 231) << spec->name;
+  for (GParamSpec* property : {annexb, frames}) EXPECT_EQ(property->flags, 231) << property->name;
 
   g_object_set(element.get(), "annexb", TRUE, "frames", 7, nullptr);
   gboolean annexb_now = FALSE;
