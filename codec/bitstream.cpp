@@ -134,8 +134,11 @@ void pack_serial_bits(const uint16_t* bits, uint8_t* bytes, int n) {
 }
 
 void unpack_serial_bits(const uint8_t* bytes, uint16_t* bits, int n) {
-  for (int i = 0; i < n; ++i)
-    for (int k = 0; k < 8; ++k) bits[8 * i + k] = (bytes[i] >> (7 - k)) & 1 ? kBitOne : kBitZero;
+  constexpr uint16_t kPlace[8] = {0x80, 0x40, 0x20, 0x10, 0x08, 0x04, 0x02, 0x01};
+  for (int i = 0; i < n; ++i) {
+    const uint16_t byte = bytes[i];
+    for (int k = 0; k < 8; ++k) bits[8 * i + k] = byte & kPlace[k] ? kBitOne : kBitZero;
+  }
 }
 
 }  // namespace g729::inline KELG729F_TARGET

@@ -26,10 +26,30 @@ KELG729F_VEC Pair operator*(double a, Pair x) {
 KELG729F_VEC double lane(Pair x, int i) {
   return x.lane[i];
 }
+KELG729F_VEC Pair both_first(Pair x) {
+  return {{x.lane[0], x.lane[0]}};
+}
+KELG729F_VEC Pair both_second(Pair x) {
+  return {{x.lane[1], x.lane[1]}};
+}
+KELG729F_VEC void store_pair(double* p, Pair x) {
+  p[0] = x.lane[0];
+  p[1] = x.lane[1];
+}
 #else
 typedef double Pair __attribute__((vector_size(16)));
+typedef double PairUnaligned __attribute__((vector_size(16), aligned(8), may_alias));
 KELG729F_VEC double lane(Pair x, int i) {
   return x[i];
+}
+KELG729F_VEC Pair both_first(Pair x) {
+  return __builtin_shufflevector(x, x, 0, 0);
+}
+KELG729F_VEC Pair both_second(Pair x) {
+  return __builtin_shufflevector(x, x, 1, 1);
+}
+KELG729F_VEC void store_pair(double* p, Pair x) {
+  *reinterpret_cast<PairUnaligned*>(p) = x;
 }
 #endif
 KELG729F_VEC Pair twice(double x) {
@@ -59,7 +79,7 @@ KELG729F_VEC Pair next_two(int m, const double* a, const LookAhead& f, const dou
                            const double* out, Pair last) {
   Pair s = {x[0], x[1] - a[1] * x[0]};
   for (int i = m; i >= 3; --i) s = s - f.c[i] * twice(out[-i]);
-  return s - (f.c[2] * twice(lane(last, 0)) + f.c[1] * twice(lane(last, 1)));
+  return s - (f.c[2] * both_first(last) + f.c[1] * both_second(last));
 }
 
 // T is double, or Pair for two signals of one filter side by side.
@@ -79,8 +99,7 @@ KELG729F_VEC void synthesize(int order, const double* a, const double* x, double
     Pair last = {out[-2], out[-1]};
     for (; k + 2 <= n; k += 2) {
       last = next_two(m, a, f, x + k, out + k, last);
-      out[k] = lane(last, 0);
-      out[k + 1] = lane(last, 1);
+      store_pair(out + k, last);
     }
   }
   for (; k < n; ++k) out[k] = next_one(m, a, x[k], out + k);
