@@ -99,6 +99,7 @@ static gboolean kel_g729f_dec_start(GstAudioDecoder* base) {
   dec->decoder = g729_decoder_create();
   timeline_reset(dec->timeline);
   plc_reset(dec->plc);
+  dec->raw = {};
   stats_reset(dec->stats);
   gst_audio_decoder_set_plc_aware(base, TRUE);
   gst_audio_decoder_set_drainable(base, FALSE);
@@ -167,18 +168,37 @@ static GstFlowReturn kel_g729f_dec_handle_frame(GstAudioDecoder* base, GstBuffer
   return gst_audio_decoder_finish_frame(base, output, 1);
 }
 
+// What comes next has nothing to do with what came before. It begins at `time`, if that is known.
+static void restart(KelG729fDec* dec, GstClockTime time) {
+  kel_g729f_dtx_cancel(dec);
+  GST_AUDIO_DECODER_STREAM_LOCK(dec);
+  timeline_reset(dec->timeline);
+  dec->timeline.end = time;
+  plc_reset(dec->plc);
+  GST_AUDIO_DECODER_STREAM_UNLOCK(dec);
+}
+
+static GstEvent* take_segment(KelG729fDec* dec, GstEvent* event) {
+  const GstSegment* segment;
+  gst_event_parse_segment(event, &segment);
+  GstClockTime begin = GST_CLOCK_TIME_NONE;
+  const bool raw = segment->format == GST_FORMAT_BYTES;
+  if (raw) event = raw_take_segment(GST_AUDIO_DECODER(dec), dec->raw, event, &begin);
+  g_atomic_int_set(&dec->raw.active, raw);
+  restart(dec, begin);
+  return event;
+}
+
 // Comfort noise ends where its stream ends: nothing may follow an end of stream, nor come between
 // a flush and the segment after it.
 static gboolean kel_g729f_dec_sink_event(GstAudioDecoder* base, GstEvent* event) {
   KelG729fDec* dec = as_dec(base);
   switch (GST_EVENT_TYPE(event)) {
     case GST_EVENT_FLUSH_STOP:
+      restart(dec, GST_CLOCK_TIME_NONE);
+      break;
     case GST_EVENT_SEGMENT:
-      kel_g729f_dtx_cancel(dec);
-      GST_AUDIO_DECODER_STREAM_LOCK(dec);
-      timeline_reset(dec->timeline);
-      plc_reset(dec->plc);
-      GST_AUDIO_DECODER_STREAM_UNLOCK(dec);
+      event = take_segment(dec, event);
       break;
     case GST_EVENT_FLUSH_START:
     case GST_EVENT_EOS:
@@ -192,6 +212,21 @@ static gboolean kel_g729f_dec_sink_event(GstAudioDecoder* base, GstEvent* event)
       break;
   }
   return GST_AUDIO_DECODER_CLASS(kel_g729f_dec_parent_class)->sink_event(base, event);
+}
+
+static gboolean kel_g729f_dec_src_event(GstAudioDecoder* base, GstEvent* event) {
+  KelG729fDec* dec = as_dec(base);
+  if (GST_EVENT_TYPE(event) == GST_EVENT_SEEK && g_atomic_int_get(&dec->raw.active) &&
+      raw_seek(base, dec->raw, event)) {
+    gst_event_unref(event);
+    return TRUE;
+  }
+  return GST_AUDIO_DECODER_CLASS(kel_g729f_dec_parent_class)->src_event(base, event);
+}
+
+static gboolean kel_g729f_dec_src_query(GstAudioDecoder* base, GstQuery* query) {
+  if (g_atomic_int_get(&as_dec(base)->raw.active) && raw_query(base, query)) return TRUE;
+  return GST_AUDIO_DECODER_CLASS(kel_g729f_dec_parent_class)->src_query(base, query);
 }
 
 static GstStateChangeReturn kel_g729f_dec_change_state(GstElement* element,
@@ -254,6 +289,8 @@ static void kel_g729f_dec_class_init(KelG729fDecClass* klass) {
   decoder_class->parse = GST_DEBUG_FUNCPTR(kel_g729f_dec_parse);
   decoder_class->handle_frame = GST_DEBUG_FUNCPTR(kel_g729f_dec_handle_frame);
   decoder_class->sink_event = GST_DEBUG_FUNCPTR(kel_g729f_dec_sink_event);
+  decoder_class->src_event = GST_DEBUG_FUNCPTR(kel_g729f_dec_src_event);
+  decoder_class->src_query = GST_DEBUG_FUNCPTR(kel_g729f_dec_src_query);
   element_class->change_state = GST_DEBUG_FUNCPTR(kel_g729f_dec_change_state);
   element_class->post_message = GST_DEBUG_FUNCPTR(kel_g729f_dec_post_message);
 

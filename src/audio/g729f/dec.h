@@ -5,6 +5,7 @@
 
 #include "codec/g729.h"
 #include "src/audio/g729f/plc.h"
+#include "src/audio/g729f/raw.h"
 #include "src/audio/g729f/stats.h"
 #include "src/audio/g729f/timeline.h"
 
@@ -24,6 +25,7 @@ struct KelG729fDec {
 
   Timeline timeline;  // under the base class's stream lock
   Concealment plc;
+  RawStream raw;
   DecoderStats stats;
 };
 
