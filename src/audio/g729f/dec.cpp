@@ -1,3 +1,24 @@
+/**
+ * SECTION:element-kelg729fdec
+ * @title: kelg729fdec
+ *
+ * Decodes buffers of 10-byte frames (ITU-T G.729, 8 kbit/s) and at most one 2-byte silence
+ * descriptor behind them. After a descriptor it makes comfort noise, by the pipeline's clock, until
+ * the next buffer. With #GstAudioDecoder:plc, lost packets become concealed speech. Raw streams
+ * from files have duration and can be sought, if they are pushed in blocks of whole frames.
+ *
+ * ## Example launch lines
+ * |[
+ * gst-launch-1.0 filesrc location=tone.g729 blocksize=1000 \
+ *   ! audio/G729,rate=8000,channels=1 ! kelg729fdec ! wavenc ! filesink location=tone.wav
+ * ]| A raw stream.
+ * |[
+ * gst-launch-1.0 -e udpsrc port=5004 \
+ *   caps="application/x-rtp,media=audio,clock-rate=8000,encoding-name=G729,payload=18" \
+ *   ! rtpjitterbuffer latency=60 do-lost=true ! rtpg729depay ! kelg729fdec plc=true \
+ *   ! audiorate ! wavenc ! filesink location=received.wav
+ * ]| A call's receiver, until Ctrl-C.
+ */
 #include "src/audio/g729f/dec.h"
 
 #include <cstring>

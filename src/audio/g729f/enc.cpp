@@ -1,3 +1,23 @@
+/**
+ * SECTION:element-kelg729fenc
+ * @title: kelg729fenc
+ *
+ * Codes 8 kHz mono audio at 8 kbit/s (ITU-T G.729), with silence compression (Annex B) when asked.
+ * A buffer holds #kelg729fenc:frames frames of 10 ms; its latency is as long, and 5 ms of
+ * look-ahead. After silence, the first buffer of speech is a discontinuity: payloaders set the
+ * marker bit.
+ *
+ * ## Example launch lines
+ * |[
+ * gst-launch-1.0 audiotestsrc num-buffers=100 ! audioconvert ! audioresample ! kelg729fenc \
+ *   ! filesink location=tone.g729
+ * ]| A raw stream.
+ * |[
+ * gst-launch-1.0 audiotestsrc num-buffers=100 wave=ticks ! audioconvert ! audioresample \
+ *   ! kelg729fenc annexb=true frames=1 ! rtpg729pay min-ptime=20000000 \
+ *   ! udpsink host=127.0.0.1 port=5004
+ * ]| RTP packets of 20 ms, and none in silence.
+ */
 #include "src/audio/g729f/enc.h"
 
 #include <algorithm>
