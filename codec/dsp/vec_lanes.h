@@ -10,6 +10,26 @@
 
 namespace g729::inline KELG729F_TARGET {
 
+// Lane i is lane(i). What lane() reads may just have been stored as vectors: eight loads get it
+// without a stall, which storing the lanes and loading them as vectors does not.
+template <typename F>
+KELG729F_VEC Vec8 from_lanes(const F& lane) {
+  Vec8 r;
+  for (int i = 0; i < kParts; ++i) {
+    [[maybe_unused]] const int first = i * kNativeLanes;
+#if defined(KELG729F_PLAIN)
+    r.part[i] = lane(first);
+#elif defined(__AVX512F__)
+    r.part[i] = Native{lane(0), lane(1), lane(2), lane(3), lane(4), lane(5), lane(6), lane(7)};
+#elif defined(__AVX__)
+    r.part[i] = Native{lane(first), lane(first + 1), lane(first + 2), lane(first + 3)};
+#else
+    r.part[i] = Native{lane(first), lane(first + 1)};
+#endif
+  }
+  return r;
+}
+
 // Bit i is set when a[i] > b[i].
 KELG729F_VEC unsigned lanes_greater(Vec8 a, Vec8 b) {
 #if !defined(KELG729F_PLAIN) && defined(__AVX512F__)

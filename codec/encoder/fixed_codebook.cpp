@@ -23,23 +23,9 @@ constexpr bool reaches(CorrelationLayout layout, int above) {
   return false;
 }
 
-// x[0], x[kStep], ..., x[7 kStep]. Eight loads: a store of x as vectors is read without a stall.
-template <int kStep>
-KELG729F_VEC Vec8 load_every(const double* x) {
-  Vec8 r;
-  for (int i = 0; i < kParts; ++i, x += kNativeLanes * kStep) {
-#if defined(KELG729F_PLAIN)
-    r.part[i] = x[0];
-#elif defined(__AVX512F__)
-    r.part[i] = Native{x[0],         x[kStep],     x[2 * kStep], x[3 * kStep],
-                       x[4 * kStep], x[5 * kStep], x[6 * kStep], x[7 * kStep]};
-#elif defined(__AVX__)
-    r.part[i] = Native{x[0], x[kStep], x[2 * kStep], x[3 * kStep]};
-#else
-    r.part[i] = Native{x[0], x[kStep]};
-#endif
-  }
-  return r;
+// x[0], x[step], ..., x[7 step].
+KELG729F_VEC Vec8 load_every(const double* x, int step) {
+  return from_lanes([&](int i) { return x[i * step]; });
 }
 
 // One block of eight taps k: group g holds the outputs 8 g .. 8 g + 7, which end at tap 39 - 8 g.
@@ -66,7 +52,7 @@ void correlate_rows(const double* impulse, const TrackVector sign, ImpulseCorrel
   alignas(kVectorAlign) TrackVector factor[2];  // 2 sign(i) sign(j) for sign(i) = 1 and -1
   Vec8 h[kTracks], row[kTracks] = {};           // row[u - t modulo 5]
   for (int t = 0; t < kTracks; ++t) {
-    h[t] = load_every<-kTracks>(impulse + kSubframe - 1 - t);
+    h[t] = load_every(impulse + kSubframe - 1 - t, -kTracks);
     store(factor[0][t], splat(2.0) * load(sign[t]));
     store(factor[1][t], splat(-2.0) * load(sign[t]));
   }
@@ -124,7 +110,7 @@ void correlate_impulse(const double* impulse, const TrackVector sign, ImpulseCor
 
 void split_signs(const double* d, TrackVector magnitude, TrackVector sign) {
   for (int t = 0; t < kTracks; ++t) {
-    const Vec8 value = load_every<kTracks>(d + t);
+    const Vec8 value = load_every(d + t, kTracks);
     const Vec8 one = select(splat(0.0) <= value, splat(1.0), splat(-1.0));
     store(sign[t], one);
     store(magnitude[t], value * one);

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "codec/dsp/filters.h"
+#include "codec/dsp/lane_minimum.h"
 #include "codec/dsp/vec_lanes.h"
 
 namespace g729::inline KELG729F_TARGET {
@@ -21,8 +22,8 @@ struct Preselection {
   double e;  // offset
   double k;  // normaliser
   int thresholds_a, thresholds_b;
-  double threshold_a[4];
-  double threshold_b[8];
+  double threshold_a[kLanes];
+  double threshold_b[kLanes];
   int candidates_a, candidates_b;
 };
 
@@ -46,8 +47,9 @@ static_assert(kPreselection8k.thresholds_a + kPreselection8k.candidates_a == kGa
               kPreselection8k.thresholds_b + kPreselection8k.candidates_b == kGainStageB);
 static_assert(kPreselection6k4.thresholds_a + kPreselection6k4.candidates_a == kGainStageA &&
               kPreselection6k4.thresholds_b + kPreselection6k4.candidates_b == kGainStageB6k4);
-static_assert(kPreselection8k.candidates_b <= kLanes && kPreselection6k4.candidates_b <= kLanes,
-              "the candidates of stage B are one vector");
+static_assert(kPreselection8k.thresholds_b <= kLanes && kPreselection8k.candidates_b <= kLanes &&
+                  kPreselection6k4.candidates_b <= kLanes,
+              "thresholds and candidates are one vector each");
 
 struct Optimum {
   double pitch, code;
@@ -60,19 +62,20 @@ Optimum unconstrained_optimum(const double* c, int tame_flag) {
   return best;
 }
 
-// Leading thresholds T that value exceeds as T g0; with g0 <= 0 those it stays below.
-int count_thresholds(double value, double g0, const double* threshold, int n) {
-  int passed = 0;
-  while (passed < n && (g0 > 0.0 ? value > threshold[passed] * g0 : value < threshold[passed] * g0))
-    ++passed;
-  return passed;
+// Leading ones of n thresholds T that value exceeds as T g0; with g0 <= 0 those it stays below.
+KELG729F_VEC int count_thresholds(double value, double g0, const double* threshold, int n) {
+  const Vec8 scaled = load(threshold) * splat(g0);
+  const unsigned passed =
+      g0 > 0.0 ? lanes_greater(splat(value), scaled) : lanes_greater(scaled, splat(value));
+  return first_lane(~passed | 1U << n);
 }
 
 struct Candidates {
   int a, b;  // first entry searched of each stage
 };
 
-Candidates preselect(const Preselection& p, const Optimum& g, double g0) {
+template <const Preselection& p>
+Candidates preselect(const Optimum& g, double g0) {
   const double x = p.k * (g.code - (p.a * g.pitch + p.e) * g0);
   const double y = p.k * ((p.a * g.pitch - p.b) * p.c * g0 - p.a * g.code);
   return {count_thresholds(y, g0, p.threshold_a, p.thresholds_a),
@@ -83,50 +86,44 @@ struct Choice {
   int a, b;  // indices into the stages
 };
 
-// Entries of stage B side by side; lanes beyond the candidates repeat the last one.
+// The candidates of stage B side by side; lanes beyond them repeat the last one.
 struct StageB {
   Vec8 pitch, code;
 };
-StageB gather(const GainPair* entry, int n) {
-  double pitch[kLanes], code[kLanes];
-  for (int i = 0; i < kLanes; ++i) {
-    pitch[i] = entry[std::min(i, n - 1)].pitch;
-    code[i] = entry[std::min(i, n - 1)].code;
-  }
-  return {load(pitch), load(code)};
+template <const Preselection& p>
+KELG729F_VEC StageB gather(const GainPair* entry) {
+  const auto candidate = [&](int i) { return entry[std::min(i, p.candidates_b - 1)]; };
+  return {from_lanes([&](int i) { return candidate(i).pitch; }),
+          from_lanes([&](int i) { return candidate(i).code; })};
 }
 
-Choice search(const GainPair* stage_a, const GainPair* stage_b, const Preselection& p,
-              Candidates first, const double* c, double g0, int tame_flag) {
-  const StageB b = gather(stage_b + first.b, p.candidates_b);
-  double least = kWorst;
-  Choice choice = {0, 0};
-  for (int i = first.a; i < first.a + p.candidates_a; ++i) {
-    const Vec8 pitch = splat(stage_a[i].pitch) + b.pitch;
-    const Vec8 code = splat(g0) * (splat(stage_a[i].code) + b.code);
+// The pair of least error, the first of equals; the first of all when none is allowed.
+template <const Preselection& p>
+Choice search(const GainPair* stage_a, const GainPair* stage_b, Candidates first, const double* c,
+              double g0, int tame_flag) {
+  const StageB b = gather<p>(stage_b + first.b);
+  LaneMinimum least;
+  for (int i = 0; i < p.candidates_a; ++i) {
+    const GainPair& a = stage_a[first.a + i];
+    const Vec8 pitch = splat(a.pitch) + b.pitch;
+    const Vec8 code = splat(g0) * (splat(a.code) + b.code);
     Vec8 error = ((splat(c[0]) * pitch + splat(c[1])) + splat(c[4]) * code) * pitch +
                  (splat(c[2]) * code + splat(c[3])) * code;
     if (tame_flag == 1) error = select(splat(kTamedPitch) <= pitch, splat(kWorst), error);
-    double errors[kLanes];
-    store(errors, error);
-    unsigned better = lanes_greater(splat(least), error);
-    while (better != 0) {
-      const int lane = first_lane(better);
-      least = errors[lane];
-      choice = {i, first.b + lane};
-      better = lanes_after(lanes_greater(splat(least), error), lane);
-    }
+    consider(&least, error, kLanes * i);
   }
-  return choice;
+  if (lanes_greater(splat(kWorst), least.value) == 0) return {0, 0};
+  const int index = lowest_index(least);
+  return {first.a + index / kLanes, first.b + index % kLanes};
 }
 
 // What the two forms share; returns the correction factor.
-double quantize(const GainPair* stage_a, const GainPair* stage_b, const Preselection& p,
-                const double* gain_coeff, double g0, int tame_flag, Choice* choice,
-                double* gain_pitch, double* gain_code) {
+template <const Preselection& p>
+double quantize(const GainPair* stage_a, const GainPair* stage_b, const double* gain_coeff,
+                double g0, int tame_flag, Choice* choice, double* gain_pitch, double* gain_code) {
   const Optimum optimum = unconstrained_optimum(gain_coeff, tame_flag);
-  const Candidates first = preselect(p, optimum, g0);
-  *choice = search(stage_a, stage_b, p, first, gain_coeff, g0, tame_flag);
+  const Candidates first = preselect<p>(optimum, g0);
+  *choice = search<p>(stage_a, stage_b, first, gain_coeff, g0, tame_flag);
   const GainPair& a = stage_a[choice->a];
   const GainPair& b = stage_b[choice->b];
   const double factor = a.code + b.code;
@@ -147,8 +144,8 @@ int gain_quantize(const double* code, const double* gain_coeff, int length, doub
                   double* gain_code, int tame_flag, GainHistory* past_energy) {
   const double g0 = gain_predict(*past_energy, code, length);
   Choice choice;
-  const double factor = quantize(kGainA, kGainB, kPreselection8k, gain_coeff, g0, tame_flag,
-                                 &choice, gain_pitch, gain_code);
+  const double factor = quantize<kPreselection8k>(kGainA, kGainB, gain_coeff, g0, tame_flag,
+                                                  &choice, gain_pitch, gain_code);
   gain_history_push(past_energy, factor);
   return kGainStageB * kGainCodeA[choice.a] + kGainCodeB[choice.b];
 }
@@ -157,8 +154,8 @@ int gain_quantize_6k4(const double* code, const double* gain_coeff, int length, 
                       double* gain_code, int tame_flag, GainHistory* past_energy) {
   const double g0 = gain_predict(*past_energy, code, length);
   Choice choice;
-  const double factor = quantize(kGainA6k4, kGainB6k4, kPreselection6k4, gain_coeff, g0, tame_flag,
-                                 &choice, gain_pitch, gain_code);
+  const double factor = quantize<kPreselection6k4>(kGainA6k4, kGainB6k4, gain_coeff, g0, tame_flag,
+                                                   &choice, gain_pitch, gain_code);
   gain_history_push(past_energy, std::max(factor, kGainFloor6k4));
   return kGainStageB6k4 * kGainCodeA6k4[choice.a] + kGainCodeB6k4[choice.b];
 }
