@@ -241,8 +241,8 @@ int main(int argc, char** argv) {
   if (!std::freopen("/dev/null", "w", stdout)) return 2;  // the decoder's warnings
   const auto outcome = g729::run(count, seed);
   std::fprintf(stderr,
-               "%lld random frames in %lld storms: %lld not sound, %lld off level, "
-               "level afterwards %+.1f to %+.1f dB\n",
+               "%lld random frames in %lld storms: not finite or overrun after %lld, off level "
+               "after %lld, level afterwards %+.1f to %+.1f dB\n",
                outcome.frames, outcome.storms, outcome.unsound, outcome.off_level, outcome.lowest,
                outcome.highest);
   return outcome.unsound || outcome.off_level ? 1 : 0;

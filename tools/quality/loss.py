@@ -69,7 +69,8 @@ class Bursts:
     """What single bursts do to the decoded signal, in dB or frames, one entry a burst."""
 
     def __init__(self):
-        self.mean, self.clean_mean, self.peak, self.peak_excess, self.recovery = [], [], [], [], []
+        self.mean, self.clean_mean, self.steady_mean = [], [], []
+        self.peak, self.peak_excess, self.recovery = [], [], []
 
     def add(self, clean, disturbed, start, length):
         end = start + length
@@ -79,11 +80,16 @@ class Bursts:
         for column, x in ((self.mean, disturbed), (self.clean_mean, clean)):
             p = power(x) + floor
             column.append(decibel(np.mean(p[start:end])) - decibel(np.mean(p[history])))
+        p = power(disturbed)
+        if p[start - 1] <= np.mean(p[history]):
+            self.steady_mean.append(self.mean[-1])
         fine = [decibel(power(x, FRAME // 2) + floor) for x in (disturbed, clean)]
-        found, before = np.max(fine[0][2 * start : 2 * end]), np.max(fine[0][2 * start - 2 * HISTORY : 2 * start])
+        fine_past, fine_burst = slice(2 * start - 2 * HISTORY, 2 * start), slice(2 * start, 2 * end)
+        found, before = np.max(fine[0][fine_burst]), np.max(fine[0][fine_past])
         self.peak.append(found - before)
-        self.peak_excess.append(found - max(before, np.max(fine[1][2 * start : 2 * end])))
-        near = np.abs(frames[0][end : start + APART - HISTORY] - frames[1][end : start + APART - HISTORY]) <= TOLERANCE
+        self.peak_excess.append(found - max(before, np.max(fine[1][fine_burst])))
+        after = slice(end, start + APART - HISTORY)
+        near = np.abs(frames[0][after] - frames[1][after]) <= TOLERANCE
         steady = np.convolve(near, np.ones(STEADY), "valid") == STEADY
         if frames[1][start:end].max() > decibel(10 * floor) and np.any(steady):
             self.recovery.append(int(np.argmax(steady)))
@@ -110,13 +116,14 @@ def louder(values):
 
 
 def burst_table(tool, streams):
-    lines = ["| rate | burst | bursts | burst above the mean | undisturbed | peak above the peak before "
-             "| and above the undisturbed | recovered after: mean | 95 % | longest |",
-             "|---|---|---|---|---|---|---|---|---|---|"]
+    lines = ["| rate | burst | bursts | burst above the mean | after a level signal | undisturbed "
+             "| peak above the peak before | and above the undisturbed | recovered after: mean | 95 % "
+             "| longest |", "|---" * 11 + "|"]
     for rate in RATES:
         for length in BURST_LENGTHS:
             b = measure_bursts(tool, streams[rate], length)
-            lines.append(f"| {rate} | {length} | {len(b.mean)} | {louder(b.mean)} | {louder(b.clean_mean)} "
-                         f"| {louder(b.peak)} | {louder(b.peak_excess)} | {np.mean(b.recovery):.1f} "
-                         f"| {np.percentile(b.recovery, 95):.0f} | {np.max(b.recovery)} |")
+            loudness = (b.mean, b.steady_mean, b.clean_mean, b.peak, b.peak_excess)
+            lines.append(f"| {rate} | {length} | {len(b.mean)} | {' | '.join(map(louder, loudness))} "
+                         f"| {np.mean(b.recovery):.1f} | {np.percentile(b.recovery, 95):.0f} "
+                         f"| {np.max(b.recovery)} |")
     return "\n".join(lines)
