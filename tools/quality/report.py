@@ -2,7 +2,7 @@
 """Writes docs/quality.md and its plots from measurements through the command-line tool.
 
 Speech: Debian's asterisk-core-sounds-{en,fr,it,ru}-wav and asterisk-prompt-it-menardi-wav; music:
-asterisk-moh-opsound-wav. Takes ten minutes or so.
+asterisk-moh-opsound-wav. GST_PLUGIN_PATH says where the plug-in is. Takes ten minutes or so.
 """
 import argparse
 import contextlib
@@ -15,11 +15,12 @@ import matplotlib
 matplotlib.use("Agg")
 import matplotlib.pyplot as plt
 import numpy as np
-from PIL import Image
 
 import coding
 import loss
+import packets
 import silence
+from drawing import save
 from measure import RATE, RATES, decode, encode, read_wav, wav_files
 
 LOSS_FILES = 100  # of each voice
@@ -64,13 +65,6 @@ def plot_curves(curves, path):
     save(figure, path)
 
 
-def save(figure, path):
-    drawn = io.BytesIO()
-    figure.savefig(drawn, dpi=80)
-    plt.close(figure)
-    Image.open(drawn).convert("RGB").quantize(64).save(path, optimize=True)  # small enough for git
-
-
 def random_frames(program, count):
     done = subprocess.run([program, str(count)], stderr=subprocess.PIPE, text=True)
     return done.stderr.strip().splitlines()[-1]
@@ -93,6 +87,7 @@ def sections(options):
     curves = loss.quality_curves(tool, clean, streams)
     plot_curves(curves, os.path.join(options.folder, "loss.png"))
     values["curves"], values["bursts"] = loss.curve_table(curves), loss.burst_table(tool, streams)
+    values["packets"] = packets.report(os.path.join(options.folder, "packets.png"))
     values["robustness"] = NOT_MEASURED
     if options.random_frames:
         values["robustness"] = random_frames(options.random_frames, options.count)
