@@ -4,25 +4,31 @@ as_root() {
   if [ "$(id -u)" = 0 ]; then "$@"; else sudo -- "$@"; fi
 }
 
+# quietly COMMAND...: its output is shown only when it fails.
+quietly() {
+  local log status=0
+  log=$(mktemp)
+  "$@" >"$log" 2>&1 || status=$?
+  [ "$status" = 0 ] || cat "$log" >&2
+  rm -f "$log"
+  return "$status"
+}
+
 # need PACKAGE...: installs what is missing; says nothing when nothing is.
 need() {
-  local package log missing=()
+  local package missing=()
   for package in "$@"; do
     dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'ok installed' ||
       missing+=("$package")
   done
   [ ${#missing[@]} = 0 ] && return
   echo "Installing ${missing[*]}" >&2
-  log=$(mktemp)
-  if ! { as_root apt-get update &&
-    as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends \
-      "${missing[@]}"; } >"$log" 2>&1; then
-    cat "$log" >&2
-    rm -f "$log"
+  if ! { quietly as_root apt-get update &&
+    quietly as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends \
+      "${missing[@]}"; }; then
     echo "Could not install ${missing[*]}" >&2
     return 1
   fi
-  rm -f "$log"
 }
 
 # What the library, the plug-in and the tool are built with, and what pipelines run with.
@@ -34,15 +40,11 @@ need_for_building() {
 
 # build [OPTION...]: configures build/ with these options and builds; output only when it fails.
 build() {
-  local log again=()
-  log=$(mktemp)
+  local again=()
   [ -f build/build.ninja ] && again=(--reconfigure)
-  if ! { meson setup "${again[@]}" build --buildtype=release "$@" &&
-    meson compile -C build; } >"$log" 2>&1; then
-    cat "$log" >&2
-    rm -f "$log"
+  if ! { quietly meson setup "${again[@]}" build --buildtype=release "$@" &&
+    quietly meson compile -C build; }; then
     echo "The build failed." >&2
     return 1
   fi
-  rm -f "$log"
 }
