@@ -61,8 +61,7 @@ void decide_mode(EncoderCoreState* state, FrameWork* w, int rate) {
   if (w->vad && rate == kRate11k8) {
     double backward[kBackwardCoeffs];
     backward_lp_analysis(&state->backward_lp, state->synthesis, backward);
-    const ModeInput input = {speech_of(state), w->forward_q,   backward,
-                             w->lsp_new,       state->lsp_old, state->pgain_buf};
+    const ModeInput input = {speech_of(state), w->forward_q, backward, w->lsp_new, state->lsp_old};
     w->lp_mode = mode_decide(&state->mode, input, w->backward);
   } else {
     simple_mode_update(&state->mode);

@@ -8,10 +8,11 @@
 namespace g729::inline KELG729F_TARGET {
 namespace {
 
-constexpr int kStationarityDecay = 2621;    // a frame without the full decision
-constexpr int kStationarityNeeded = 13000;  // below it forward mode
-constexpr int kStationarityHeld = 32000;    // from it on backward mode holds
-constexpr double kQuiet = 40.0;             // dB
+constexpr int kStationarityDecay = 2621;     // a frame without the full decision
+constexpr int kStationarityEntered = 24000;  // speech hardly gets here: where a backward run starts
+constexpr int kStationarityNeeded = 13000;   // below it forward mode
+constexpr int kStationarityHeld = 32000;     // from it on backward mode holds
+constexpr double kQuiet = 40.0;              // dB
 constexpr double kHeldLspDistance = 0.03;
 
 constexpr int kLongRun = 20;  // backward frames in a row that speak of stationarity
@@ -22,17 +23,11 @@ constexpr int kEarlyEnd = 5000;  // fall when a shorter run ends
 
 // The backward filter may predict worse by a gap that widens with the statistic: its frames have
 // more pulses, and changing modes costs too.
-constexpr double kGapNarrow = 0.5;           // dB, at kStationarityNeeded
+constexpr double kGapNarrow = 1.0;           // dB
 constexpr double kGapPerPoint = 1.0 / 8192;  // dB
 
-// A frame in which the backward filter keeps up with the forward one speaks for stationarity. Most
-// frames of speech do so, too; hence the uneven steps, in balance at nine frames of ten.
-constexpr double kKeepsUp = 2.5;  // dB
-constexpr int kKeptUpStep = 250;
-constexpr int kLeftBehindStep = -2250;
-
-// Above this mean pitch gain the adaptive codebook already models what order 30 could add.
-constexpr double kPitchy = 0.92;
+constexpr double kGainStep = 1000.0;  // statistic per dB by which one gain exceeds the other
+constexpr double kGainStepMax = 1500.0;
 
 // Prediction gains of the frame in dB.
 struct Gains {
@@ -64,19 +59,14 @@ double squared_distance(const double* x, const double* y, int n) {
   return sum;
 }
 
-bool pitchy(const double* pgain_buf) {
-  double sum = 0.0;
-  for (int i = 0; i < kModePitchGains; ++i) sum += pgain_buf[i];
-  return sum > kPitchy * kModePitchGains;
-}
-
 LpMode choose_mode(const ModeState& state, const ModeInput& in, const Gains& gain) {
   if (state.stationarity >= kStationarityHeld && state.backward_run > 0 &&
       squared_distance(in.lsp_new, in.lsp_old, kOrder) < kHeldLspDistance)
     return kBackward;
-  if (state.stationarity < kStationarityNeeded || pitchy(in.pgain_buf)) return kForward;
+  const int needed = state.backward_run > 0 ? kStationarityNeeded : kStationarityEntered;
+  if (state.stationarity < needed) return kForward;
   const double lesser = std::min(gain.backward, gain.smoothed);
-  const double gap = kGapNarrow + kGapPerPoint * (state.stationarity - kStationarityNeeded);
+  const double gap = kGapNarrow + kGapPerPoint * state.stationarity;
   return lesser > 0.0 && lesser > gain.forward - gap ? kBackward : kForward;
 }
 
@@ -96,10 +86,9 @@ void follow_run(ModeState* state, LpMode lp_mode) {
   state->backward_run = 0;
 }
 
-void follow_gains(ModeState* state, const ModeInput& in, const Gains& gain) {
-  const double lesser = std::min(gain.backward, gain.smoothed);
-  const bool keeps_up = lesser > gain.forward - kKeepsUp && !pitchy(in.pgain_buf);
-  move_stationarity(state, keeps_up ? kKeptUpStep : kLeftBehindStep);
+void follow_gains(ModeState* state, const Gains& gain) {
+  const double step = kGainStep * (gain.backward - gain.forward);
+  move_stationarity(state, static_cast<int>(std::min(std::max(step, -kGainStepMax), kGainStepMax)));
 }
 
 }  // namespace
@@ -117,7 +106,7 @@ LpMode mode_decide(ModeState* state, const ModeInput& in, double* a_backward) {
     const Gains gain = prediction_gains(in, smoothed);
     lp_mode = choose_mode(*state, in, gain);
     follow_run(state, lp_mode);
-    follow_gains(state, in, gain);
+    follow_gains(state, gain);
   }
   if (lp_mode == kBackward) {
     backward_smoothing_accept(&state->smoothing, smoothed);

@@ -19,8 +19,6 @@ namespace g729::inline KELG729F_TARGET {
 inline constexpr int kStationarityStart = 10000;
 inline constexpr int kStationarityMax = 32767;
 
-inline constexpr int kModePitchGains = 5;
-
 struct ModeState {
   BackwardSmoothing smoothing;
   BackwardDominance dominance;            // the decoder's, updated after the synthesis
@@ -36,7 +34,6 @@ struct ModeInput {
   const double* backward;  // backward filter of the frame, bandwidth-expanded, 31
   const double* lsp_new;   // LSPs of this frame's analysis and of the previous frame's, 10 each
   const double* lsp_old;
-  const double* pgain_buf;  // quantised pitch gains of the last kModePitchGains subframes
 };
 
 // Decides a speech frame at 11.8 kbit/s and returns its LpMode. In backward mode a_backward[0..30]

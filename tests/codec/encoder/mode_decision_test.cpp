@@ -26,7 +26,6 @@ struct Decider {
   double lsp_old[kOrder];
   std::vector<double> signal = std::vector<double>(kHybridWindow + kFrame + kLookAhead);
   int frames = 0, backward_frames = 0;
-  double pitch_gain = 0.5;  // of the recent subframes
 
   Decider() {
     for (int i = 0; i < kOrder; ++i) lsp_old[i] = kInitialLsp[i];
@@ -45,9 +44,7 @@ struct Decider {
 
     double backward[kBackwardCoeffs], chosen[kBackwardCoeffs];
     backward_lp_analysis(&backward_lp, signal.data(), backward);
-    const double pgain_buf[kModePitchGains] = {pitch_gain, pitch_gain, pitch_gain, pitch_gain,
-                                               pitch_gain};
-    const ModeInput input = {speech, aq, backward, lsp, lsp_old, pgain_buf};
+    const ModeInput input = {speech, aq, backward, lsp, lsp_old};
     const LpMode mode = mode_decide(&state, input, chosen);
     if (mode == kForward) backward_smoothing_restart(&state.smoothing, aq + kCoeffs);
     for (int i = 0; i < kBackwardCoeffs && mode == kBackward; ++i)
@@ -80,13 +77,6 @@ TEST(ModeDecision, StationaryMusicGoesBackwardAndStays) {
   EXPECT_GT(d.backward_frames, 180);
   EXPECT_EQ(d.state.dominance.bwd_dominant, 1);
   EXPECT_GT(d.state.stationarity, 30000);
-}
-
-TEST(ModeDecision, AStrongPitchPredictorNeedsNoLongFilter) {
-  Decider d;
-  d.pitch_gain = 0.97;
-  d.run(200, chord);
-  EXPECT_EQ(d.backward_frames, 0);
 }
 
 TEST(ModeDecision, ChangingSpectraStayForward) {
