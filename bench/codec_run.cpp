@@ -6,7 +6,7 @@
 // Codes N frames, repeating the signal as often as it takes, and prints one line of JSON: CPU
 // seconds, nanoseconds per frame, the growth of memory meanwhile; with --types also the cost of
 // every type of frame by itself.
-#include <sys/resource.h>
+#include <malloc.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -136,6 +136,7 @@ std::vector<Serial> encode_once(const Options& options, const g729::Target& targ
 
 // Frames by what is sent of them: nothing, a descriptor, speech.
 struct TypeCost {
+  size_t handle_bytes = 0;  // of the handle that did it
   int64_t frames[3] = {};
   int64_t ns[3] = {};
 
@@ -181,10 +182,11 @@ TypeCost run_encoder(const Options& options, const g729::Target& target,
                      const bench::Speech& speech) {
   G729EncoderState* encoder = target.encoder_create(options.annexb);
   Serial serial;
-  const TypeCost cost = run(options, [&](int64_t i) {
+  TypeCost cost = run(options, [&](int64_t i) {
     target.encode_serial(encoder, speech.frame(i), options.rate, serial.words);
     return serial.words[1];
   });
+  cost.handle_bytes = malloc_usable_size(encoder);
   target.encoder_destroy(encoder);
   return cost;
 }
@@ -193,11 +195,12 @@ TypeCost run_decoder(const Options& options, const g729::Target& target,
                      const std::vector<Serial>& frames) {
   G729DecoderState* decoder = target.decoder_create();
   int16_t samples[G729_FRAME_SAMPLES];
-  const TypeCost cost = run(options, [&](int64_t i) {
+  TypeCost cost = run(options, [&](int64_t i) {
     const Serial& frame = frames[static_cast<size_t>(i) % frames.size()];
     target.decode_serial(decoder, frame.words, samples);
     return frame.words[1];
   });
+  cost.handle_bytes = malloc_usable_size(decoder);
   target.decoder_destroy(decoder);
   return cost;
 }
@@ -220,9 +223,10 @@ int main(int argc, char** argv) {
 
   std::printf(
       "{\"target\": \"%s\", \"speech\": \"%s\", \"frames\": %lld, \"cpu_s\": %.6f, "
-      "\"ns_per_frame\": %.1f, \"memory_growth\": %lld",
+      "\"ns_per_frame\": %.1f, \"memory_growth\": %lld, \"handle_bytes\": %zu",
       target.name, speech.source.c_str(), static_cast<long long>(options.frames), seconds,
-      1e9 * seconds / static_cast<double>(options.frames), static_cast<long long>(growth));
+      1e9 * seconds / static_cast<double>(options.frames), static_cast<long long>(growth),
+      cost.handle_bytes);
   const char* const types[] = {"untransmitted", "descriptor", "speech"};
   if (options.types)
     for (int i = 0; i < 3; ++i)
