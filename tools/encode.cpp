@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <memory>
 
 #include "tools/commands.h"
@@ -49,7 +50,10 @@ Exit encode_file(const Job& job, const EncodeOptions& options) {
     progress.update(static_cast<double>(done) / static_cast<double>(wav.samples()));
   }
   output.commit();
-  return Exit::ok;
+  if (wav.missing_bytes() == 0) return Exit::ok;
+  say(input.name() + ": ends early; encoded the " + std::to_string(done) + " samples there are, " +
+      std::to_string(wav.missing_bytes()) + " bytes are missing");
+  return Exit::truncated;
 }
 
 }  // namespace

@@ -12,7 +12,7 @@ enum class Exit {
   usage = 2,      // options or arguments that make no sense
   input = 3,      // an input that cannot be read or is not what it should be
   output = 4,     // an output that cannot be written
-  truncated = 5,  // done, but an input ended in the middle of a frame
+  truncated = 5,  // done, but an input was cut short
 };
 
 // The message is one line: what is wrong and what to do.

@@ -14,7 +14,7 @@ constexpr const char* kFooter =
     "ITU serial stream (16-bit little-endian words) and carries every rate, silence and erasures.\n"
     "WAV files are 8000 Hz mono. \"-\" is standard input or output.\n"
     "Exit status: 0 done, 2 bad usage, 3 bad input, 4 output cannot be written, 5 done but an\n"
-    "input ended in the middle of a frame. After 2, 3 and 4 the output concerned is not there.";
+    "input was cut short. An output appears under its name only when it is complete.";
 
 constexpr const char* kFormatHelp = "stream format where the suffix does not tell";
 

@@ -1,5 +1,9 @@
 #include "tools/wav_io.h"
 
+#include <unistd.h>
+
+#include <cstring>
+
 #include "tools/failure.h"
 
 namespace tool {
@@ -18,9 +22,42 @@ void check_form(const std::string& name, const SF_INFO& info) {
   }
 }
 
+// Sizes from here on stand for "not known yet" in the headers of programs that write to a pipe.
+constexpr uint32_t kUnknownSize = 0x7F000000;
+
+struct Chunk {
+  char name[4];
+  uint8_t size[4];  // little-endian
+
+  bool is(const char* wanted) const { return std::memcmp(name, wanted, sizeof name) == 0; }
+  uint32_t length() const {
+    return size[0] | size[1] << 8 | size[2] << 16 | static_cast<uint32_t>(size[3]) << 24;
+  }
+};
+
+bool read_chunk(const InputFile& input, uint64_t at, Chunk* chunk) {
+  constexpr ssize_t wanted = sizeof *chunk;
+  return pread(fileno(input.file()), chunk, sizeof *chunk, static_cast<off_t>(at)) == wanted;
+}
+
+// The sound library takes a file that was cut short for a shorter one, so look again.
+uint64_t missing_sound(const InputFile& input) {
+  Chunk chunk;
+  if (!read_chunk(input, 0, &chunk) || !chunk.is("RIFF")) return 0;
+  uint64_t at = 12;
+  while (read_chunk(input, at, &chunk)) {
+    const uint64_t end = at + sizeof chunk + chunk.length();
+    if (chunk.is("data")) {
+      return chunk.length() < kUnknownSize && end > input.size() ? end - input.size() : 0;
+    }
+    at = end + end % 2;
+  }
+  return 0;
+}
+
 }  // namespace
 
-WavReader::WavReader(const InputFile& input) {
+WavReader::WavReader(const InputFile& input) : missing_(missing_sound(input)) {
   SF_INFO info{};
   sound_.reset(sf_open_fd(fileno(input.file()), SFM_READ, &info, SF_FALSE));
   if (!sound_) {

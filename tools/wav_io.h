@@ -24,12 +24,15 @@ class WavReader {
   explicit WavReader(const InputFile& input);
 
   uint64_t samples() const { return samples_; }
+  // How much sound the header promises and the file does not hold, in bytes.
+  uint64_t missing_bytes() const { return missing_; }
   // Returns how many samples there were, less than count only at the end.
   size_t read(int16_t* samples, size_t count);
 
  private:
   std::unique_ptr<SNDFILE, SoundCloser> sound_;
   uint64_t samples_;
+  uint64_t missing_;
 };
 
 std::vector<int16_t> read_wav(const std::string& path);

@@ -118,6 +118,20 @@ TEST_F(Misuse, TruncatedStreamsDecodeWhatIsWhole) {
   }
 }
 
+TEST_F(Misuse, CutSoundEncodesWhatIsThere) {
+  store(folder / "cut.wav", contents(folder / "voice.wav").substr(0, 44 + 2 * 8000));
+  const Result result = run("kelg729f encode cut.wav cut.g729");
+  EXPECT_EQ(result.status, 5);
+  EXPECT_NE(result.err.find(" 8000 samples"), std::string::npos) << result.err;
+  EXPECT_NE(result.err.find(" 16080 bytes are missing"), std::string::npos) << result.err;
+  EXPECT_EQ(contents(folder / "cut.g729").size(), 1000u);
+  // A program that writes to a pipe cannot know the size; that is no fault.
+  run_well(
+      "{ head -c 40 voice.wav; printf '\\377\\377\\377\\377'; tail -c +45 voice.wav; } |"
+      " kelg729f encode - piped.g729");
+  run_well("kelg729f encode voice.wav whole.g729 && cmp whole.g729 piped.g729");
+}
+
 // The codec ends the process on frames that it cannot take; none may get through to it.
 TEST_F(Misuse, DamagedStreamsNeverReachTheCodecsFatalExits) {
   std::mt19937 random(1);
