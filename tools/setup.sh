@@ -38,13 +38,12 @@ need_for_building() {
     libcli11-dev asterisk-core-sounds-en-wav "$@"
 }
 
-# build [OPTION...]: configures build/ with these options and builds; output only when it fails.
-build() {
+# configure [OPTION...]: makes build/ or sets these options in it.
+configure() {
   local again=()
   [ -f build/build.ninja ] && again=(--reconfigure)
-  if ! { quietly meson setup "${again[@]}" build --buildtype=release "$@" &&
-    quietly meson compile -C build; }; then
-    echo "The build failed." >&2
-    return 1
-  fi
+  quietly meson setup "${again[@]}" build --buildtype=release "$@"
 }
+
+# compile [TARGET...]: all of it when nothing is named.
+compile() { quietly meson compile -C build "$@"; }
