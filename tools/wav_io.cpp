@@ -78,8 +78,16 @@ size_t WavReader::read(int16_t* samples, size_t count) {
 std::vector<int16_t> read_wav(const std::string& path) {
   const InputFile input(path);
   WavReader reader(input);
-  std::vector<int16_t> samples(reader.samples());
-  samples.resize(reader.read(samples.data(), samples.size()));
+  // Block by block: a header may claim more samples than memory holds.
+  constexpr size_t kBlock = 65536;
+  std::vector<int16_t> samples;
+  size_t count = kBlock;
+  while (count == kBlock) {
+    const size_t had = samples.size();
+    samples.resize(had + kBlock);
+    count = reader.read(samples.data() + had, kBlock);
+    samples.resize(had + count);
+  }
   return samples;
 }
 
