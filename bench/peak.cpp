@@ -18,8 +18,12 @@ constexpr int kSums = 12;
 KELG729F_VEC void touch(Native* value) {
 #if defined(__AVX512F__)
   asm volatile("" : "+v"(*value));
-#else
+#elif defined(__x86_64__)
   asm volatile("" : "+x"(*value));
+#elif defined(__aarch64__)
+  asm volatile("" : "+w"(*value));
+#else
+  asm volatile("" : "+m"(*value));
 #endif
 }
 
