@@ -31,7 +31,9 @@ struct Chunk {
 
   bool is(const char* wanted) const { return std::memcmp(name, wanted, sizeof name) == 0; }
   uint32_t length() const {
-    return size[0] | size[1] << 8 | size[2] << 16 | static_cast<uint32_t>(size[3]) << 24;
+    uint32_t length = 0;
+    for (int i = 3; i >= 0; --i) length = length << 8 | size[i];
+    return length;
   }
 };
 
