@@ -13,7 +13,7 @@
  *   ! filesink location=tone.g729
  * ]| A raw stream.
  * |[
- * gst-launch-1.0 audiotestsrc num-buffers=100 wave=ticks ! audioconvert ! audioresample \
+ * gst-launch-1.0 audiotestsrc num-buffers=25 wave=ticks ! audioconvert ! audioresample \
  *   ! kelg729fenc annexb=true frames=1 ! rtpg729pay min-ptime=20000000 perfect-rtptime=false \
  *   ! udpsink host=127.0.0.1 port=5004
  * ]| RTP packets of 20 ms, and none in silence.
