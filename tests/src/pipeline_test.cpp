@@ -22,16 +22,18 @@ TEST(Pipeline, ComfortNoiseIsQuiet) {
 
   // From the thread that makes the noise, and from no other, but with another text.
   Object<GstPad> pad(gst_element_get_static_pad(decoder.get(), "src"));
-  const auto complain = [](GstPad*, GstPadProbeInfo*, gpointer element) {
-    warn(element, "received less decoded frames");
+  std::atomic<bool> told = false;
+  const auto complain = [](GstPad* probed, GstPadProbeInfo*, gpointer told) {
+    warn(GST_PAD_PARENT(probed), "received less decoded frames");
+    *static_cast<std::atomic<bool>*>(told) = true;
     return GST_PAD_PROBE_REMOVE;
   };
-  for (int i = 0; i < 20; i++) {
+  for (int i = 0; i < 20 || !told; i++) {
     GstSample* sample = gst_app_sink_pull_sample(GST_APP_SINK(sink.get()));
     ASSERT_TRUE(sample);
     gst_sample_unref(sample);
     if (i == 10) {
-      gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, complain, decoder.get(), nullptr);
+      gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, complain, &told, nullptr);
     }
   }
   // The very text, but not from that thread; and of another element.
