@@ -26,7 +26,7 @@ constexpr FieldList list(const int (&width)[N]) {
 }
 
 template <size_t N>
-constexpr int total(const int (&width)[N]) {
+consteval int total(const int (&width)[N]) {
   int bits = 0;
   for (int w : width) bits += w;
   return bits;

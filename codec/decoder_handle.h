@@ -44,9 +44,4 @@ void decode_serial_frame(DecoderHandle* handle, const uint16_t* serial, int16_t*
 void decode_packed_frame(DecoderHandle* handle, const uint8_t* bytes, uint32_t size,
                          int16_t* samples);
 
-// The 80 samples of synthesis of the last frame, before the post-filter.
-inline const double* decoder_synthesis(const DecoderHandle& handle) {
-  return handle.synthesis + kSynthesisPast;
-}
-
 }  // namespace g729::inline KELG729F_TARGET

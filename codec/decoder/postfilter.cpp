@@ -17,7 +17,7 @@ constexpr double kGainMemory = 0.9875;  // what a sample keeps of the gain befor
 struct GainFading {
   double memory[kSubframe];
 };
-constexpr GainFading gain_fading() {
+consteval GainFading gain_fading() {
   GainFading fading{};
   double power = 1.0;
   for (double& m : fading.memory) m = power *= kGainMemory;

@@ -23,7 +23,7 @@ constexpr Coefficients kMode1 = {
 // clang-format on
 
 // weight0 * mode 0 + weight1 * mode 1, with the column sums that follow.
-constexpr LspPredictor blend(double weight0, double weight1) {
+consteval LspPredictor blend(double weight0, double weight1) {
   LspPredictor p = {};
   for (int j = 0; j < kOrder; ++j) {
     double total = 0;

@@ -174,7 +174,7 @@ constexpr double kLspSecondStage[kSecondStage][kOrder] = {
 namespace {
 
 template <int Rows>
-constexpr CodebookBlocks<Rows> blocks_of(const double (&rows)[Rows][kOrder]) {
+consteval CodebookBlocks<Rows> blocks_of(const double (&rows)[Rows][kOrder]) {
   CodebookBlocks<Rows> r = {};
   for (int i = 0; i < Rows; ++i)
     for (int j = 0; j < kOrder; ++j) r.block[i / 8][j][i % 8] = rows[i][j];

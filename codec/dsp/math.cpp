@@ -40,7 +40,7 @@ KELG729F_VEC T polynomial(const double (&c)[N], T x) {
 struct SineSeries {
   double c[12];  // (-1)^k / (2 k + 1)!
 };
-constexpr SineSeries sine_series() {
+consteval SineSeries sine_series() {
   SineSeries s = {};
   double factorial = 1;
   for (int k = 0; k < 12; ++k) {
@@ -110,12 +110,12 @@ double from_bits(uint64_t u) {
 struct Reciprocals {
   double c[12];
 };
-constexpr Reciprocals odd_reciprocals() {  // 1 / (2 k + 1)
+consteval Reciprocals odd_reciprocals() {  // 1 / (2 k + 1)
   Reciprocals r = {};
   for (int k = 0; k < 12; ++k) r.c[k] = 1.0 / (2 * k + 1);
   return r;
 }
-constexpr Reciprocals factorial_reciprocals() {  // 1 / (k + 1)!
+consteval Reciprocals factorial_reciprocals() {  // 1 / (k + 1)!
   Reciprocals r = {};
   double factorial = 1;
   for (int k = 0; k < 12; ++k) {

@@ -20,7 +20,7 @@ constexpr int kMediumQ15[kSubframe] = {
 };
 // clang-format on
 
-constexpr DispersionResponse two_periods(const int* q15) {
+consteval DispersionResponse two_periods(const int* q15) {
   DispersionResponse response{};
   for (int k = 0; k < 2 * kSubframe; ++k) response.h[k] = q15[k % kSubframe] / 32768.0;
   return response;

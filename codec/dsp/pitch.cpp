@@ -23,8 +23,7 @@ void pitch_excitation_interpolate(double* exc, int t0, int frac, int n) {
   const double* newer = kPitchInterpolation + 3 + frac;  // taps of x[1], x[2], ...
   // Eight samples at once: the newest read, x[10], lies at least 10 samples before the output.
   static_assert(kPitchMin - kInterpolationTaps >= kLanes);
-  int k = 0;
-  for (; k + kLanes <= n; k += kLanes) {
+  for (int k = 0; k < n; k += kLanes) {
     const double* x = exc + k - t0;
     Vec8 past = splat(0.0), future = splat(0.0);
     for (int i = 0; i < kInterpolationTaps; ++i) {
@@ -32,15 +31,6 @@ void pitch_excitation_interpolate(double* exc, int t0, int frac, int n) {
       future = future + splat(newer[3 * i]) * load(x + 1 + i);
     }
     store(exc + k, past + future);
-  }
-  for (; k < n; ++k) {
-    const double* x = exc + k - t0;
-    double past = 0, future = 0;
-    for (int i = 0; i < kInterpolationTaps; ++i) {
-      past += older[3 * i] * x[-i];
-      future += newer[3 * i] * x[1 + i];
-    }
-    exc[k] = past + future;
   }
 }
 

@@ -15,7 +15,8 @@ struct PitchLag {
 // One-third-sample interpolation filter of the past excitation, h[3 i + p] its phase p.
 extern const double kPitchInterpolation[3 * kInterpolationTaps + 1];
 
-// exc[k], k = 0..n-1, becomes the past excitation delayed by t0 + frac/3 samples, frac -1, 0 or 1.
+// exc[k], k = 0..n-1, becomes the past excitation delayed by t0 + frac/3 samples, frac -1, 0 or 1;
+// n is a multiple of 8.
 // exc[-(t0 + 11)..-1] must be valid (kExcitationPast samples cover every lag). Lags below n repeat
 // the samples just written.
 void pitch_excitation_interpolate(double* exc, int t0, int frac, int n);

@@ -102,18 +102,6 @@ KELG729F_VEC Vec8 select(Mask8 m, Vec8 a, Vec8 b) {
   return r;
 }
 
-KELG729F_VEC bool any(Mask8 m) {
-  NativeMask all = m.part[0];
-  for (int i = 1; i < kParts; ++i) all |= m.part[i];
-#if defined(KELG729F_PLAIN)
-  return all != 0;
-#else
-  long long bits = 0;
-  for (int i = 0; i < kNativeLanes; ++i) bits |= all[i];
-  return bits != 0;
-#endif
-}
-
 // Lane-wise square root.
 KELG729F_VEC Vec8 square_root(Vec8 v) {
 #if defined(KELG729F_PLAIN)

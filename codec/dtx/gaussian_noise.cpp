@@ -49,7 +49,7 @@ struct Jump {
   alignas(Unsigned) uint16_t increment[kSubframe];
 };
 
-constexpr Jump make_jump() {
+consteval Jump make_jump() {
   Jump jump = {};
   uint32_t multiplier = 1;
   uint32_t increment = 0;

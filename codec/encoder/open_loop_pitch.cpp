@@ -13,7 +13,7 @@ namespace {
 //
 //   position   0 ............ 63 | 64 ......... 103 | 104 ...... 123 | 124 ... 127
 //   lag      143 ............ 80 | 79 .......... 40 | 39 ........ 20 | 19 ..... 16 (not used)
-constexpr int position_of(int lag) {
+consteval int position_of(int lag) {
   return kPitchMax - lag;
 }
 constexpr int kPositions = (position_of(kPitchMin) / kLanes + 1) * kLanes;

@@ -25,6 +25,8 @@ bool heap_is_counted() {
   return true;
 }
 
+// Seen by libstdc++, whatever the rest of the program hides.
+#pragma GCC visibility push(default)
 extern "C" {
 void* __libc_malloc(size_t);
 void* __libc_calloc(size_t, size_t);
@@ -43,5 +45,6 @@ void* realloc(void* block, size_t size) {
   return __libc_realloc(block, size);
 }
 }
+#pragma GCC visibility pop
 
 #endif
