@@ -66,16 +66,5 @@ TEST(Bitstream, DisagreeingModeBitsEraseTheFrame) {
   EXPECT_EQ(frame[3], kBitErased);
 }
 
-TEST(BitstreamDeathTest, ImpossibleFramesEndTheProcess) {
-  const int32_t word[kEncoderWords] = {5};
-  uint16_t serial[kSerialWords];
-  EXPECT_EXIT(parameters_to_serial(word, serial), testing::ExitedWithCode(255), "");
-  for (int size : {-1, 1, 15, 120, 32767}) {
-    uint16_t frame[kSerialWords] = {static_cast<uint16_t>(size)};
-    int32_t parameters[kDecoderWords];
-    EXPECT_EXIT(serial_to_parameters(frame, parameters), testing::ExitedWithCode(255), "");
-  }
-}
-
 }  // namespace
 }  // namespace g729::inline KELG729F_TARGET

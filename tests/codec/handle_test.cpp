@@ -107,14 +107,6 @@ TEST(Handle, SerialAndPackedFormsDecodeAlike) {
   }
 }
 
-TEST(HandleDeathTest, AnImpossibleRateEndsTheProcess) {
-  Call call(false);
-  const int16_t samples[kFrame] = {};
-  uint16_t words[G729_SERIAL_WORDS];
-  EXPECT_EXIT(g729_encoder_encode_serial(call.encoder, samples, 3, words),
-              testing::ExitedWithCode(255), "");
-}
-
 TEST(Handle, RoundTripIsCloseToTheFilteredInput) {
   // Against the input through the codec's own two high-pass filters, whose phase the waveform
   // measure would otherwise blame on the coder.

@@ -129,13 +129,5 @@ TEST(DecoderHandle, PostFilterFollowsTheBackwardMode) {
   expect_factors(0.7, 0.55, 0.5);
 }
 
-TEST(DecoderHandleDeathTest, ImpossibleSizesEndTheProcess) {
-  const uint8_t bytes[15] = {};
-  Handle handle;
-  for (const uint32_t size : {1u, 9u, 15u})
-    EXPECT_EXIT(decode_packed_frame(&handle, bytes, size, handle.samples),
-                testing::ExitedWithCode(255), "");
-}
-
 }  // namespace
 }  // namespace g729::inline KELG729F_TARGET
