@@ -1,5 +1,7 @@
 #include "codec/decoder_handle.h"
 
+#include "codec/dsp/flush_denormals.h"
+
 namespace g729::inline KELG729F_TARGET {
 namespace {
 
@@ -73,6 +75,7 @@ void postfilter_frame(DecoderHandle* handle, const PostFilterSettings& settings)
 
 // Decodes the frame in the handle's serial frame.
 void decode(DecoderHandle* handle, int16_t* samples) {
+  const FlushDenormals flush;
   ++handle->frame_counter;
   serial_to_parameters(handle->serial + 1, handle->parameters);
   int bits = handle->serial[1];

@@ -1,5 +1,7 @@
 #include "codec/encoder_handle.h"
 
+#include "codec/dsp/flush_denormals.h"
+
 namespace g729::inline KELG729F_TARGET {
 namespace {
 
@@ -25,6 +27,7 @@ void encoder_init(EncoderHandle* handle, bool annexb) {
 
 void encode_serial_frame(EncoderHandle* handle, const int16_t* samples, int rate,
                          uint16_t* serial) {
+  const FlushDenormals flush;
   for (int i = 0; i < kFrame; ++i) handle->input[i] = samples[i];
   handle->frame_counter = next_count(handle->frame_counter);
   preprocess_highpass(&handle->preprocessing, handle->input, kFrame);

@@ -26,9 +26,8 @@ constexpr int kLevelFrames = 25;     // over which it is measured
 constexpr int kStreamFrames = 3000;  // of good speech, each rate
 constexpr int kLongestStorm = 1000;
 constexpr int kRates = 3;
-constexpr double kLevelTolerance = 6.0;               // dB
-constexpr double kSpeechPower = 1640.0 * 1640.0;      // 26 dB below full scale
-constexpr double kPausePower = kSpeechPower / 100.0;  // fainter stretches count as this loud
+constexpr double kLevelTolerance = 6.0;                        // dB
+constexpr double kPausePower = signals::kSpeechPower / 100.0;  // fainter stretches count as this
 constexpr int16_t kGuard = 0x5A5A;
 
 using Words = std::vector<uint16_t>;
@@ -89,9 +88,7 @@ struct Speech {
 };
 
 Speech encode_speech(int rate) {
-  const signals::Samples faint = signals::speech_like(kStreamFrames, 7);
-  const double scale = std::sqrt(kSpeechPower / signals::power(faint));
-  const signals::Samples samples = signals::mix(signals::silence(kStreamFrames), faint, scale);
+  const signals::Samples samples = signals::loud_speech(kStreamFrames, 7);
   Speech speech;
   static EncoderHandle encoder;
   encoder_init(&encoder, false);

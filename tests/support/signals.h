@@ -125,6 +125,13 @@ inline double power(const Samples& x) {
   return x.empty() ? 0.0 : s / static_cast<double>(x.size());
 }
 
+// speech_like as loud as recordings are, 26 dB below full scale.
+inline constexpr double kSpeechPower = 1640.0 * 1640.0;
+inline Samples loud_speech(int frames, uint32_t seed = 1) {
+  const Samples faint = speech_like(frames, seed);
+  return mix(silence(frames), faint, std::sqrt(kSpeechPower / power(faint)));
+}
+
 // speech_like with white noise `snr` dB below its mean power.
 inline Samples noisy_speech(int frames, double snr, uint32_t seed = 1) {
   const Samples speech = speech_like(frames, seed);

@@ -1,0 +1,188 @@
+// Digital silence and signals at the ends of the scale: every double in both handles stays finite,
+// none is left denormal, and speech afterwards is soon what it would have been.
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cfloat>
+#include <cmath>
+#include <cstring>
+#include <string>
+
+#include "codec/decoder_handle.h"
+#include "codec/encoder_handle.h"
+#include "tests/support/signals.h"
+
+namespace g729::inline KELG729F_TARGET {
+namespace {
+
+using signals::Samples;
+
+// The doubles among a handle's 8-byte words, told by watching a call with speech: a double is zero
+// or of ordinary size there; integers side by side look denormal, not finite or out of all scale.
+template <typename Handle>
+class Doubles {
+ public:
+  void watch(const Handle& handle) {
+    for (size_t i = 0; i < kWords; ++i) {
+      const double size = std::fabs(word(handle, i));
+      if (size != 0) (size > 1e-100 && size < 1e100 ? seen_ : other_)[i] = true;
+    }
+  }
+  // Share of the handle that is known to be doubles.
+  double share() const {
+    int known = 0;
+    for (size_t i = 0; i < kWords; ++i) known += is_double(i);
+    return known / static_cast<double>(kWords);
+  }
+  bool all(const Handle& handle, bool (*good)(int)) const {
+    for (size_t i = 0; i < kWords; ++i)
+      if (is_double(i) && !good(std::fpclassify(word(handle, i)))) return false;
+    return true;
+  }
+
+ private:
+  static constexpr size_t kWords = sizeof(Handle) / sizeof(double);
+  static double word(const Handle& handle, size_t i) {
+    double value;
+    std::memcpy(&value, reinterpret_cast<const char*>(&handle) + i * sizeof value, sizeof value);
+    return value;
+  }
+  bool is_double(size_t i) const { return seen_[i] && !other_[i]; }
+
+  bool seen_[kWords] = {}, other_[kWords] = {};
+};
+
+bool finite(int kind) {
+  return kind != FP_NAN && kind != FP_INFINITE;
+}
+bool normal_or_zero(int kind) {
+  return kind == FP_NORMAL || kind == FP_ZERO;
+}
+
+struct Call {
+  int rate;
+  EncoderHandle encoder;
+  DecoderHandle decoder;
+  int16_t out[kFrame];
+
+  Call(int rate, bool annexb) : rate(rate) {
+    encoder_init(&encoder, annexb);
+    decoder_init(&decoder);
+  }
+  void frame(const int16_t* samples) {
+    uint16_t serial[kSerialWords];
+    encode_serial_frame(&encoder, samples, rate, serial);
+    decode_serial_frame(&decoder, serial, out);
+  }
+};
+
+class Extremes : public testing::TestWithParam<std::tuple<int, bool>> {
+ protected:
+  Extremes() : call_(std::get<0>(GetParam()), std::get<1>(GetParam())) {
+    testing::internal::CaptureStdout();
+    const Samples speech = signals::join({signals::loud_speech(300, 9), signals::chord(100)});
+    for (size_t n = 0; n < speech.size(); n += kFrame) {
+      call_.frame(&speech[n]);
+      encoder_.watch(call_.encoder);
+      decoder_.watch(call_.decoder);
+    }
+    EXPECT_GT(encoder_.share(), 0.75);
+    EXPECT_GT(decoder_.share(), 0.75);
+  }
+  ~Extremes() override { testing::internal::GetCapturedStdout(); }
+
+  bool all(bool (*good)(int)) const {
+    return encoder_.all(call_.encoder, good) && decoder_.all(call_.decoder, good);
+  }
+
+  Call call_;
+  Doubles<EncoderHandle> encoder_;
+  Doubles<DecoderHandle> decoder_;
+};
+
+TEST_P(Extremes, SilenceLeavesNothingDenormal) {
+  const int16_t zeros[kFrame] = {};
+  for (int f = 0; f < 2000; ++f) {
+    call_.frame(zeros);
+    ASSERT_TRUE(all(normal_or_zero)) << "frame " << f;
+  }
+}
+
+// Nothing is received any more.
+TEST_P(Extremes, LossLeavesNothingDenormal) {
+  const uint16_t lost[kSerialWords] = {kSyncWord, kBits8k};
+  for (int f = 0; f < 5000; ++f) {
+    decode_serial_frame(&call_.decoder, lost, call_.out);
+    ASSERT_TRUE(decoder_.all(call_.decoder, normal_or_zero)) << "frame " << f;
+  }
+}
+
+struct Case {
+  std::string name;
+  Samples samples;
+};
+
+std::vector<Case> extremes() {
+  using namespace signals;
+  const int n = 100;
+  return {
+      {"silence", silence(n)},
+      {"alternating", square(n, 1)},
+      {"pairs", square(n, 2)},
+      {"square", square(n, 37)},
+      {"slow square", square(n, 400)},
+      {"high", constant(n, 32767)},
+      {"low", constant(n, -32768)},
+      {"step",
+       join({silence(n / 4), constant(n / 4, 32767), constant(n / 4, -32768), silence(n / 4)})},
+      {"impulse", clicks(n, 80 * n)},
+      {"impulses", clicks(n, 611)},
+      {"impulse in every subframe", clicks(n, 40)},
+      {"noise", noise(n, 20000)},
+      {"ramp", make(n, [](int k) { return k * 771 % 65536 - 32768.0; })},
+  };
+}
+
+// Level in dB of what is decoded of the speech, its first 20 frames left out.
+double level(Call* call, const Samples& speech) {
+  double sum = 0;
+  for (size_t n = 0; n < speech.size(); n += kFrame) {
+    call->frame(&speech[n]);
+    for (int i = 0; i < kFrame && n >= 20 * kFrame; ++i) sum += double(call->out[i]) * call->out[i];
+  }
+  return 10 * std::log10(sum);
+}
+
+// As after a pause. The voice activity detector takes some of the extremes for background; speech
+// that is faint beside them is then coded as noise for a while.
+TEST_P(Extremes, SpeechAfterwardsIsAsLoudAsEver) {
+  const double tolerance = std::get<1>(GetParam()) ? 3.0 : 0.5;  // dB
+  const Samples speech = signals::loud_speech(60, 10);
+  const Call before = call_;
+  const auto level_after = [&](const Case& c) {
+    call_ = before;
+    for (size_t n = 0; n < c.samples.size(); n += kFrame) {
+      call_.frame(&c.samples[n]);
+      EXPECT_TRUE(all(finite)) << c.name;
+    }
+    return level(&call_, speech);
+  };
+  const double usual = level_after({"pause", signals::noise(100, 4)});
+  for (const Case& c : extremes()) EXPECT_NEAR(level_after(c), usual, tolerance) << c.name;
+}
+
+// The caller's own arithmetic is what it was.
+TEST(FlushDenormals, EndsWithTheFrame) {
+  Call call(kRate8k, false);
+  const int16_t zeros[kFrame] = {};
+  call.frame(zeros);
+  volatile double smallest = DBL_MIN;
+  EXPECT_GT(smallest / 2, 0.0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Rates, Extremes,
+                         testing::Combine(testing::Values(kRate6k4, kRate8k, kRate11k8),
+                                          testing::Bool()));
+
+}  // namespace
+}  // namespace g729::inline KELG729F_TARGET
