@@ -164,6 +164,45 @@ TEST(Concealment, NeverLouderAndSoonOver) {
   }
 }
 
+// A loss of which nobody says how long it was is concealed when the next packet comes, as if somebody
+// had said so; of a long one the first 100 ms, and nothing if the packet follows at once.
+TEST(Concealment, OfUnknownLength) {
+  const auto voice = coded_voice(30);
+  for (const GstClockTime loss : {0, 10, 20, 35, 100}) {
+    Lossy told, untold;
+    for (gsize i = 0; i < voice.size(); i++) {
+      if (i == 20) {
+        told.gap(loss * GST_MSECOND);
+        untold.gap(0);
+        untold.now += loss * GST_MSECOND;
+      }
+      told.speech(voice[i]);
+      untold.speech(voice[i]);
+    }
+    EXPECT_EQ(told.take(), untold.take()) << loss;
+  }
+}
+
+TEST(Concealment, OfUnknownLengthEndsWithTheFade) {
+  const auto voice = coded_voice(30);
+  Lossy link;
+  for (gsize i = 0; i < 20; i++) link.speech(voice[i]);
+  link.gap(0);
+  link.now += 3 * GST_SECOND;
+  GstClockTime end = GST_SECOND;
+  link.speech(voice[20]);
+  std::vector<GstClockTime> begins;
+  gsize samples = 0;
+  while (Buffer buffer{gst_harness_try_pull(link.h.get())}) {
+    begins.push_back(GST_BUFFER_PTS(buffer.get()));
+    samples += gst_buffer_get_size(buffer.get()) / sizeof(gint16);
+  }
+  EXPECT_EQ(samples, 20 * 80 + 800 + 80u);
+  ASSERT_GE(begins.size(), 2u);
+  EXPECT_EQ(begins[begins.size() - 2], end + 20 * kTick);
+  EXPECT_EQ(begins.back(), end + 20 * kTick + 3 * GST_SECOND);
+}
+
 TEST(Concealment, BeforeAnythingCame) {
   Lossy link;
   link.gap(50 * GST_MSECOND);

@@ -172,6 +172,13 @@ static GstFlowReturn kel_g729f_dec_handle_frame(GstAudioDecoder* base, GstBuffer
     return gst_audio_decoder_finish_frame(base, nullptr, 1);
   }
 
+  const GstFlowReturn flow = kel_g729f_plc_catch_up(dec, buffer);
+  if (flow != GST_FLOW_OK) {
+    in.unmap();
+    gst_audio_decoder_finish_frame(base, nullptr, 1);
+    return flow;
+  }
+
   const gsize size = packet.frames() * kPcmBytes;
   GST_LOG_OBJECT(dec, "we have %u frames, %" G_GSIZE_FORMAT " in, %" G_GSIZE_FORMAT " out",
                  static_cast<guint>(packet.speech), in.size(), size);

@@ -79,6 +79,25 @@ GstBuffer* make_buffer(KelG729fDec* dec, gsize samples) {
   return nullptr;
 }
 
+// Pushes the next `samples` of the loss, as a part of what the base class takes for a frame.
+GstFlowReturn push(KelG729fDec* dec, gsize samples) {
+  GstFlowReturn flow = GST_FLOW_OK;
+  while (flow == GST_FLOW_OK && samples > 0) {
+    const gsize count = std::min(samples, kMostSamples);
+    GstBuffer* part = make_buffer(dec, count);
+    flow = part ? gst_audio_decoder_finish_subframe(GST_AUDIO_DECODER(dec), part) : GST_FLOW_ERROR;
+    samples -= count;
+  }
+  return flow;
+}
+
+// How much is missing between the last output and a packet; silence is, too.
+GstClockTime missing_before(const KelG729fDec* dec, GstClockTime pts) {
+  const GstClockTime end = dec->timeline.end;
+  const bool later = GST_CLOCK_TIME_IS_VALID(pts) && GST_CLOCK_TIME_IS_VALID(end) && pts > end;
+  return later && !dec->plc.silent ? pts - end : 0;
+}
+
 }  // namespace
 
 void plc_reset(Concealment& plc) {
@@ -88,6 +107,7 @@ void plc_reset(Concealment& plc) {
 void plc_note_good(Concealment& plc, const guint8* pcm, gsize frames, bool sid) {
   plc.left = plc.lost = 0;
   plc.silent = sid;
+  plc.untold = FALSE;
   if (frames == 0) return;
   if (frames == 1) std::memcpy(plc.recent, plc.recent + G729_FRAME_SAMPLES, kPcmBytes);
   const gsize kept = std::min<gsize>(frames, 2) * kPcmBytes;
@@ -133,16 +153,27 @@ GstFlowReturn kel_g729f_plc_conceal(KelG729fDec* dec, GstBuffer* gap) {
   GstAudioDecoder* base = GST_AUDIO_DECODER(dec);
   GstFlowReturn flow = GST_FLOW_OK;
   GST_AUDIO_DECODER_STREAM_LOCK(dec);
-  gsize samples = plc_samples(dec->plc, GST_BUFFER_DURATION(gap));
-  GST_LOG_OBJECT(dec, "Concealing %" G_GSIZE_FORMAT " samples", samples);
-  kel_g729f_dec_place(dec, gap);
-  while (flow == GST_FLOW_OK && samples > 0) {
-    const gsize count = std::min(samples, kMostSamples);
-    GstBuffer* part = make_buffer(dec, count);
-    flow = part ? gst_audio_decoder_finish_subframe(base, part) : GST_FLOW_ERROR;
-    samples -= count;
+  if (GST_BUFFER_DURATION(gap) == 0) {
+    dec->plc.untold = TRUE;
+  } else {
+    const gsize samples = plc_samples(dec->plc, GST_BUFFER_DURATION(gap));
+    GST_LOG_OBJECT(dec, "Concealing %" G_GSIZE_FORMAT " samples", samples);
+    kel_g729f_dec_place(dec, gap);
+    flow = push(dec, samples);
   }
   const GstFlowReturn end = gst_audio_decoder_finish_frame(base, nullptr, 1);
   GST_AUDIO_DECODER_STREAM_UNLOCK(dec);
   return flow == GST_FLOW_OK ? end : flow;
+}
+
+GstFlowReturn kel_g729f_plc_catch_up(KelG729fDec* dec, GstBuffer* packet) {
+  const GstClockTime pts = GST_BUFFER_PTS(packet), missing = missing_before(dec, pts);
+  if (!dec->plc.untold || missing == 0 || !gst_buffer_is_writable(packet)) return GST_FLOW_OK;
+  // Nothing is left of a longer loss.
+  const gsize samples = std::min(plc_samples(dec->plc, missing), kFadeEnd);
+  GST_LOG_OBJECT(dec, "Concealing %" G_GSIZE_FORMAT " samples before this packet", samples);
+  GST_BUFFER_PTS(packet) = dec->timeline.end;
+  const GstFlowReturn flow = push(dec, samples);
+  GST_BUFFER_PTS(packet) = pts;
+  return flow;
 }

@@ -9,6 +9,9 @@
 //   played      |---------|---------|----:----|---------|
 //                                        the rest of a frame waits for more of the same loss
 //
+// A jitter buffer may know that something was lost, but not how much: its gap lasts 0. That loss
+// lasts until the next packet's timestamp, and is concealed when it comes.
+//
 // Everything here is guarded by the base class's stream lock.
 #pragma once
 
@@ -25,6 +28,7 @@ struct Concealment {
   gsize lost;                             // samples made since the last good packet
   GstClockTimeDiff owed;  // time asked for and not played, within half a sample either way
   gboolean silent;        // a silence descriptor came last
+  gboolean untold;        // a loss of unknown length came last
 };
 
 void plc_reset(Concealment& plc);
@@ -45,3 +49,7 @@ bool plc_is_loss(const Concealment& plc, GstEvent* gap);
 
 // Conceals the loss that `gap`, an empty buffer of the base class, stands for.
 GstFlowReturn kel_g729f_plc_conceal(KelG729fDec* dec, GstBuffer* gap);
+
+// Conceals what was lost before `packet`, an input buffer of the base class's, if nobody has told how
+// much that was.
+GstFlowReturn kel_g729f_plc_catch_up(KelG729fDec* dec, GstBuffer* packet);
