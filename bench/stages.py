@@ -62,7 +62,7 @@ def encoder_stages(triples):
               2 * (80 + 400 + 60), "2 times: excitation 80, synthesis 400, error memories 60"),
         Stage("silence compression", ("vad_decide", "music_detect", "dtx_update", "dtx_encode_frame",
                                       "synthesize_noise_subframe")),
-        Stage("bit stream", ("parameters_to_serial", "pack_serial_bits")),
+        Stage("bit stream", ("parameters_to_bytes",)),
         Stage("rest of the subframes", ("code_subframe",)),
         Stage("rest of the frame", ("encoder_process_frame", "encode_serial_frame")),
     ]
@@ -70,7 +70,7 @@ def encoder_stages(triples):
 
 def decoder_stages(_):
     return [
-        Stage("bit stream", ("serial_to_parameters", "unpack_serial_bits", "pitch_parity_check")),
+        Stage("bit stream", ("bytes_to_parameters", "pitch_parity_check")),
         Stage("LSP decoding", ("lsp_decode", "lsp_reconstruct"), 4 * 10 + 10, "prediction of order 4"),
         Stage("interpolation", ("interpolate_quantized_lpc", "lsp_to_lpc"), 2 * 50, "2 LP vectors"),
         Stage("adaptive codebook", ("pitch_excitation_interpolate", "pitch_lag_decode_first",

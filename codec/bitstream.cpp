@@ -15,6 +15,8 @@ constexpr int kFieldsForward[] = {8, 10, 8, 1, 7, 7, 7, 7, 7, 7, 5, 7, 7, 7, 7, 
 constexpr int kFieldsBackward[] = {8, 1, 13, 10, 7, 7, 7, 7, 5, 13, 10, 7, 7, 7, 7};
 constexpr int kModeBits = 2;  // the LP mode, sent twice
 
+constexpr char kWrongSize[] = "Unrecognized frame type: uncorrect value of serial_size\n";
+
 struct FieldList {
   const int* width;
   int count;
@@ -48,6 +50,33 @@ void read_fields(FieldList fields, const uint16_t* bits, int32_t* value) {
   for (int f = 0; f < fields.count; ++f) {
     value[f] = 0;
     for (int b = 0; b < fields.width[f]; ++b) value[f] = 2 * value[f] + (*bits++ == kBitOne);
+  }
+}
+
+// The same fields as packed bytes, the first bit in the highest place; bits behind the last field
+// are 0. kWidths are known to the compiler: every field is a few shifts at fixed places.
+template <const auto& kWidths>
+void pack_fields(const int32_t* value, uint8_t* bytes) {
+  uint32_t bits = 0;
+  int waiting = 0;
+#pragma GCC unroll 16
+  for (const int width : kWidths) {
+    bits = bits << width | (static_cast<uint32_t>(*value++) & ((1U << width) - 1));
+    for (waiting += width; waiting >= 8; waiting -= 8)
+      *bytes++ = static_cast<uint8_t>(bits >> (waiting - 8));
+  }
+  if (waiting > 0) *bytes = static_cast<uint8_t>(bits << (8 - waiting));
+}
+
+template <const auto& kWidths>
+void unpack_fields(const uint8_t* bytes, int32_t* value) {
+  uint32_t bits = 0;
+  int waiting = 0;
+#pragma GCC unroll 16
+  for (const int width : kWidths) {
+    for (; waiting < width; waiting += 8) bits = bits << 8 | *bytes++;
+    waiting -= width;
+    *value++ = static_cast<int32_t>((bits >> waiting) & ((1U << width) - 1));
   }
 }
 
@@ -121,23 +150,42 @@ void serial_to_parameters(uint16_t* size_and_bits, int32_t* word) {
       read_11k8(bits, word + 2);
       return;
     default:
-      fatal("Unrecognized frame type: uncorrect value of serial_size\n");
+      fatal(kWrongSize);
   }
 }
 
-void pack_serial_bits(const uint16_t* bits, uint8_t* bytes, int n) {
-  for (int i = 0; i < n; ++i) {
-    int byte = 0;
-    for (int k = 0; k < 8; ++k) byte = 2 * byte + (bits[8 * i + k] == kBitOne);
-    bytes[i] = static_cast<uint8_t>(byte);
+int parameters_to_bytes(const int32_t* word, uint8_t* bytes) {
+  switch (word[0]) {
+    case kNoTransmission:
+      return 0;
+    case kSid:
+      pack_fields<kSidFields>(word + 1, bytes);
+      return kSidBits / 8;
+    default:
+      pack_fields<kFields8k>(word + 1, bytes);
+      return kBits8k / 8;
   }
 }
 
-void unpack_serial_bits(const uint8_t* bytes, uint16_t* bits, int n) {
-  constexpr uint16_t kPlace[8] = {0x80, 0x40, 0x20, 0x10, 0x08, 0x04, 0x02, 0x01};
-  for (int i = 0; i < n; ++i) {
-    const uint16_t byte = bytes[i];
-    for (int k = 0; k < 8; ++k) bits[8 * i + k] = byte & kPlace[k] ? kBitOne : kBitZero;
+void bytes_to_parameters(const uint8_t* bytes, int bits, int32_t* word) {
+  switch (bits) {
+    case 0:
+      word[1] = kNoTransmission;
+      return;
+    case kSidBits:
+      word[1] = kSid;
+      unpack_fields<kSidFields>(bytes, word + 2);
+      return;
+    case kBits6k4:
+      word[1] = kSpeech6k4;
+      unpack_fields<kFields6k4>(bytes, word + 2);
+      return;
+    case kBits8k:
+      word[1] = kSpeech8k;
+      unpack_fields<kFields8k>(bytes, word + 2);
+      return;
+    default:
+      fatal(kWrongSize);
   }
 }
 

@@ -33,10 +33,12 @@ void parameters_to_serial(const int32_t* word, uint16_t* serial);
 // "Unrecognized frame type: uncorrect value of serial_size\n".
 void serial_to_parameters(uint16_t* size_and_bits, int32_t* word);
 
-// The first 8 n bit words to n bytes, first bit in the highest place; only kBitOne sets a bit.
-void pack_serial_bits(const uint16_t* bits, uint8_t* bytes, int n);
+// The same without a serial frame in between. Encoder parameters of a frame at 8 kbit/s, a silence
+// descriptor or an untransmitted frame to packed bytes; returns their number, 10, 2 or 0.
+int parameters_to_bytes(const int32_t* word, uint8_t* bytes);
 
-// n bytes to 8 n bit words, kBitOne or kBitZero.
-void unpack_serial_bits(const uint8_t* bytes, uint16_t* bits, int n);
+// Packed bytes to decoder parameters word[1] and on. A number of bits other than 0, 16, 64, 80 is
+// fatal like that of a serial frame.
+void bytes_to_parameters(const uint8_t* bytes, int bits, int32_t* word);
 
 }  // namespace g729::inline KELG729F_TARGET

@@ -73,14 +73,11 @@ void postfilter_frame(DecoderHandle* handle, const PostFilterSettings& settings)
   }
 }
 
-// Decodes the frame in the handle's serial frame.
-void decode(DecoderHandle* handle, int16_t* samples) {
+// Decodes the frame of `bits` bits whose fields are in the handle.
+void decode(DecoderHandle* handle, int bits, bool erased, int16_t* samples) {
   const FlushDenormals flush;
   ++handle->frame_counter;
-  serial_to_parameters(handle->serial + 1, handle->parameters);
-  int bits = handle->serial[1];
   check_parity(bits, handle->parameters);
-  const bool erased = is_erased(handle->serial);
   handle->parameters[kErased] = erased;
   if (erased) bits = handle->previous_bits >= kBits6k4 ? handle->previous_bits : 0;
   decode_frame_core(&handle->core, handle->parameters, handle->voicing, handle->synthesis,
@@ -100,19 +97,17 @@ void decoder_init(DecoderHandle* handle) {
 
 void decode_serial_frame(DecoderHandle* handle, const uint16_t* serial, int16_t* samples) {
   const int bits = static_cast<int16_t>(serial[1]);
-  handle->serial[0] = serial[0];
-  handle->serial[1] = serial[1];
-  for (int i = 0; i < bits && i < kBits11k8; ++i) handle->serial[2 + i] = serial[2 + i];
-  decode(handle, samples);
+  uint16_t frame[kSerialWords] = {serial[0], serial[1]};
+  for (int i = 0; i < bits && i < kBits11k8; ++i) frame[2 + i] = serial[2 + i];
+  serial_to_parameters(frame + 1, handle->parameters);
+  decode(handle, bits, is_erased(frame), samples);
 }
 
 void decode_packed_frame(DecoderHandle* handle, const uint8_t* bytes, uint32_t size,
                          int16_t* samples) {
-  const int read = size < kMaxPackedBytes ? static_cast<int>(size) : kMaxPackedBytes;
-  handle->serial[0] = kSyncWord;
-  handle->serial[1] = static_cast<uint16_t>(8 * size % 256);
-  unpack_serial_bits(bytes, handle->serial + 2, read);
-  decode(handle, samples);
+  const int bits = static_cast<int>(8 * size % 256);
+  bytes_to_parameters(bytes, bits, handle->parameters);
+  decode(handle, bits, false, samples);
 }
 
 }  // namespace g729::inline KELG729F_TARGET

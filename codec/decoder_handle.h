@@ -11,8 +11,6 @@
 namespace g729::inline KELG729F_TARGET {
 
 inline constexpr int kInitialVoicing = 60;
-inline constexpr int kMaxPackedBytes =
-    (kSerialWords - 2) / 8;  // what the serial frame has room for
 
 struct DecoderHandle {
   DecoderCoreState core;
@@ -23,7 +21,6 @@ struct DecoderHandle {
   double output[kFrame] = {};  // the frame after post-filter and high-pass
   DecodedFrame decoded;
   int32_t parameters[kDecoderWords] = {};
-  uint16_t serial[kSerialWords] = {kSyncWord, kBits8k};
   int voicing = kInitialVoicing;  // long-term post-filter delay in the last frame, 0 without one
   // Post-filter factors that follow the 11.8 kbit/s mode.
   double gamma_d = 0.7;
@@ -39,8 +36,8 @@ void decoder_init(DecoderHandle* handle);
 // Decodes a serial frame of any type, see g729_decoder_decode_serial(). Writes samples[80].
 void decode_serial_frame(DecoderHandle* handle, const uint16_t* serial, int16_t* samples);
 
-// Decodes `size` bytes by way of a serial frame of 8 * size bits (modulo 256); at most
-// kMaxPackedBytes are read. bytes may be null when size is 0. Writes samples[80].
+// Decodes `size` bytes as a frame of 8 * size bits (modulo 256); what is beyond it is not read.
+// bytes may be null when size is 0. Writes samples[80].
 void decode_packed_frame(DecoderHandle* handle, const uint8_t* bytes, uint32_t size,
                          int16_t* samples);
 

@@ -12,9 +12,13 @@ int next_count(int count) {
   return count == kCounterLast ? kCounterWrap : count + 1;
 }
 
-int packed_size(int frame_type) {
-  if (frame_type == kNoTransmission) return 0;
-  return frame_type == kSid ? kSidBits / 8 : kBits8k / 8;
+void encode(EncoderHandle* handle, const int16_t* samples, int rate) {
+  const FlushDenormals flush;
+  for (int i = 0; i < kFrame; ++i) handle->input[i] = samples[i];
+  handle->frame_counter = next_count(handle->frame_counter);
+  preprocess_highpass(&handle->preprocessing, handle->input, kFrame);
+  encoder_process_frame(&handle->core, handle->input, handle->parameters, handle->frame_counter,
+                        handle->dtx_enabled, rate);
 }
 
 }  // namespace
@@ -27,21 +31,14 @@ void encoder_init(EncoderHandle* handle, bool annexb) {
 
 void encode_serial_frame(EncoderHandle* handle, const int16_t* samples, int rate,
                          uint16_t* serial) {
-  const FlushDenormals flush;
-  for (int i = 0; i < kFrame; ++i) handle->input[i] = samples[i];
-  handle->frame_counter = next_count(handle->frame_counter);
-  preprocess_highpass(&handle->preprocessing, handle->input, kFrame);
-  encoder_process_frame(&handle->core, handle->input, handle->parameters, handle->frame_counter,
-                        handle->dtx_enabled, rate);
+  encode(handle, samples, rate);
   parameters_to_serial(handle->parameters, serial);
 }
 
 void encode_packed_frame(EncoderHandle* handle, const int16_t* samples, uint8_t* bytes,
                          uint32_t* size) {
-  encode_serial_frame(handle, samples, kRate8k, handle->serial);
-  const int length = packed_size(handle->parameters[0]);
-  *size = static_cast<uint32_t>(length);
-  if (length > 0) pack_serial_bits(handle->serial + 2, bytes, length);
+  encode(handle, samples, kRate8k);
+  *size = static_cast<uint32_t>(parameters_to_bytes(handle->parameters, bytes));
 }
 
 }  // namespace g729::inline KELG729F_TARGET

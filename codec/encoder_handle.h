@@ -15,7 +15,6 @@ struct EncoderHandle {
   EncoderCoreState core;
   double input[kFrame] = {};  // the frame, pre-processed in place
   int32_t parameters[kEncoderWords] = {};
-  uint16_t serial[kSerialWords] = {};
   int32_t dtx_enabled = 0;
   int32_t frame_counter = 0;
 };

@@ -39,9 +39,7 @@ void pitch_sharpen(double* code, int t0, double sharp) {
 }
 
 int pitch_parity(int index) {
-  int bits = 1;
-  for (int k = 2; k <= 7; ++k) bits += (index >> k) & 1;
-  return bits & 1;
+  return 1 - __builtin_parity(static_cast<unsigned>(index >> 2) & 0x3F);
 }
 
 int pitch_parity_check(int index, int parity) {

@@ -16,6 +16,7 @@
 
 #include "codec/decoder_handle.h"
 #include "codec/encoder_handle.h"
+#include "tests/codec/decoder/random_frames.h"
 #include "tests/support/signals.h"
 
 namespace g729::inline KELG729F_TARGET {
@@ -44,8 +45,7 @@ class Decoder {
     check();
   }
   void packed(const Words& frame) {
-    std::vector<uint8_t> bytes(frame[1] / 8u);
-    pack_serial_bits(frame.data() + 2, bytes.data(), static_cast<int>(bytes.size()));
+    const std::vector<uint8_t> bytes = packed_bytes(frame.data());
     decode_packed_frame(&handle_, bytes.empty() ? nullptr : bytes.data(),
                         static_cast<uint32_t>(bytes.size()), guarded_ + 1);
     check();

@@ -34,12 +34,12 @@ TEST(DecoderHandle, BytesAreASerialFrame) {
   constexpr int kSizes[] = {80, 80, 80, 64, 16, 0, 0};
   for (int i = 0; i < 1000; ++i) {
     const SerialFrame f = frames.frame(kSizes[frames.below(7)]);
-    uint8_t packed[kMaxPackedBytes];
-    const int size = f.word[1] / 8;
-    pack_serial_bits(f.word + 2, packed, size);
+    const std::vector<uint8_t> packed = packed_bytes(f.word);
+    const bool empty = packed.empty();
     serial.decode(f);
     testing::internal::CaptureStdout();
-    decode_packed_frame(&bytes, size ? packed : nullptr, uint32_t(size), bytes.samples);
+    decode_packed_frame(&bytes, empty ? nullptr : packed.data(), uint32_t(packed.size()),
+                        bytes.samples);
     testing::internal::GetCapturedStdout();
     ASSERT_TRUE(std::equal(serial.samples, serial.samples + kFrame, bytes.samples)) << i;
   }

@@ -3,11 +3,20 @@
 
 #include <cstdint>
 #include <random>
+#include <vector>
 
 #include "codec/bitstream.h"
 #include "codec/dsp/pitch.h"
 
 namespace g729::inline KELG729F_TARGET {
+
+// The bits of a serial frame as bytes, first bit in the highest place.
+inline std::vector<uint8_t> packed_bytes(const uint16_t* serial) {
+  std::vector<uint8_t> bytes(serial[1] / 8u);
+  for (size_t i = 0; i < 8 * bytes.size(); ++i)
+    bytes[i / 8] = static_cast<uint8_t>(bytes[i / 8] << 1 | (serial[2 + i] == kBitOne));
+  return bytes;
+}
 
 struct SerialFrame {
   uint16_t word[kSerialWords] = {kSyncWord};
