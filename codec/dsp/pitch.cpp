@@ -1,6 +1,6 @@
 #include "codec/dsp/pitch.h"
 
-#include "codec/dsp/vec.h"
+#include "codec/dsp/stream.h"
 
 namespace g729::inline KELG729F_TARGET {
 
@@ -25,12 +25,12 @@ void pitch_excitation_interpolate(double* exc, int t0, int frac, int n) {
   static_assert(kPitchMin - kInterpolationTaps >= kLanes);
   for (int k = 0; k < n; k += kLanes) {
     const double* x = exc + k - t0;
-    Vec8 past = splat(0.0), future = splat(0.0);
+    Stream8 past = splat_stream(0.0), future = splat_stream(0.0);
     for (int i = 0; i < kInterpolationTaps; ++i) {
-      past = past + splat(older[3 * i]) * load(x - i);
-      future = future + splat(newer[3 * i]) * load(x + 1 + i);
+      past = past + splat_stream(older[3 * i]) * load_stream(x - i);
+      future = future + splat_stream(newer[3 * i]) * load_stream(x + 1 + i);
     }
-    store(exc + k, past + future);
+    store(exc + k, whole(past + future));
   }
 }
 
