@@ -82,9 +82,7 @@ KELG729F_VEC Pair next_two(int m, const double* a, const LookAhead& f, const dou
   return s - (f.c[2] * both_first(last) + f.c[1] * both_second(last));
 }
 
-// T is double, or Pair for two signals of one filter side by side.
-template <typename T>
-KELG729F_VEC T next_one(int m, const double* a, T x, const T* out) {
+KELG729F_VEC double next_one(int m, const double* a, double x, const double* out) {
   for (int i = m; i >= 1; --i) x = x - a[i] * out[-i];
   return x;
 }
@@ -105,10 +103,18 @@ KELG729F_VEC void synthesize(int order, const double* a, const double* x, double
   for (; k < n; ++k) out[k] = next_one(m, a, x[k], out + k);
 }
 
+// The two newest outputs' terms come last, from registers and not by way of memory. m is at least 2.
 template <int kFixed>
 KELG729F_VEC void synthesize_pair(int order, const double* a, const Pair* x, Pair* out, int n) {
   const int m = kFixed ? kFixed : order;
-  for (int k = 0; k < n; ++k) out[k] = next_one(m, a, x[k], out + k);
+  Pair older = out[-2], newest = out[-1];
+  for (int k = 0; k < n; ++k) {
+    Pair s = x[k];
+    for (int i = m; i >= 3; --i) s = s - a[i] * out[k - i];
+    s = (s - a[2] * older) - a[1] * newest;
+    older = newest;
+    out[k] = newest = s;
+  }
 }
 
 }  // namespace
@@ -156,33 +162,28 @@ void residual_filter(int m, const double* a, const double* x, double* y, int n) 
   }
 }
 
-namespace {
-
-constexpr int kBlocks = kSubframe / kLanes;
-
-// Adds the products of x[8 Block..8 Block + 7] to the blocks of the output that they reach; eight
-// zeros stand before h. The compiler must know Block to keep s in registers.
-template <int Block>
-KELG729F_VEC void convolve_block(const double* x, const double* h, Vec8* s) {
-  for (int i = Block * kLanes; i < (Block + 1) * kLanes; ++i) {
-    const Vec8 xi = splat(x[i]);
-    for (int b = Block; b < kBlocks; ++b) s[b] = s[b] + xi * load(h + b * kLanes - i);
-  }
-}
-
-}  // namespace
-
+// Output block b is the sum over r and d of x[8 (b - d) + r] times h[8 d - r], ..., h[8 d - r + 7]:
+// one load of h serves every block. The terms of one r are added up first, which keeps short the
+// chain of additions that each block waits for.
 void convolve(const double* x, const double* h, double* y) {
+  constexpr int kBlocks = kSubframe / kLanes;
   double padded[kLanes + kSubframe];
   store(padded, splat(0.0));
   for (int b = 0; b < kBlocks; ++b) store(padded + (b + 1) * kLanes, load(h + b * kLanes));
   Vec8 s[kBlocks] = {};
-  convolve_block<0>(x, padded + kLanes, s);
-  convolve_block<1>(x, padded + kLanes, s);
-  convolve_block<2>(x, padded + kLanes, s);
-  convolve_block<3>(x, padded + kLanes, s);
-  convolve_block<4>(x, padded + kLanes, s);
-  static_assert(kBlocks == 5);
+  for (int r = 0; r < kLanes; ++r) {
+    Vec8 terms[kBlocks] = {};
+#pragma GCC unroll 5
+    for (int d = 0; d < kBlocks; ++d) {
+      const Vec8 taps = load(padded + (d + 1) * kLanes - r);
+#pragma GCC unroll 5
+      for (int b = d; b < kBlocks; ++b) {
+        const Vec8 term = splat(x[(b - d) * kLanes + r]) * taps;
+        terms[b] = d == 0 ? term : terms[b] + term;
+      }
+    }
+    for (int b = 0; b < kBlocks; ++b) s[b] = s[b] + terms[b];
+  }
   for (int b = 0; b < kBlocks; ++b) store(y + b * kLanes, s[b]);
 }
 

@@ -9,12 +9,12 @@ namespace g729::inline KELG729F_TARGET {
 
 // dst[i] = src[i], i = 0..n-1; source first. The two must not overlap.
 inline void copy_vector(const double* src, double* dst, int n) {
-  for (int i = 0; i < n; ++i) dst[i] = src[i];
+  if (n > 0) __builtin_memcpy(dst, src, sizeof *dst * static_cast<unsigned>(n));
 }
 
 // dst[i] = 0.
 inline void zero_vector(double* dst, int n) {
-  for (int i = 0; i < n; ++i) dst[i] = 0.0;
+  if (n > 0) __builtin_memset(dst, 0, sizeof *dst * static_cast<unsigned>(n));
 }
 
 // Sum of x[i] * y[i] in eight partial sums (lane i mod 8, added as Vec8's sum()); a rest of n mod 8
