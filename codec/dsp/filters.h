@@ -37,7 +37,8 @@ void synthesis_filter(int m, const double* a, const double* x, double* y, int n,
 
 // Two synthesis filters with the same coefficients side by side, for little more than the time of
 // one: y0 from x0 and mem0, y1 from x1 and mem1, as synthesis_filter without update gives them but
-// for rounding (terms are subtracted from the oldest output's to the newest's). y may be its x.
+// for rounding (terms are subtracted from the oldest output's to the newest's). y may be its x. m is
+// at least 2.
 void synthesis_filter_pair(int m, const double* a, const double* x0, const double* mem0, double* y0,
                            const double* x1, const double* mem1, double* y1, int n);
 

@@ -18,7 +18,7 @@ KELG729F_VEC void consider(LaneMinimum* m, Vec8 value, int first) {
   static constexpr double kLane[kLanes] = {0, 1, 2, 3, 4, 5, 6, 7};
   const Mask8 smaller = value < m->value;
   m->value = select(smaller, value, m->value);
-  m->index = select(smaller, splat(first) + load(kLane), m->index);
+  m->index = select(smaller, splat(static_cast<double>(first)) + load(kLane), m->index);
 }
 
 // Smallest of the eight lanes.

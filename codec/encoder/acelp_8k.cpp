@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "codec/dsp/filters.h"
+#include "codec/dsp/float_lanes.h"
 #include "codec/dsp/pitch.h"
 #include "codec/encoder/fixed_codebook.h"
 
@@ -16,11 +17,24 @@ constexpr int kBudget = 75;       // triples a subframe
 constexpr int kFirstExtra = 30;   // on top in the first subframe
 constexpr double kThresholdShare = 0.4;
 
+// Most fourth pulses are far from winning, which single precision tells: the sixteen candidates of a
+// triple at once, track 3 then track 4. Correlations come scaled so that four add up to 1 at most.
+// Every energy is a sum of terms whose magnitudes add up to 16 times that of the response, so the
+// margin, some 1000 units of its last place, is well above all rounding.
+struct Screen {
+  static constexpr double kMargin = 0x1p-14;  // of the response's energy
+  double scale;
+  alignas(kVectorAlign) float d[kFloatLanes];
+  // What the fourth pulse adds to the energy alone and with third pulse [p2], less the margin.
+  alignas(kVectorAlign) float energy[kTrackPositions][kFloatLanes];
+};
+
 struct Search {
   alignas(kVectorAlign) TrackVector d;
   alignas(kVectorAlign) TrackVector sign;
   ImpulseCorrelation rr;
   double threshold;
+  Screen screen;
 };
 
 constexpr BestCandidate kStart = {0.0, 1000000.0};
@@ -44,6 +58,21 @@ void set_threshold(Search* s) {
   s->threshold = mean + kThresholdShare * (max - mean);
 }
 
+void set_screen(Search* s) {
+  Screen* const screen = &s->screen;
+  double largest = 0.0;
+  for (const auto& track : s->d) largest = std::max(largest, largest_of(track));
+  screen->scale = largest > 0.0 ? 0.25 / largest : 0.0;
+  const Vec8 scale = splat(screen->scale);
+  store(screen->d, narrow(load(s->d[3]) * scale, load(s->d[4]) * scale));
+  const Vec8 margin = splat(Screen::kMargin * s->rr.diagonal[0][0]);
+  const Vec8 third = load(s->rr.diagonal[3]) - margin, fourth = load(s->rr.diagonal[4]) - margin;
+  for (int p2 = 0; p2 < kTrackPositions; ++p2) {
+    const auto& row = s->rr.row[2][p2];
+    store(screen->energy[p2], narrow(third + load(row[3]), fourth + load(row[4])));
+  }
+}
+
 // The pairs of first and second pulses that some third pulse lifts over the threshold: bit
 // 8 p0 + p1. Rounding is monotone, so the track's largest correlation tells for all of it.
 KELG729F_VEC uint64_t promising_pairs(const Search& s) {
@@ -65,6 +94,9 @@ struct Triples {
   alignas(kVectorAlign) double energy[kLanes][kTrackPositions];  // [pair][p2]
   // Cross terms of the pair with the tracks of the fourth pulse.
   alignas(kVectorAlign) double cross[kLanes][kFourthTracks][kTrackPositions];
+  // For the screen: scaled correlations and energies by p2, and the cross terms.
+  alignas(kVectorAlign) float ps_energy[kLanes][2 * kTrackPositions];
+  alignas(kVectorAlign) float screen_cross[kLanes][kFloatLanes];
   uint64_t passing;  // over the threshold: bit 8 pair + p2
 };
 
@@ -72,11 +104,15 @@ KELG729F_VEC void add_pair(const Search& s, int p0, int p1, int pair, Triples* t
   const auto &row0 = s.rr.row[0][p0], &row1 = s.rr.row[1][p1];
   const Vec8 ps = splat(s.d[0][p0] + s.d[1][p1]) + load(s.d[2]);
   const double energy1 = s.rr.diagonal[0][p0] + s.rr.diagonal[1][p1] + row0[1][p1];
+  const Vec8 energy =
+      (splat(energy1) + load(s.rr.diagonal[2])) + (load(row0[2]) + load(row1[2]));
+  const Vec8 cross3 = load(row0[3]) + load(row1[3]), cross4 = load(row0[4]) + load(row1[4]);
   store(triples->ps[pair], ps);
-  store(triples->energy[pair],
-        (splat(energy1) + load(s.rr.diagonal[2])) + (load(row0[2]) + load(row1[2])));
-  for (int k = 0; k < kFourthTracks; ++k)
-    store(triples->cross[pair][k], load(row0[3 + k]) + load(row1[3 + k]));
+  store(triples->energy[pair], energy);
+  store(triples->cross[pair][0], cross3);
+  store(triples->cross[pair][1], cross4);
+  store(triples->ps_energy[pair], narrow(ps * splat(s.screen.scale), energy));
+  store(triples->screen_cross[pair], narrow(cross3, cross4));
   triples->p0[pair] = p0;
   triples->p1[pair] = p1;
   triples->passing |= static_cast<uint64_t>(lanes_greater(ps, splat(s.threshold)))
@@ -93,29 +129,41 @@ uint64_t collect_triples(const Search& s, uint64_t pairs, Triples* triples) {
   return pairs;
 }
 
-// The fourth pulse for the triples given, in order: the candidates of track 3, then of track 4.
-void search_fourth(const Search& s, const Triples& triples, uint64_t passing, Winner* winner) {
-  Vec8 d[kFourthTracks], diagonal[kFourthTracks];
+// Tries a triple with every fourth pulse, in order: the candidates of track 3, then of track 4.
+void try_fourth(const Search& s, const Triples& triples, int pair, int p2, Winner* winner) {
+  Vec8 ps[kFourthTracks], energy[kFourthTracks];
   for (int k = 0; k < kFourthTracks; ++k) {
-    d[k] = load(s.d[3 + k]);
-    diagonal[k] = load(s.rr.diagonal[3 + k]);
+    const Vec8 cross = load(triples.cross[pair][k]) + load(s.rr.row[2][p2][3 + k]);
+    ps[k] = splat(triples.ps[pair][p2]) + load(s.d[3 + k]);
+    energy[k] = (splat(triples.energy[pair][p2]) + load(s.rr.diagonal[3 + k])) + cross;
   }
-  BestCandidate best = winner->best;
+  const int fourth = improve_best<kFourthTracks>(ps, energy, &winner->best);
+  if (fourth < 0) return;
+  winner->fourth_track = 3 + fourth / kTrackPositions;
+  const int place[kPulses] = {triples.p0[pair], triples.p1[pair], p2, fourth % kTrackPositions};
+  std::copy_n(place, kPulses, winner->place);
+}
+
+// The best candidate's criterion, on the screen's scale.
+Float16 screen_bar(const Screen& screen, const BestCandidate& best) {
+  return splat(static_cast<float>(best.square * (screen.scale * screen.scale) / best.energy));
+}
+
+// The fourth pulse for the triples given, in order.
+void search_fourth(const Search& s, const Triples& triples, uint64_t passing, Winner* winner) {
+  const Float16 d = load(s.screen.d);
+  Float16 bar = screen_bar(s.screen, winner->best);
   for (; passing != 0; passing &= passing - 1) {
     const int lowest = __builtin_ctzll(passing);
     const int pair = lowest / kLanes, p2 = lowest % kLanes;
-    Vec8 ps[kFourthTracks], energy[kFourthTracks];
-    for (int k = 0; k < kFourthTracks; ++k) {
-      const Vec8 cross = load(triples.cross[pair][k]) + load(s.rr.row[2][p2][3 + k]);
-      ps[k] = splat(triples.ps[pair][p2]) + d[k];
-      energy[k] = (splat(triples.energy[pair][p2]) + diagonal[k]) + cross;
-    }
-    const int fourth = improve_best<kFourthTracks>(ps, energy, &best);
-    if (fourth < 0) [[likely]]
+    const float* const third = triples.ps_energy[pair] + p2;
+    const Float16 ps = splat(third[0]) + d;
+    const Float16 energy = (splat(third[kTrackPositions]) + load(triples.screen_cross[pair])) +
+                           load(s.screen.energy[p2]);
+    if (all_at_most(ps * ps, bar * energy)) [[likely]]
       continue;
-    *winner = {best,
-               3 + fourth / kTrackPositions,
-               {triples.p0[pair], triples.p1[pair], p2, fourth % kTrackPositions}};
+    try_fourth(s, triples, pair, p2, winner);
+    bar = screen_bar(s.screen, winner->best);
   }
 }
 
@@ -201,6 +249,7 @@ int acelp_search_17bit(const double* target, double* impulse, int t0, double pit
   split_signs(d, s.d, s.sign);
   set_threshold(&s);
   correlate_impulse(impulse, s.sign, &s.rr, kFourPulses);
+  set_screen(&s);
 
   Winner winner;
   const int budget = kBudget + (subframe_start == 0 ? kFirstExtra : *fcb_extra);

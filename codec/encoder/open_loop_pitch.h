@@ -11,4 +11,7 @@ namespace g729::inline KELG729F_TARGET {
 // the largest lag wins, so that silence gives kPitchMax.
 int open_loop_pitch(const double* wsp);
 
+// The same without the screening in single precision.
+int open_loop_pitch_plain(const double* wsp);
+
 }  // namespace g729::inline KELG729F_TARGET

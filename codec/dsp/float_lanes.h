@@ -1,0 +1,119 @@
+// Sixteen floats at a time, to rule out in single precision what cannot be the result; what is left
+// is decided in double precision, so no result depends on these. As many parts as a Vec8 has.
+#pragma once
+
+#include "codec/dsp/vec.h"
+
+namespace g729::inline KELG729F_TARGET {
+
+inline constexpr int kFloatLanes = 2 * kLanes;
+
+#if defined(KELG729F_PLAIN)
+inline constexpr int kFloatParts = kFloatLanes;
+using NativeFloat = float;
+using NativeFloatUnaligned = float;
+#else
+inline constexpr int kFloatParts = kParts;
+typedef float NativeFloat __attribute__((vector_size(8 * kNativeLanes)));
+typedef float NativeFloatUnaligned
+    __attribute__((vector_size(8 * kNativeLanes), aligned(4), may_alias));
+#endif
+
+struct Float16 {
+  NativeFloat part[kFloatParts];
+};
+
+KELG729F_VEC Float16 load(const float* p) {
+  Float16 r;
+  for (int i = 0; i < kFloatParts; ++i)
+    r.part[i] = *reinterpret_cast<const NativeFloatUnaligned*>(p + i * kFloatLanes / kFloatParts);
+  return r;
+}
+
+KELG729F_VEC void store(float* p, Float16 v) {
+  for (int i = 0; i < kFloatParts; ++i)
+    *reinterpret_cast<NativeFloatUnaligned*>(p + i * kFloatLanes / kFloatParts) = v.part[i];
+}
+
+KELG729F_VEC Float16 splat(float x) {
+  Float16 r;
+  for (int i = 0; i < kFloatParts; ++i) r.part[i] = x - NativeFloat{};
+  return r;
+}
+
+KELG729F_VEC Float16 operator+(Float16 a, Float16 b) {
+  for (int i = 0; i < kFloatParts; ++i) a.part[i] += b.part[i];
+  return a;
+}
+KELG729F_VEC Float16 operator-(Float16 a, Float16 b) {
+  for (int i = 0; i < kFloatParts; ++i) a.part[i] -= b.part[i];
+  return a;
+}
+KELG729F_VEC Float16 operator*(Float16 a, Float16 b) {
+  for (int i = 0; i < kFloatParts; ++i) a.part[i] *= b.part[i];
+  return a;
+}
+
+KELG729F_VEC Float16 larger(Float16 a, Float16 b) {
+  for (int i = 0; i < kFloatParts; ++i) a.part[i] = a.part[i] > b.part[i] ? a.part[i] : b.part[i];
+  return a;
+}
+
+// Lanes 0..7 are `low` rounded to floats, lanes 8..15 are `high`.
+KELG729F_VEC Float16 narrow(Vec8 low, Vec8 high) {
+  Float16 r;
+#if defined(KELG729F_PLAIN)
+  for (int i = 0; i < kLanes; ++i) {
+    r.part[i] = static_cast<float>(low.part[i]);
+    r.part[kLanes + i] = static_cast<float>(high.part[i]);
+  }
+#else
+  typedef float Half __attribute__((vector_size(4 * kNativeLanes)));
+  const auto half = [&](int i) {
+    return __builtin_convertvector(i < kParts ? low.part[i] : high.part[i - kParts], Half);
+  };
+  for (int i = 0; i < kParts; ++i) {
+    const Half first = half(2 * i), second = half(2 * i + 1);
+#if defined(__AVX512F__)
+    r.part[i] = __builtin_shufflevector(first, second, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13,
+                                        14, 15);
+#elif defined(__AVX__)
+    r.part[i] = __builtin_shufflevector(first, second, 0, 1, 2, 3, 4, 5, 6, 7);
+#else
+    r.part[i] = __builtin_shufflevector(first, second, 0, 1, 2, 3);
+#endif
+  }
+#endif
+  return r;
+}
+
+// Bit i is set when a[i] <= b[i].
+KELG729F_VEC unsigned lanes_at_most(Float16 a, Float16 b) {
+#if !defined(KELG729F_PLAIN) && defined(__AVX512F__)
+  return _mm512_cmp_ps_mask(a.part[0], b.part[0], _CMP_LE_OQ);
+#else
+  unsigned bits = 0;
+  for (int i = 0; i < kFloatParts; ++i) {
+#if defined(KELG729F_PLAIN)
+    const int part = a.part[i] <= b.part[i];
+#elif defined(__AVX__)
+    const int part = _mm256_movemask_ps(_mm256_cmp_ps(a.part[i], b.part[i], _CMP_LE_OQ));
+#elif defined(__SSE2__)
+    const int part = _mm_movemask_ps(_mm_cmple_ps(a.part[i], b.part[i]));
+#else
+    int part = 0;
+    for (int k = 0; k < kFloatLanes / kFloatParts; ++k)
+      part |= (a.part[i][k] <= b.part[i][k]) << k;
+#endif
+    bits |= static_cast<unsigned>(part) << (i * kFloatLanes / kFloatParts);
+  }
+  return bits;
+#endif
+}
+
+// Whether a <= b in every lane; false when a lane cannot be compared.
+KELG729F_VEC bool all_at_most(Float16 a, Float16 b) {
+  return lanes_at_most(a, b) == 0xFFFF;
+}
+
+}  // namespace g729::inline KELG729F_TARGET
