@@ -65,65 +65,6 @@ TEST(Decoder, SplitsLikeSingleFrames) {
   EXPECT_EQ(bytes_of(pull(whole).get()), joined);
 }
 
-TEST(Decoder, FlowReturnsComeBack) {
-  for (const GstFlowReturn flow : {GST_FLOW_EOS, GST_FLOW_FLUSHING, GST_FLOW_ERROR}) {
-    Harness h = make_decoder();
-    gst_harness_push(h.get(), make_buffer(10));
-    const auto refuse = [](GstPad*, GstPadProbeInfo* info, gpointer data) {
-      gst_clear_buffer(reinterpret_cast<GstBuffer**>(&info->data));
-      info->ABI.abi.flow_ret = static_cast<GstFlowReturn>(GPOINTER_TO_INT(data));
-      return GST_PAD_PROBE_HANDLED;
-    };
-    gst_pad_add_probe(h->sinkpad, GST_PAD_PROBE_TYPE_BUFFER, refuse, GINT_TO_POINTER(flow),
-                      nullptr);
-    EXPECT_EQ(gst_harness_push(h.get(), make_buffer(10)), flow);
-  }
-}
-
-// An allocator that gives nothing, in the place of the framework's own.
-struct EmptyAllocator {
-  GstAllocator parent;
-};
-struct EmptyAllocatorClass {
-  GstAllocatorClass parent;
-};
-G_DEFINE_TYPE(EmptyAllocator, empty_allocator, GST_TYPE_ALLOCATOR)
-void empty_allocator_class_init(EmptyAllocatorClass* klass) {
-  klass->parent.alloc = [](GstAllocator*, gsize, GstAllocationParams*) -> GstMemory* {
-    return nullptr;
-  };
-}
-void empty_allocator_init(EmptyAllocator*) {}
-
-struct NoMemory {
-  GstAllocator* usual = gst_allocator_find(nullptr);
-  NoMemory() {
-    gst_allocator_set_default(
-        GST_ALLOCATOR(gst_object_ref_sink(g_object_new(empty_allocator_get_type(), nullptr))));
-  }
-  ~NoMemory() { gst_allocator_set_default(usual); }
-};
-
-TEST(Decoder, AllocationFailure) {
-  const struct {
-    const char* category;
-    GstDebugLevel level;
-    Harness harness;
-    gsize size;
-  } cases[] = {{"g729fdec", GST_LEVEL_WARNING, make_decoder(), 12},
-               {"g729fenc", GST_LEVEL_DEBUG, make_encoder(), 320}};
-  for (const auto& c : cases) {
-    LogCapture log(c.category);
-    GstBuffer* buffer = make_buffer(c.size);
-    {
-      const NoMemory no_memory;
-      EXPECT_EQ(gst_harness_push(c.harness.get(), buffer), GST_FLOW_ERROR);
-    }
-    EXPECT_EQ(log.count(c.level, "failed to alloc buffer"), 1u) << c.category;
-    EXPECT_EQ(gst_harness_buffers_in_queue(c.harness.get()), 0u);
-  }
-}
-
 TEST(Decoder, Logs) {
   LogCapture log("g729fdec");
   Harness h = make_decoder();

@@ -63,6 +63,19 @@ inline GstBuffer* make_buffer(gsize size, GstClockTime pts = GST_CLOCK_TIME_NONE
   return buffer;
 }
 
+inline void send_segment(GstHarness* h, GstClockTime start = 0) {
+  GstSegment segment;
+  gst_segment_init(&segment, GST_FORMAT_TIME);
+  segment.start = segment.time = segment.position = start;
+  gst_harness_push_event(h, gst_event_new_segment(&segment));
+}
+
+inline void flush(GstHarness* h) {
+  gst_harness_push_event(h, gst_event_new_flush_start());
+  gst_harness_push_event(h, gst_event_new_flush_stop(TRUE));
+  send_segment(h);
+}
+
 inline std::vector<guint8> bytes_of(GstBuffer* buffer) {
   std::vector<guint8> bytes(gst_buffer_get_size(buffer));
   gst_buffer_extract(buffer, 0, bytes.data(), bytes.size());

@@ -43,7 +43,7 @@ struct Pipeline {
   }
   bool wait_for_end() {
     constexpr auto kinds = static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR);
-    GstMessage* message = gst_bus_timed_pop_filtered(bus.get(), 30 * GST_SECOND, kinds);
+    GstMessage* message = gst_bus_timed_pop_filtered(bus.get(), 120 * GST_SECOND, kinds);
     const bool ended = message && GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS;
     if (message) gst_message_unref(message);
     return ended;

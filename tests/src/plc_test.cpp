@@ -213,11 +213,7 @@ TEST(Concealment, BeforeAnythingCame) {
 TEST(Concealment, NothingFromBeforeAFlush) {
   Lossy link;
   for (const auto& frame : coded_voice(20)) link.speech(frame);
-  gst_harness_push_event(link.h.get(), gst_event_new_flush_start());
-  gst_harness_push_event(link.h.get(), gst_event_new_flush_stop(TRUE));
-  GstSegment time;
-  gst_segment_init(&time, GST_FORMAT_TIME);
-  gst_harness_push_event(link.h.get(), gst_event_new_segment(&time));
+  flush(link.h.get());
   while (Buffer old{gst_harness_try_pull(link.h.get())}) continue;
   GstClockTime end = link.now;
   link.gap(20 * GST_MSECOND);

@@ -1,12 +1,13 @@
-// The decoder in disorder: random sequences of buffers, descriptors, invalid sizes, flushes and
-// state changes, while a ticker drives comfort noise as fast as it goes. What is looked for is
-// deadlocks (the test does not end), races and leaks (by the sanitizers) and warnings (fatal).
-#include <atomic>
+// The elements in disorder: random sequences of buffers, flushes, ends, caps, properties, failures
+// and state changes, in one thread and in several, on a test clock that a ticker turns as fast as
+// it goes and on the system's. What is looked for is deadlocks (the watchdog ends the test), races
+// and leaks (by the sanitizers and the leaks tracer) and warnings (fatal).
 #include <cstdlib>
 #include <random>
 #include <thread>
 
-#include "tests/src/harness.h"
+#include "tests/src/faults.h"
+#include "tests/src/pipeline.h"
 
 namespace {
 
@@ -17,143 +18,182 @@ int sequences(int usual) {
   return set ? std::atoi(set) : usual;
 }
 
-// Releases every wait on the clock, from a thread of its own.
-class Ticker {
+void linger(Random& random) {
+  g_usleep(random() % 200);
+}
+
+// Does something again and again in a thread of its own, as long as the object lives.
+class Again {
  public:
-  explicit Ticker(GstTestClock* clock) : clock_(clock), thread_([this] { run(); }) {}
-  ~Ticker() {
+  template <typename F>
+  Again(unsigned seed, F step)
+      : thread_([this, seed, step] {
+          Random random(seed);
+          while (!done_) step(random);
+        }) {}
+  ~Again() {
     done_ = true;
     thread_.join();
   }
 
  private:
-  void run() {
-    while (!done_) {
-      if (gst_test_clock_peek_id_count(clock_) > 0) {
-        gst_test_clock_advance_time(clock_, kTick);
-        GstClockID id = gst_test_clock_process_next_clock_id(clock_);
-        if (id) gst_clock_id_unref(id);
-      }
-      std::this_thread::yield();
-    }
-  }
-
-  GstTestClock* clock_;
   std::atomic<bool> done_ = false;
   std::thread thread_;
 };
 
+constexpr gsize kMostFrames = 6;
+constexpr gsize kMost = kMostFrames * kPcm;
+
+// An element on a clock that stands still but for a thread that releases every wait on it.
 struct Stage {
-  Harness h = make_decoder();
+  NoMemory memory{0};
+  const Kind& kind;
+  Harness h = kind.make();
+  Object<GstElement> element{gst_harness_find_element(h.get(), kind.name)};
+  Downstream downstream{h.get()};
   Object<GstTestClock> clock;
   std::atomic<GstClockTime> pts = 0;
+  std::unique_ptr<Again> ticker;
 
-  Stage() {
+  explicit Stage(const Kind& which) : kind(which) {
     gst_harness_set_drop_buffers(h.get(), TRUE);
     gst_harness_use_testclock(h.get());
     clock.reset(gst_harness_get_testclock(h.get()));
+    ticker = std::make_unique<Again>(0, [this](Random&) { tick(); });
   }
+  void tick() {
+    if (gst_test_clock_peek_id_count(clock.get()) > 0) {
+      gst_test_clock_advance_time(clock.get(), kTick);
+      GstClockID id = gst_test_clock_process_next_clock_id(clock.get());
+      if (id) gst_clock_id_unref(id);
+    }
+    std::this_thread::yield();
+  }
+  // The memory is not the default allocator's, which may fail.
   void push(gsize size) {
+    static constexpr guint8 kBytes[kMost] = {0x5a, 0x17, 0x42, 0x93, 0xc8, 0x21};
+    GstBuffer* buffer = size ? gst_buffer_new_memdup(kBytes, size) : gst_buffer_new();
     const GstClockTime at = pts.fetch_add(kTick);
-    gst_harness_push(h.get(), make_buffer(size, size % 3 ? at : GST_CLOCK_TIME_NONE));
+    if (size % 3) GST_BUFFER_PTS(buffer) = at;
+    gst_harness_push(h.get(), buffer);
   }
-  void send_stream_start() {
-    gst_harness_push_event(h.get(), gst_event_new_stream_start("storm"));
-    GstCaps* caps = gst_caps_from_string(kG729Caps);
-    gst_harness_push_event(h.get(), gst_event_new_caps(caps));
-    gst_caps_unref(caps);
-    send_segment();
-  }
-  void send_segment() {
-    GstSegment segment;
-    gst_segment_init(&segment, GST_FORMAT_TIME);
-    gst_harness_push_event(h.get(), gst_event_new_segment(&segment));
-  }
-  void flush() {
-    gst_harness_push_event(h.get(), gst_event_new_flush_start());
-    gst_harness_push_event(h.get(), gst_event_new_flush_stop(TRUE));
-    send_segment();
+  // Frames; for the decoder often the beginning of comfort noise, and now and then no packet.
+  void push_some(Random& random) {
+    const auto frames = 1 + random() % kMostFrames;
+    if (kind.packet == kPcm) return push(random() % 4 ? frames * kPcm : random() % (kMost / 2) * 2);
+    switch (random() % 8) {
+      case 0:
+      case 1:
+        return push(10 * frames);
+      case 2:
+      case 3:
+      case 4:
+        return push(2);
+      case 5:
+        return push(12);
+      default:
+        return push(random() % 20);
+    }
   }
   void set(GstState state) {
     EXPECT_NE(gst_element_set_state(h->element, state), GST_STATE_CHANGE_FAILURE);
   }
+  void set_property(Random& random) {
+    const auto number = static_cast<gint>(random() % 6);
+    if (kind.packet == kPcm) {
+      g_object_set(element.get(), "frames", number, "annexb", number % 2, nullptr);
+    } else {
+      g_object_set(element.get(), "plc", number % 2, "tolerance", gint64{number} * 10000000,
+                   "max-errors", number - 1, nullptr);
+    }
+    GstStructure* stats = nullptr;
+    g_object_get(element.get(), "stats", &stats, nullptr);
+    gst_structure_free(stats);
+  }
 };
 
-void linger(Random& random) {
-  g_usleep(random() % 200);
-}
-
 void random_step(Stage& stage, Random& random) {
-  constexpr gsize kInvalid[] = {1, 4, 8, 11, 13, 15, 19};
-  switch (random() % 16) {
+  constexpr GstFlowReturn kAnswers[] = {GST_FLOW_OK, GST_FLOW_EOS, GST_FLOW_FLUSHING,
+                                        GST_FLOW_ERROR, GST_FLOW_NOT_LINKED};
+  GstHarness* h = stage.h.get();
+  switch (random() % 24) {
     case 0:
     case 1:
+      return flush(h);
     case 2:
-      return stage.push(10 * (1 + random() % 6));
-    case 3:
-    case 4:
-    case 5:
-    case 6:
-      return stage.push(2);
-    case 7:
-      return stage.push(12);
-    case 8:
-    case 9:
-      return stage.push(kInvalid[random() % std::size(kInvalid)]);
-    case 10:
-      return stage.flush();
-    case 11:
       stage.set(random() % 2 ? GST_STATE_READY : GST_STATE_NULL);
       stage.set(GST_STATE_PLAYING);
-      return stage.send_stream_start();
-    case 12:
-      gst_harness_push_event(stage.h.get(), gst_event_new_eos());
-      return stage.flush();
-    case 13:
-      stage.send_segment();
-      return stage.push(2);
-    default:
+      return send_stream(h, stage.kind.caps);
+    case 3:
+      gst_harness_push_event(h, gst_event_new_eos());
+      return flush(h);
+    case 4:
+      return send_segment(h, stage.pts);
+    case 5:
+      gst_harness_push_event(h, gst_event_new_gap(stage.pts, random() % 100 * GST_MSECOND));
+      return;
+    case 6:
+      return stage.set_property(random);
+    case 7:
+      return send_caps(h, random() % 2 ? "audio/x-mulaw, rate=8000" : stage.kind.caps);
+    case 8:
+      stage.downstream.answer(kAnswers[random() % std::size(kAnswers)]);
+      stage.push_some(random);
+      return stage.downstream.answer(GST_FLOW_OK);
+    case 9:
+      stage.memory.fail_every(1 + static_cast<int>(random() % 2));
+      stage.push_some(random);
+      return stage.memory.fail_every(0);
+    case 10:
+    case 11:
       return linger(random);
+    default:
+      return stage.push_some(random);
   }
 }
 
-TEST(Storm, RandomSequences) {
-  Stage stage;
-  const Ticker ticker(stage.clock.get());
+class Storm : public testing::TestWithParam<Kind> {
+ protected:
+  Stage stage{GetParam()};
+};
+FOR_BOTH_ELEMENTS(Storm);
+
+TEST_P(Storm, RandomSequences) {
   Random random(20);
-  for (int i = sequences(10000); i > 0; i--) {
+  for (int i = sequences(5000); i > 0; i--) {
     for (int steps = 1 + static_cast<int>(random() % 8); steps > 0; steps--) {
       random_step(stage, random);
     }
   }
 }
 
-// Data from one thread, flushes and state changes from another. As upstream elements do, a new
-// stream or segment is begun while no data is under way; the rest comes at any moment.
-TEST(Storm, StateChangesWhileDataFlows) {
-  Stage stage;
-  const Ticker ticker(stage.clock.get());
+// Data and properties from threads of their own, flushes and state changes from another. As
+// upstream elements do, a new stream or segment is begun while no data is under way; the rest comes
+// at any moment.
+TEST_P(Storm, StateChangesWhileDataFlows) {
   std::mutex upstream;
-  std::atomic<bool> done = false;
-  std::thread streaming([&] {
-    Random random(21);
-    while (!done) {
-      {
-        const std::lock_guard lock(upstream);
-        stage.push(random() % 2 ? 2 : 20);
-      }
-      linger(random);
+  const Again streaming(21, [&](Random& random) {
+    {
+      const std::lock_guard lock(upstream);
+      stage.push_some(random);
     }
+    linger(random);
   });
-  Random random(22);
-  for (int i = sequences(10000) / 4; i > 0; i--) {
+  const Again properties(22, [&](Random& random) {
+    stage.set_property(random);
+    linger(random);
+  });
+  GstHarness* h = stage.h.get();
+  Random random(23);
+  for (int i = sequences(5000); i > 0; i--) {
     linger(random);
     const auto kind = random() % 4;
     if (kind == 0) {
-      gst_harness_push_event(stage.h.get(), gst_event_new_flush_start());
+      stage.downstream.block(random() % 2);
+      gst_harness_push_event(h, gst_event_new_flush_start());
       const std::lock_guard lock(upstream);
-      gst_harness_push_event(stage.h.get(), gst_event_new_flush_stop(TRUE));
-      stage.send_segment();
+      gst_harness_push_event(h, gst_event_new_flush_stop(TRUE));
+      send_segment(h);
     } else if (kind == 1) {
       stage.set(GST_STATE_PAUSED);
       stage.set(GST_STATE_PLAYING);
@@ -161,32 +201,55 @@ TEST(Storm, StateChangesWhileDataFlows) {
       stage.set(kind == 2 ? GST_STATE_READY : GST_STATE_NULL);
       const std::lock_guard lock(upstream);
       stage.set(GST_STATE_PLAYING);
-      stage.send_stream_start();
+      send_stream(h, stage.kind.caps);
     }
   }
-  done = true;
-  streaming.join();
 }
 
-// The properties may be written by any thread while the encoder runs.
-TEST(Storm, EncoderPropertiesWhileDataFlows) {
-  Harness h = make_encoder(2, true);
-  gst_harness_set_drop_buffers(h.get(), TRUE);
-  std::atomic<bool> done = false;
-  std::thread writer([&] {
-    Random random(23);
-    while (!done) {
-      gst_harness_set(h.get(), "kelg729fenc", "frames", static_cast<gint>(random() % 6), "annexb",
-                      static_cast<gboolean>(random() % 2), nullptr);
-    }
+// Both elements in a pipeline on the system's clock, every state after every other.
+TEST(StormPipeline, RandomStates) {
+  Pipeline pipeline(std::string("appsrc name=src format=time is-live=true do-timestamp=true "
+                                "block=true max-bytes=3200 caps=\"") +
+                    kRawCaps + "\" ! kelg729fenc annexb=true frames=1 ! kelg729fdec plc=true ! " +
+                    "fakesink sync=true");
+  const auto source = pipeline.get("src");
+  const Again feeding(24, [&](Random& random) {
+    GstBuffer* buffer = make_buffer(kPcm, GST_CLOCK_TIME_NONE, static_cast<guint32>(random()));
+    if (random() % 64) gst_buffer_memset(buffer, 0, 0, kPcm);
+    gst_app_src_push_buffer(GST_APP_SRC(source.get()), buffer);
+    linger(random);
   });
-  for (int i = sequences(10000) / 4; i > 0; i--) {
-    EXPECT_EQ(gst_harness_push(h.get(), make_buffer(kPcm * 2, GST_CLOCK_TIME_NONE,
-                                                    static_cast<std::uint32_t>(i))),
-              GST_FLOW_OK);
+  constexpr GstState kStates[] = {GST_STATE_NULL, GST_STATE_READY, GST_STATE_PAUSED,
+                                  GST_STATE_PLAYING, GST_STATE_PLAYING};
+  Random random(25);
+  for (int i = sequences(1000); i > 0; i--) {
+    EXPECT_NE(pipeline.set(kStates[random() % std::size(kStates)]), GST_STATE_CHANGE_FAILURE);
+    g_usleep(random() % 8 ? random() % 500 : 20000);
   }
-  done = true;
-  writer.join();
+  pipeline.set(GST_STATE_NULL);
+  EXPECT_EQ(pipeline.complaints(), std::vector<std::string>{});
+}
+
+// Seeks through both elements, with a flush at any moment, without when the pipeline plays: it waits
+// for the sink, which would wait for the rest of the pipeline's start.
+TEST(StormPipeline, Seeks) {
+  Pipeline pipeline(
+      "audiotestsrc name=src samplesperbuffer=80 ! kelg729fenc frames=1 ! kelg729fdec ! "
+      "fakesink sync=true");
+  pipeline.set(GST_STATE_PLAYING);
+  const auto wait = [&] {
+    gst_element_get_state(pipeline.top.get(), nullptr, nullptr, GST_CLOCK_TIME_NONE);
+  };
+  wait();
+  Random random(26);
+  for (int i = sequences(300); i > 0; i--) {
+    const auto flags = random() % 4 ? GST_SEEK_FLAG_FLUSH : GST_SEEK_FLAG_NONE;
+    if (flags == GST_SEEK_FLAG_NONE) wait();
+    EXPECT_TRUE(gst_element_seek_simple(pipeline.top.get(), GST_FORMAT_TIME, flags,
+                                        static_cast<gint64>(random() % 100) * GST_SECOND));
+    g_usleep(random() % 2000);
+  }
+  EXPECT_EQ(pipeline.complaints(), std::vector<std::string>{});
 }
 
 }  // namespace

@@ -31,8 +31,8 @@ inline Samples constant(int frames, double level) {
 }
 inline Samples noise(int frames, double deviation, uint32_t seed = 1) {
   std::mt19937 random(seed);
-  std::normal_distribution<double> normal(0.0, deviation);
-  return make(frames, [&](int) { return normal(random); });
+  std::normal_distribution<double> normal;
+  return make(frames, [&](int) { return deviation * normal(random); });
 }
 inline Samples square(int frames, int half_period) {
   return make(frames, [=](int n) { return n / half_period % 2 ? -32768.0 : 32767.0; });

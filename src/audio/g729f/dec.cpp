@@ -217,6 +217,14 @@ static GstEvent* take_segment(KelG729fDec* dec, GstEvent* event) {
   return event;
 }
 
+// Whether there is a segment for output to lie in: none after a flush, until one comes.
+static bool has_segment(GstAudioDecoder* base) {
+  GstEvent* segment = gst_pad_get_sticky_event(base->sinkpad, GST_EVENT_SEGMENT, 0);
+  if (!segment) return false;
+  gst_event_unref(segment);
+  return true;
+}
+
 // Comfort noise ends where its stream ends: nothing may follow an end of stream, nor come between
 // a flush and the segment after it.
 static gboolean kel_g729f_dec_sink_event(GstAudioDecoder* base, GstEvent* event) {
@@ -234,7 +242,7 @@ static gboolean kel_g729f_dec_sink_event(GstAudioDecoder* base, GstEvent* event)
       break;
     case GST_EVENT_GAP:
       // Other gaps are passed on.
-      gst_audio_decoder_set_plc_aware(base, plc_is_loss(dec->plc, event));
+      gst_audio_decoder_set_plc_aware(base, has_segment(base) && plc_is_loss(dec->plc, event));
       break;
     default:
       break;

@@ -19,9 +19,9 @@ using Signal = std::vector<double>;
 
 Signal noise(int n, double scale, unsigned seed) {
   std::mt19937 random(seed);
-  std::normal_distribution<double> normal(0, scale);
+  std::normal_distribution<double> normal;
   Signal x(static_cast<size_t>(n));
-  for (double& v : x) v = normal(random);
+  for (double& v : x) v = scale * normal(random);
   return x;
 }
 

@@ -21,9 +21,9 @@ class SearchSignals {
   }
 
   std::vector<double> noise(double amplitude) {
-    std::normal_distribution<double> normal(0.0, amplitude);
+    std::normal_distribution<double> normal;
     std::vector<double> x(kSubframe);
-    for (double& v : x) v = normal(generator_);
+    for (double& v : x) v = amplitude * normal(generator_);
     return x;
   }
 
