@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 #include <string>
 
 #include "tests/codec/decoder/random_frames.h"
@@ -43,23 +42,6 @@ TEST(DecoderHandle, BytesAreASerialFrame) {
     testing::internal::GetCapturedStdout();
     ASSERT_TRUE(std::equal(serial.samples, serial.samples + kFrame, bytes.samples)) << i;
   }
-}
-
-// Whatever arrives, every state stays finite.
-TEST(DecoderHandle, RandomFramesStayFinite) {
-  RandomFrames frames(2);
-  Handle handle;
-  testing::internal::CaptureStdout();
-  constexpr int kSizes[] = {0, 16, 64, 80, 118}, kLossPercent[] = {0, 5, 50};
-  int size = 80;
-  for (int i = 0; i < 120000; ++i) {
-    if (frames.below(20) == 0) size = kSizes[frames.below(5)];
-    SerialFrame f = frames.frame(size);
-    if (frames.below(100) < kLossPercent[i / 1000 % 3]) f.erase();
-    decode_serial_frame(&handle, f.word, handle.samples);
-    for (const double v : handle.output) ASSERT_TRUE(std::isfinite(v)) << "frame " << i;
-  }
-  testing::internal::GetCapturedStdout();
 }
 
 TEST(DecoderHandle, ErasedFramesTakeTheTypeBefore) {
