@@ -38,12 +38,15 @@ need_for_building() {
     libcli11-dev asterisk-core-sounds-en-wav "$@"
 }
 
-# configure [OPTION...]: makes build/ or sets these options in it.
+# Where to build.
+build_folder=build
+
+# configure [OPTION...]: makes the folder or sets these options in it.
 configure() {
   local again=()
-  [ -f build/build.ninja ] && again=(--reconfigure)
-  quietly meson setup "${again[@]}" build --buildtype=release "$@"
+  [ -f "$build_folder/build.ninja" ] && again=(--reconfigure)
+  quietly meson setup "${again[@]}" "$build_folder" --buildtype=release "$@"
 }
 
 # compile [TARGET...]: all of it when nothing is named.
-compile() { quietly meson compile -C build "$@"; }
+compile() { quietly meson compile -C "$build_folder" "$@"; }
