@@ -87,35 +87,34 @@ KELG729F_VEC uint64_t promising_pairs(const Search& s) {
   return pairs;
 }
 
-// Up to eight pairs of first and second pulses with all third pulses of each.
+// Up to eight pairs of first and second pulses with all third pulses of each, for the screen.
 struct Triples {
   int p0[kLanes], p1[kLanes];
-  alignas(kVectorAlign) double ps[kLanes][kTrackPositions];      // [pair][p2]
-  alignas(kVectorAlign) double energy[kLanes][kTrackPositions];  // [pair][p2]
-  // Cross terms of the pair with the tracks of the fourth pulse.
-  alignas(kVectorAlign) double cross[kLanes][kFourthTracks][kTrackPositions];
-  // For the screen: scaled correlations and energies by p2, and the cross terms.
-  alignas(kVectorAlign) float ps_energy[kLanes][2 * kTrackPositions];
-  alignas(kVectorAlign) float screen_cross[kLanes][kFloatLanes];
+  alignas(kVectorAlign) float ps_energy[kLanes][2 * kTrackPositions];  // by p2: scaled sum of d,
+                                                                       // then energy
+  alignas(kVectorAlign) float cross[kLanes][kFloatLanes];  // of the pair with the fourth pulse
   uint64_t passing;  // over the threshold: bit 8 pair + p2
 };
 
+// Sum of d of the pulses p0, p1 and every p2, and their energy.
+struct Third {
+  Vec8 ps, energy;
+};
+KELG729F_VEC Third third_pulses(const Search& s, int p0, int p1) {
+  const auto &row0 = s.rr.row[0][p0], &row1 = s.rr.row[1][p1];
+  const double energy = s.rr.diagonal[0][p0] + s.rr.diagonal[1][p1] + row0[1][p1];
+  return {splat(s.d[0][p0] + s.d[1][p1]) + load(s.d[2]),
+          (splat(energy) + load(s.rr.diagonal[2])) + (load(row0[2]) + load(row1[2]))};
+}
+
 KELG729F_VEC void add_pair(const Search& s, int p0, int p1, int pair, Triples* triples) {
   const auto &row0 = s.rr.row[0][p0], &row1 = s.rr.row[1][p1];
-  const Vec8 ps = splat(s.d[0][p0] + s.d[1][p1]) + load(s.d[2]);
-  const double energy1 = s.rr.diagonal[0][p0] + s.rr.diagonal[1][p1] + row0[1][p1];
-  const Vec8 energy =
-      (splat(energy1) + load(s.rr.diagonal[2])) + (load(row0[2]) + load(row1[2]));
-  const Vec8 cross3 = load(row0[3]) + load(row1[3]), cross4 = load(row0[4]) + load(row1[4]);
-  store(triples->ps[pair], ps);
-  store(triples->energy[pair], energy);
-  store(triples->cross[pair][0], cross3);
-  store(triples->cross[pair][1], cross4);
-  store(triples->ps_energy[pair], narrow(ps * splat(s.screen.scale), energy));
-  store(triples->screen_cross[pair], narrow(cross3, cross4));
+  const Third third = third_pulses(s, p0, p1);
+  store(triples->ps_energy[pair], narrow(third.ps * splat(s.screen.scale), third.energy));
+  store(triples->cross[pair], narrow(load(row0[3]) + load(row1[3]), load(row0[4]) + load(row1[4])));
   triples->p0[pair] = p0;
   triples->p1[pair] = p1;
-  triples->passing |= static_cast<uint64_t>(lanes_greater(ps, splat(s.threshold)))
+  triples->passing |= static_cast<uint64_t>(lanes_greater(third.ps, splat(s.threshold)))
                       << (kLanes * pair);
 }
 
@@ -130,17 +129,23 @@ uint64_t collect_triples(const Search& s, uint64_t pairs, Triples* triples) {
 }
 
 // Tries a triple with every fourth pulse, in order: the candidates of track 3, then of track 4.
-void try_fourth(const Search& s, const Triples& triples, int pair, int p2, Winner* winner) {
+void try_fourth(const Search& s, int p0, int p1, int p2, Winner* winner) {
+  double ps3[kLanes], energy3[kLanes];
+  const Third third = third_pulses(s, p0, p1);
+  store(ps3, third.ps);
+  store(energy3, third.energy);
   Vec8 ps[kFourthTracks], energy[kFourthTracks];
   for (int k = 0; k < kFourthTracks; ++k) {
-    const Vec8 cross = load(triples.cross[pair][k]) + load(s.rr.row[2][p2][3 + k]);
-    ps[k] = splat(triples.ps[pair][p2]) + load(s.d[3 + k]);
-    energy[k] = (splat(triples.energy[pair][p2]) + load(s.rr.diagonal[3 + k])) + cross;
+    const int track = 3 + k;
+    const Vec8 cross = (load(s.rr.row[0][p0][track]) + load(s.rr.row[1][p1][track])) +
+                       load(s.rr.row[2][p2][track]);
+    ps[k] = splat(ps3[p2]) + load(s.d[track]);
+    energy[k] = (splat(energy3[p2]) + load(s.rr.diagonal[track])) + cross;
   }
   const int fourth = improve_best<kFourthTracks>(ps, energy, &winner->best);
   if (fourth < 0) return;
   winner->fourth_track = 3 + fourth / kTrackPositions;
-  const int place[kPulses] = {triples.p0[pair], triples.p1[pair], p2, fourth % kTrackPositions};
+  const int place[kPulses] = {p0, p1, p2, fourth % kTrackPositions};
   std::copy_n(place, kPulses, winner->place);
 }
 
@@ -158,11 +163,11 @@ void search_fourth(const Search& s, const Triples& triples, uint64_t passing, Wi
     const int pair = lowest / kLanes, p2 = lowest % kLanes;
     const float* const third = triples.ps_energy[pair] + p2;
     const Float16 ps = splat(third[0]) + d;
-    const Float16 energy = (splat(third[kTrackPositions]) + load(triples.screen_cross[pair])) +
+    const Float16 energy = (splat(third[kTrackPositions]) + load(triples.cross[pair])) +
                            load(s.screen.energy[p2]);
     if (all_at_most(ps * ps, bar * energy)) [[likely]]
       continue;
-    try_fourth(s, triples, pair, p2, winner);
+    try_fourth(s, triples.p0[pair], triples.p1[pair], p2, winner);
     bar = screen_bar(s.screen, winner->best);
   }
 }
@@ -194,11 +199,8 @@ int largest_place(const double* d) {
 // The best fourth pulse for the three largest correlations; kStart when they pass no threshold.
 BestCandidate strongest_triple(const Search& s) {
   const int p0 = largest_place(s.d[0]), p1 = largest_place(s.d[1]), p2 = largest_place(s.d[2]);
-  Triples triples;
-  triples.passing = 0;
-  add_pair(s, p0, p1, 0, &triples);
   Winner winner;
-  search_fourth(s, triples, triples.passing & uint64_t{1} << p2, &winner);
+  if ((s.d[0][p0] + s.d[1][p1]) + s.d[2][p2] > s.threshold) try_fourth(s, p0, p1, p2, &winner);
   return winner.best;
 }
 
