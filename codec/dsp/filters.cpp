@@ -103,18 +103,54 @@ KELG729F_VEC void synthesize(int order, const double* a, const double* x, double
   for (; k < n; ++k) out[k] = next_one(m, a, x[k], out + k);
 }
 
-// The two newest outputs' terms come last, from registers and not by way of memory. m is at least 2.
-template <int kFixed>
-KELG729F_VEC void synthesize_pair(int order, const double* a, const Pair* x, Pair* out, int n) {
-  const int m = kFixed ? kFixed : order;
-  Pair older = out[-2], newest = out[-1];
-  for (int k = 0; k < n; ++k) {
-    Pair s = x[k];
-    for (int i = m; i >= 3; --i) s = s - a[i] * out[k - i];
-    s = (s - a[2] * older) - a[1] * newest;
-    older = newest;
-    out[k] = newest = s;
+// Signals that two filters with the same coefficients work on, side by side.
+struct PairSignals {
+  const double *x0, *mem0, *x1, *mem1;
+  double *y0, *y1;
+};
+
+KELG729F_VEC Pair input(const PairSignals& p, int k) {
+  return Pair{p.x0[k], p.x1[k]};
+}
+KELG729F_VEC void output(const PairSignals& p, int k, Pair y) {
+  p.y0[k] = lane(y, 0);
+  p.y1[k] = lane(y, 1);
+}
+
+// Order 10, all in registers: last[j] is the newest output whose number is j modulo 10.
+void synthesize_pair_10(const double* a, const PairSignals& p) {
+  static_assert(kSubframe % kOrder == 0);
+  Pair c[kCoeffs], last[kOrder];
+  for (int i = 1; i <= kOrder; ++i) c[i] = twice(a[i]);
+  for (int i = 0; i < kOrder; ++i) last[i] = Pair{p.mem0[i], p.mem1[i]};
+  for (int k = 0; k < kSubframe; k += kOrder) {
+#pragma GCC unroll 10
+    for (int j = 0; j < kOrder; ++j) {
+      Pair y = input(p, k + j);
+#pragma GCC unroll 10
+      for (int i = kOrder; i >= 1; --i) y = y - c[i] * last[(j - i + kOrder) % kOrder];
+      output(p, k + j, last[j] = y);
+    }
   }
+}
+
+void synthesize_pair(int m, const double* a, const PairSignals& p) {
+  Pair work[kBackwardOrder + kSubframe];
+  Pair* const out = work + m;
+  for (int i = 0; i < m; ++i) work[i] = Pair{p.mem0[i], p.mem1[i]};
+  for (int k = 0; k < kSubframe; ++k) {
+    Pair y = input(p, k);
+    for (int i = m; i >= 1; --i) y = y - a[i] * out[k - i];
+    output(p, k, out[k] = y);
+  }
+}
+
+// `out` follows the outputs before it.
+void synthesize(int m, const double* a, const double* x, double* out, int n) {
+  if (m == kOrder)
+    synthesize<kOrder>(m, a, x, out, n);
+  else
+    synthesize<0>(m, a, x, out, n);
 }
 
 }  // namespace
@@ -122,30 +158,21 @@ KELG729F_VEC void synthesize_pair(int order, const double* a, const Pair* x, Pai
 void synthesis_filter(int m, const double* a, const double* x, double* y, int n, double* mem,
                       bool update) {
   double work[kBackwardOrder + kFrame];
-  double* const out = work + m;
-  copy_vector(mem, work, m);
-  if (m == kOrder)
-    synthesize<kOrder>(m, a, x, out, n);
-  else
-    synthesize<0>(m, a, x, out, n);
-  copy_vector(out, y, n);
+  const bool continues = mem + m == y;
+  double* const out = continues ? y : work + m;
+  if (!continues) copy_vector(mem, work, m);
+  synthesize(m, a, x, out, n);
+  if (!continues) copy_vector(out, y, n);
   if (update && n > 0) copy_vector(out + n - m, mem, m);
 }
 
 void synthesis_filter_pair(int m, const double* a, const double* x0, const double* mem0, double* y0,
-                           const double* x1, const double* mem1, double* y1, int n) {
-  Pair x[kFrame], work[kBackwardOrder + kFrame];
-  Pair* const out = work + m;
-  for (int i = 0; i < m; ++i) work[i] = Pair{mem0[i], mem1[i]};
-  for (int k = 0; k < n; ++k) x[k] = Pair{x0[k], x1[k]};
+                           const double* x1, const double* mem1, double* y1) {
+  const PairSignals signals = {x0, mem0, x1, mem1, y0, y1};
   if (m == kOrder)
-    synthesize_pair<kOrder>(m, a, x, out, n);
+    synthesize_pair_10(a, signals);
   else
-    synthesize_pair<0>(m, a, x, out, n);
-  for (int k = 0; k < n; ++k) {
-    y0[k] = lane(out[k], 0);
-    y1[k] = lane(out[k], 1);
-  }
+    synthesize_pair(m, a, signals);
 }
 
 void residual_filter(int m, const double* a, const double* x, double* y, int n) {

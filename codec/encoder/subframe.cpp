@@ -57,11 +57,11 @@ void compute_target_and_response(EncoderCoreState* state, SubframeWork* s) {
   zero_vector(s->h, kSubframe);
   copy_vector(s->ap1, s->h, s->weighting_order + 1);
   residual_filter(m, s->quantised.a, s->speech, s->exc, kSubframe);
-  synthesis_filter_pair(m, s->quantised.a, s->exc, fresh - m, fresh, s->h, rest, s->h, kSubframe);
+  synthesis_filter_pair(m, s->quantised.a, s->exc, fresh - m, fresh, s->h, rest, s->h);
   m = s->weighting_order;
   residual_filter(m, s->ap1, fresh, s->xn, kSubframe);
   synthesis_filter_pair(m, s->ap2, s->xn, state->weighted_error_mem + kBackwardOrder - m, s->xn,
-                        s->h, rest, s->h, kSubframe);
+                        s->h, rest, s->h);
 }
 
 int32_t* code_lag(SubframeWork* s, LagRange* range, int rate, int32_t* word) {
