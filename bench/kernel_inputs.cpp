@@ -24,9 +24,10 @@ void spectrum_inputs(const EncoderCoreState& before, const EncoderHandle& after,
   copy_vector(before.lsp_old, in->lsp_old, kOrder);
   lpc_to_lsp(in->a, in->lsp, in->lsp_old);
   in->lsp_history = before.freq_prev;
-  double lsp_q[kOrder], residual[kOrder];
+  double lsf[kOrder], lsp_q[kOrder], residual[kOrder];
   int index[2];
-  lsp_quantize(in->lsp_history, in->lsp, lsp_q, residual, index);
+  lsp_to_lsf(in->lsp, lsf, kOrder);
+  lsp_quantize(in->lsp_history, lsf, lsp_q, residual, index);
   interpolate_quantized_lpc(before.lsp_old_q, lsp_q, in->a_q);
 }
 

@@ -84,9 +84,10 @@ void register_spectrum() {
     keep(lsp);
   });
   kernel("lsp_quantize", 1, [](const KernelInput& in) {
-    double lsp_q[kOrder], residual[kOrder];
+    double lsf[kOrder], lsp_q[kOrder], residual[kOrder];
     int index[2];
-    lsp_quantize(in.lsp_history, in.lsp, lsp_q, residual, index);
+    lsp_to_lsf(in.lsp, lsf, kOrder);
+    lsp_quantize(in.lsp_history, lsf, lsp_q, residual, index);
     keep(index);
   });
   kernel("interpolate_lpc", 1, [](const KernelInput& in) {

@@ -54,9 +54,40 @@ KELG729F_VEC Float16 operator*(Float16 a, Float16 b) {
   return a;
 }
 
+KELG729F_VEC Float16 smaller(Float16 a, Float16 b) {
+  for (int i = 0; i < kFloatParts; ++i) a.part[i] = a.part[i] < b.part[i] ? a.part[i] : b.part[i];
+  return a;
+}
 KELG729F_VEC Float16 larger(Float16 a, Float16 b) {
   for (int i = 0; i < kFloatParts; ++i) a.part[i] = a.part[i] > b.part[i] ? a.part[i] : b.part[i];
   return a;
+}
+
+// Smallest of the lanes.
+KELG729F_VEC float smallest_lane(Float16 v) {
+  NativeFloat least = v.part[0];
+  for (int i = 1; i < kFloatParts; ++i) least = least < v.part[i] ? least : v.part[i];
+#if defined(KELG729F_PLAIN)
+  return least;
+#else
+#if defined(__AVX512F__)
+  const auto low8 = __builtin_shufflevector(least, least, 0, 1, 2, 3, 4, 5, 6, 7);
+  const auto high8 = __builtin_shufflevector(least, least, 8, 9, 10, 11, 12, 13, 14, 15);
+  const auto eight = low8 < high8 ? low8 : high8;
+#else
+  const auto eight = least;
+#endif
+#if defined(__AVX__)
+  const auto low4 = __builtin_shufflevector(eight, eight, 0, 1, 2, 3);
+  const auto high4 = __builtin_shufflevector(eight, eight, 4, 5, 6, 7);
+  const auto four = low4 < high4 ? low4 : high4;
+#else
+  const auto four = eight;
+#endif
+  const auto swapped = __builtin_shufflevector(four, four, 2, 3, 0, 1);
+  const auto two = four < swapped ? four : swapped;
+  return two[0] < two[1] ? two[0] : two[1];
+#endif
 }
 
 // Lanes 0..7 are `low` rounded to floats, lanes 8..15 are `high`.
@@ -102,8 +133,7 @@ KELG729F_VEC unsigned lanes_at_most(Float16 a, Float16 b) {
     const int part = _mm_movemask_ps(_mm_cmple_ps(a.part[i], b.part[i]));
 #else
     int part = 0;
-    for (int k = 0; k < kFloatLanes / kFloatParts; ++k)
-      part |= (a.part[i][k] <= b.part[i][k]) << k;
+    for (int k = 0; k < kFloatLanes / kFloatParts; ++k) part |= (a.part[i][k] <= b.part[i][k]) << k;
 #endif
     bits |= static_cast<unsigned>(part) << (i * kFloatLanes / kFloatParts);
   }

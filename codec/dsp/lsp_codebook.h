@@ -20,12 +20,17 @@ inline constexpr double kLsfHigh = 3.135;   // highest LSF
 extern const double kLspFirstStage[kFirstStage][kOrder];
 extern const double kLspSecondStage[kSecondStage][kOrder];
 
-// A codebook for searches over eight rows at once: block[b][j][i] is column j of row 8 b + i.
+// A codebook for searches over sixteen rows at once in single precision: block[b][j][i] is column j
+// of row 16 b + i, half_square[b][i] half the sum of that row's squares.
 template <int Rows>
 struct CodebookBlocks {
-  static constexpr int kCount = Rows / 8;
-  alignas(64) double block[kCount][kOrder][8];
+  static constexpr int kCount = Rows / 16;
+  alignas(64) float block[kCount][kOrder][16];
+  alignas(64) float half_square[kCount][16];
 };
+inline constexpr double kFirstStageMost = 3.0;   // no first-stage entry is as large
+inline constexpr double kHalfSquareMost = 23.0;  // nor half the square sum of a row
+inline constexpr double kSecondStageMost = 0.5;  // nor a second-stage entry in magnitude
 extern const CodebookBlocks<kFirstStage> kLspFirstStageBlocks;
 extern const CodebookBlocks<kSecondStage> kLspSecondStageBlocks;
 
@@ -52,6 +57,10 @@ void lsp_history_push(const double* residual, LspHistory* history);
 // Weights of the quantiser's error (clause 3.2.4): close neighbours weigh more.
 void lsf_weights(const double* lsf, double* weight);
 
+// Least distance of neighbours among the ten LSFs. When it is at least `gap`, lsp_spread with that
+// gap or a smaller one does nothing.
+double lsp_least_gap(const double* lsf);
+
 // Pushes buf[j-1] and buf[j] apart to at least `gap` for j = first..last-1 in order, each by half
 // of what is missing.
 void lsp_spread(double* buf, int first, int last, double gap);
@@ -67,6 +76,9 @@ void lsp_residual(const LspPredictor& predictor, const LspHistory& history, cons
 // Orders the LSFs by one pass of swaps and keeps them within kLsfLow, kLsfGap, kLsfHigh; prints
 // "warning LSP Low \n" or "warning LSP High \n" when an end is clamped.
 void lsp_stabilize(double* lsf);
+
+// Sum of a first-stage row and the halves of two second-stage rows.
+void lsp_codevector(int first, int lower, int upper, double* buf);
 
 // One speech frame's reconstruction: buf = codebook sum spread by both gaps, lsf = prediction,
 // stabilised. Word 0 is mode << 7 | first stage, word 1 lower << 5 | upper second-stage index.

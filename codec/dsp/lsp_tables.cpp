@@ -176,14 +176,35 @@ namespace {
 template <int Rows>
 consteval CodebookBlocks<Rows> blocks_of(const double (&rows)[Rows][kOrder]) {
   CodebookBlocks<Rows> r = {};
-  for (int i = 0; i < Rows; ++i)
-    for (int j = 0; j < kOrder; ++j) r.block[i / 8][j][i % 8] = rows[i][j];
+  for (int i = 0; i < Rows; ++i) {
+    double square = 0.0;
+    for (int j = 0; j < kOrder; ++j) {
+      r.block[i / 16][j][i % 16] = static_cast<float>(rows[i][j]);
+      square += rows[i][j] * rows[i][j];
+    }
+    r.half_square[i / 16][i % 16] = static_cast<float>(0.5 * square);
+  }
   return r;
+}
+
+// Whether all entries are below `entry` in magnitude and half the square sums below `half_square`.
+template <int Rows>
+constexpr bool within(const CodebookBlocks<Rows>& rows, double entry, double half_square) {
+  for (int i = 0; i < Rows; ++i) {
+    if (!(rows.half_square[i / 16][i % 16] < half_square)) return false;
+    for (int j = 0; j < kOrder; ++j) {
+      const double x = rows.block[i / 16][j][i % 16];
+      if (!(x < entry && x > -entry)) return false;
+    }
+  }
+  return true;
 }
 
 }  // namespace
 
 constexpr CodebookBlocks<kFirstStage> kLspFirstStageBlocks = blocks_of(kLspFirstStage);
 constexpr CodebookBlocks<kSecondStage> kLspSecondStageBlocks = blocks_of(kLspSecondStage);
+static_assert(within(kLspFirstStageBlocks, kFirstStageMost, kHalfSquareMost));
+static_assert(within(kLspSecondStageBlocks, kSecondStageMost, kHalfSquareMost));
 
 }  // namespace g729::inline KELG729F_TARGET

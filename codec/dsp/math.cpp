@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "codec/dsp/vec_or_scalar.h"
+
 namespace g729::inline KELG729F_TARGET {
 namespace {
 
@@ -10,17 +12,8 @@ constexpr double kPi = 3.14159265358979311600;
 constexpr double kHalfPi = kPi / 2;
 constexpr double kHalfPiLow = 6.12323399573676603587e-17;  // pi/2 - kHalfPi
 
-KELG729F_VEC double constant(double value, double) {
-  return value;
-}
-KELG729F_VEC Vec8 constant(double value, Vec8) {
-  return splat(value);
-}
 KELG729F_VEC double square_root(double x) {
   return __builtin_sqrt(x);
-}
-KELG729F_VEC double select(bool m, double a, double b) {
-  return m ? a : b;
 }
 
 // c[0] + c[1] x + c[2] x^2 + ..., four terms at a time so that few operations wait for each other.
@@ -28,10 +21,10 @@ template <typename T, int N>
 KELG729F_VEC T polynomial(const double (&c)[N], T x) {
   static_assert(N % 4 == 0, "pad with zeros");
   const T x2 = x * x, x4 = x2 * x2;
-  T r = constant(0.0, x);
+  T r = splat_as<T>(0.0);
   for (int k = N - 4; k >= 0; k -= 4) {
-    const T low = constant(c[k], x) + constant(c[k + 1], x) * x;
-    const T high = constant(c[k + 2], x) + constant(c[k + 3], x) * x;
+    const T low = splat_as<T>(c[k]) + splat_as<T>(c[k + 1]) * x;
+    const T high = splat_as<T>(c[k + 2]) + splat_as<T>(c[k + 3]) * x;
     r = k == N - 4 ? low + high * x2 : r * x4 + (low + high * x2);
   }
   return r;
@@ -54,7 +47,7 @@ consteval SineSeries sine_series() {
 template <typename T>
 KELG729F_VEC T cosine_kernel(T x) {
   constexpr SineSeries kSine = sine_series();
-  T t = constant(kHalfPi, x) - x + constant(kHalfPiLow, x);
+  T t = splat_as<T>(kHalfPi) - x + splat_as<T>(kHalfPiLow);
   return t * polynomial(kSine.c, t * t);
 }
 
@@ -72,7 +65,7 @@ KELG729F_VEC T arc_sine_excess(T z) {
 // |x| <= 1/2: pi/2 - asin x. Beyond: 2 asin sqrt((1 - |x|) / 2), mirrored for negative x.
 template <typename T>
 KELG729F_VEC T arc_cosine_kernel(T x) {
-  const T zero = constant(0.0, x), half = constant(0.5, x), one = constant(1.0, x);
+  const T zero = splat_as<T>(0.0), half = splat_as<T>(0.5), one = splat_as<T>(1.0);
   const auto negative = x < zero;
   T magnitude = select(negative, zero - x, x);
   magnitude = select(one < magnitude, one, magnitude);
@@ -81,19 +74,24 @@ KELG729F_VEC T arc_cosine_kernel(T x) {
   const T s = select(inner, x, square_root(z));
   const T asin_s = s + s * arc_sine_excess(z);
   const T outer = asin_s + asin_s;
-  return select(inner, constant(kHalfPi, x) - (asin_s - constant(kHalfPiLow, x)),
-                select(negative, constant(kPi, x) - outer, outer));
+  return select(inner, splat_as<T>(kHalfPi) - (asin_s - splat_as<T>(kHalfPiLow)),
+                select(negative, splat_as<T>(kPi) - outer, outer));
 }
 
+// The last block overlaps the one before it; it is read before anything is written, as out may be
+// x.
 template <Vec8 (*Function)(Vec8)>
 KELG729F_VEC void map(const double* x, double* out, int n) {
-  int i = 0;
-  for (; i + kLanes <= n; i += kLanes) store(out + i, Function(load(x + i)));
-  if (i == n) return;
-  double rest[kLanes] = {};
-  for (int k = i; k < n; ++k) rest[k - i] = x[k];
-  store(rest, Function(load(rest)));
-  for (int k = i; k < n; ++k) out[k] = rest[k - i];
+  if (n < kLanes) {
+    double few[kLanes] = {};
+    for (int i = 0; i < n; ++i) few[i] = x[i];
+    store(few, Function(load(few)));
+    for (int i = 0; i < n; ++i) out[i] = few[i];
+    return;
+  }
+  const Vec8 last = Function(load(x + n - kLanes));
+  for (int i = 0; i < n - kLanes; i += kLanes) store(out + i, Function(load(x + i)));
+  store(out + n - kLanes, last);
 }
 
 uint64_t bits_of(double x) {

@@ -37,14 +37,21 @@ void keep_best(const Candidate& candidate, Candidate* list) {
   list[i] = candidate;
 }
 
+// Rows laid out for searches over eight at once: block[b][j][i] is column j of row 8 b + i.
+template <int Rows>
+struct SidBlocks {
+  static constexpr int kCount = Rows / kLanes;
+  alignas(64) double block[kCount][kOrder][kLanes];
+};
+
 // The rows that a descriptor can name, laid out for searches over eight at once.
-void gather_first_stage(CodebookBlocks<kSidFirst>* rows) {
+void gather_first_stage(SidBlocks<kSidFirst>* rows) {
   for (int i = 0; i < kSidFirst; ++i)
     for (int j = 0; j < kOrder; ++j)
       rows->block[i / kLanes][j][i % kLanes] = kLspFirstStage[kSidFirstStage[i]][j];
 }
 
-void gather_second_stage(CodebookBlocks<kSidSecond>* rows) {
+void gather_second_stage(SidBlocks<kSidSecond>* rows) {
   for (int i = 0; i < kSidSecond; ++i) {
     const double* lower = kLspSecondStage[kSidSecondStageLower[i]];
     const double* upper = kLspSecondStage[kSidSecondStageUpper[i]];
@@ -57,7 +64,7 @@ void gather_second_stage(CodebookBlocks<kSidSecond>* rows) {
 
 // The survivors by unweighted error over both predictors, target[mode] the innovations sought.
 void search_first_stage(const double target[kModes][kOrder], Candidate* survivors) {
-  CodebookBlocks<kSidFirst> rows;
+  SidBlocks<kSidFirst> rows;
   gather_first_stage(&rows);
   std::fill_n(survivors, kSurvivors, Candidate{0, 0, 1e38});
   for (int mode = 0; mode < kModes; ++mode) {
@@ -75,7 +82,7 @@ void search_first_stage(const double target[kModes][kOrder], Candidate* survivor
 }
 
 // The pair of second-stage rows nearest to what the first stage leaves.
-int search_second_stage(const CodebookBlocks<kSidSecond>& rows, const double* rest,
+int search_second_stage(const SidBlocks<kSidSecond>& rows, const double* rest,
                         const double* weight) {
   LaneMinimum nearest;
   for (int b = 0; b < rows.kCount; ++b) {
@@ -150,7 +157,7 @@ void sid_quantize_lsp(const double* lsp, const LspHistory& history, SidParameter
 
   Candidate survivors[kSurvivors];
   search_first_stage(target, survivors);
-  CodebookBlocks<kSidSecond> pairs;
+  SidBlocks<kSidSecond> pairs;
   gather_second_stage(&pairs);
   double best_error = 1e38;
   for (const Candidate& c : survivors) {

@@ -48,7 +48,7 @@ void interpolate_unquantised(const EncoderCoreState& state, FrameWork* w) {
 }
 
 void quantise_spectrum(const EncoderCoreState& state, FrameWork* w) {
-  lsp_quantize(state.freq_prev, w->lsp_new, w->lsp_new_q, w->lsp_residual, w->lsp_word);
+  lsp_quantize(state.freq_prev, w->lsf_new, w->lsp_new_q, w->lsp_residual, w->lsp_word);
   if (state.prev_lp_mode == kForward) {
     interpolate_quantized_lpc(state.lsp_old_q, w->lsp_new_q, w->forward_q);
     return;

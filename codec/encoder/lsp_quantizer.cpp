@@ -1,7 +1,10 @@
 #include "codec/encoder/lsp_quantizer.h"
 
-#include "codec/dsp/lane_minimum.h"
-#include "codec/dsp/lpc.h"
+#include <bit>
+#include <cmath>
+#include <cstdint>
+
+#include "codec/dsp/float_lanes.h"
 #include "codec/dsp/math.h"
 
 namespace g729::inline KELG729F_TARGET {
@@ -15,74 +18,155 @@ struct ModeResult {
   double distortion;
 };
 
-// First-stage rows nearest to the targets of both modes, in one pass over the codebook.
-void search_first_stage(const double target[kModes][kOrder], ModeResult* result) {
-  LaneMinimum nearest[kModes];
-  for (int b = 0; b < kLspFirstStageBlocks.kCount; ++b) {
-    Vec8 error[kModes] = {splat(0.0), splat(0.0)};
-    for (int j = 0; j < kOrder; ++j) {
-      const Vec8 entry = load(kLspFirstStageBlocks.block[b][j]);
-      for (int m = 0; m < kModes; ++m) {
-        const Vec8 d = entry - splat(target[m][j]);
-        error[m] = error[m] + d * d;
+// Row of the least exact error. score is the error in single precision, but for what all rows have
+// in common; it lies within margin / 2 of the truth, so that only rows within margin of the least
+// score can win. Mostly that is one.
+template <int kBlocks, typename Error>
+KELG729F_VEC int nearest_row(const Float16 (&score)[kBlocks], float margin, Error exact_error) {
+  Float16 least = score[0];
+  for (int b = 1; b < kBlocks; ++b) least = smaller(least, score[b]);
+  const Float16 limit = splat(smallest_lane(least) + margin);
+  constexpr int kRowsOfWord = 64, kBlocksOfWord = kRowsOfWord / kFloatLanes;
+  constexpr int kWords = (kBlocks + kBlocksOfWord - 1) / kBlocksOfWord;
+  uint64_t near[kWords] = {};
+  for (int b = 0; b < kBlocks; ++b)
+    near[b / kBlocksOfWord] |= uint64_t{lanes_at_most(score[b], limit)}
+                               << (b % kBlocksOfWord * kFloatLanes);
+  int rows = 0;
+  for (const uint64_t word : near) rows += std::popcount(word);
+  int nearest = 0;
+  if (rows == 1) {
+    for (int w = 0; w < kWords; ++w)
+      nearest = near[w] ? w * kRowsOfWord + std::countr_zero(near[w]) : nearest;
+    return nearest;
+  }
+  double least_error = 1e38;
+  for (int w = 0; w < kWords; ++w) {
+    for (uint64_t left = near[w]; left; left &= left - 1) {
+      const int row = w * kRowsOfWord + std::countr_zero(left);
+      const double error = exact_error(row);
+      if (error < least_error) {
+        least_error = error;
+        nearest = row;
       }
     }
-    for (int m = 0; m < kModes; ++m) consider(&nearest[m], error[m], b * kLanes);
   }
-  for (int m = 0; m < kModes; ++m) result[m].first = lowest_index(nearest[m]);
+  return nearest;
 }
 
-// Second-stage row whose columns from..from+4 are nearest to rest[from..from+4].
-int search_half(const double* rest, const double* weight, int from) {
-  LaneMinimum nearest;
-  for (int b = 0; b < kLspSecondStageBlocks.kCount; ++b) {
-    Vec8 error = splat(0.0);
-    for (int j = from; j < from + kHalf; ++j) {
-      const Vec8 d = load(kLspSecondStageBlocks.block[b][j]) - splat(rest[j]);
-      error = error + splat(weight[j]) * (d * d);
+// Bound of twice the rounding error of a score. No term goes through more than 15 roundings, of
+// 2^-24 each of what the magnitudes of all terms add up to.
+float rounding_margin(double terms) {
+  return static_cast<float>(0x1p-19 * terms);
+}
+
+// First-stage rows nearest to the targets t of both modes, in one pass over the codebook. A row c
+// has the score |c|^2 / 2 - t c, half of |c - t|^2 but for |t|^2.
+void search_first_stage(const double target[kModes][kOrder], ModeResult* result) {
+  Float16 score[kModes][kLspFirstStageBlocks.kCount];
+  for (int b = 0; b < kLspFirstStageBlocks.kCount; ++b) {
+    Float16 s[kModes];
+    for (Float16& v : s) v = load(kLspFirstStageBlocks.half_square[b]);
+    for (int j = 0; j < kOrder; ++j) {
+      const Float16 entry = load(kLspFirstStageBlocks.block[b][j]);
+      for (int m = 0; m < kModes; ++m)
+        s[m] = s[m] - splat(static_cast<float>(target[m][j])) * entry;
     }
-    consider(&nearest, error, b * kLanes);
+    for (int m = 0; m < kModes; ++m) score[m][b] = s[m];
   }
-  return lowest_index(nearest);
+  for (int m = 0; m < kModes; ++m) {
+    const double* const t = target[m];
+    double magnitude = 0.0;
+    for (int j = 0; j < kOrder; ++j) magnitude += std::fabs(t[j]);
+    result[m].first = nearest_row(
+        score[m], rounding_margin(kHalfSquareMost + kFirstStageMost * magnitude), [&](int row) {
+          double error = 0.0;
+          for (int j = 0; j < kOrder; ++j)
+            error += (kLspFirstStage[row][j] - t[j]) * (kLspFirstStage[row][j] - t[j]);
+          return error;
+        });
+  }
 }
 
-// Second-stage rows for the chosen first-stage row, and the error they leave in the LSF domain.
-void search_second_stage(const LspPredictor& predictor, const double* target, const double* weight,
-                         ModeResult* result) {
-  const double* const first = kLspFirstStage[result->first];
-  double rest[kOrder], buf[kOrder];
-  for (int j = 0; j < kOrder; ++j) rest[j] = target[j] - first[j];
-  result->lower = search_half(rest, weight, 0);
-  result->upper = search_half(rest, weight, kHalf);
-
-  for (int j = 0; j < kHalf; ++j) {
-    buf[j] = first[j] + kLspSecondStage[result->lower][j];
-    buf[j + kHalf] = first[j + kHalf] + kLspSecondStage[result->upper][j + kHalf];
+// Second-stage rows of the columns from..from+4 nearest to what the first stage leaves, one a mode.
+// A row c has the score sum of (w_j c_j / 2 - w_j rest_j) c_j, half its weighted error but for what
+// no row changes.
+void search_half(const double rest[kModes][kOrder], const double* weight, int from,
+                 int nearest[kModes]) {
+  constexpr int kBlocks = kLspSecondStageBlocks.kCount;
+  Float16 score[kModes][kBlocks];
+  double magnitude[kModes] = {};
+  for (auto& s : score)
+    for (Float16& v : s) v = splat(0.0F);
+  for (int j = from; j < from + kHalf; ++j) {
+    double slope[kModes];
+    for (int m = 0; m < kModes; ++m) {
+      slope[m] = weight[j] * rest[m][j];
+      magnitude[m] += kSecondStageMost * (kSecondStageMost * 0.5 * weight[j] + std::fabs(slope[m]));
+    }
+    for (int b = 0; b < kBlocks; ++b) {
+      const Float16 entry = load(kLspSecondStageBlocks.block[b][j]);
+      const Float16 curve = splat(static_cast<float>(0.5 * weight[j])) * entry;
+      for (int m = 0; m < kModes; ++m)
+        score[m][b] = score[m][b] + (curve - splat(static_cast<float>(slope[m]))) * entry;
+    }
   }
-  lsp_spread(buf, 1, kHalf, kSpread1);
-  lsp_spread(buf, kHalf, kOrder, kSpread1);
-  lsp_spread(buf, 1, kOrder, kSpread2);
+  for (int m = 0; m < kModes; ++m)
+    nearest[m] = nearest_row(score[m], rounding_margin(magnitude[m]), [&](int row) {
+      double error = 0.0;
+      for (int j = from; j < from + kHalf; ++j) {
+        const double d = kLspSecondStage[row][j] - rest[m][j];
+        error += weight[j] * (d * d);
+      }
+      return error;
+    });
+}
 
-  result->distortion = 0.0;
+// The error that a mode's rows leave in the LSF domain.
+double distortion(const LspPredictor& predictor, const double* target, const double* weight,
+                  const ModeResult& result) {
+  double buf[kOrder];
+  lsp_codevector(result.first, result.lower, result.upper, buf);
+  if (lsp_least_gap(buf) < kSpread1) {
+    lsp_spread(buf, 1, kHalf, kSpread1);
+    lsp_spread(buf, kHalf, kOrder, kSpread1);
+    lsp_spread(buf, 1, kOrder, kSpread2);
+  }
+  double sum = 0.0;
   for (int j = 0; j < kOrder; ++j) {
-    const double d = buf[j] - target[j];
-    result->distortion += d * d * weight[j] * (predictor.sum[j] * predictor.sum[j]);
+    const double d = (buf[j] - target[j]) * predictor.sum[j];
+    sum += d * d * weight[j];
+  }
+  return sum;
+}
+
+// Second-stage rows for the chosen first-stage rows.
+void search_second_stage(const double target[kModes][kOrder], const double* weight,
+                         ModeResult* result) {
+  double rest[kModes][kOrder];
+  for (int m = 0; m < kModes; ++m)
+    for (int j = 0; j < kOrder; ++j) rest[m][j] = target[m][j] - kLspFirstStage[result[m].first][j];
+  int lower[kModes], upper[kModes];
+  search_half(rest, weight, 0, lower);
+  search_half(rest, weight, kHalf, upper);
+  for (int m = 0; m < kModes; ++m) {
+    result[m].lower = lower[m];
+    result[m].upper = upper[m];
+    result[m].distortion = distortion(kSpeechPredictor[m], target[m], weight, result[m]);
   }
 }
 
 }  // namespace
 
-void lsp_quantize(const LspHistory& history, const double* lsp_new, double* lsp_q, double* residual,
+void lsp_quantize(const LspHistory& history, const double* lsf, double* lsp_q, double* residual,
                   int index[2]) {
-  double lsf[kOrder], weight[kOrder], target[kModes][kOrder];
-  lsp_to_lsf(lsp_new, lsf, kOrder);
+  double weight[kOrder], target[kModes][kOrder];
   lsf_weights(lsf, weight);
   for (int m = 0; m < kModes; ++m) lsp_residual(kSpeechPredictor[m], history, lsf, target[m]);
 
   ModeResult result[kModes];
   search_first_stage(target, result);
-  for (int m = 0; m < kModes; ++m)
-    search_second_stage(kSpeechPredictor[m], target[m], weight, &result[m]);
+  search_second_stage(target, weight, result);
 
   const int mode = result[1].distortion < result[0].distortion ? 1 : 0;
   const ModeResult& chosen = result[mode];

@@ -5,13 +5,13 @@
 
 namespace g729::inline KELG729F_TARGET {
 
-// Quantises the ten LSPs of a frame (cosines, decreasing) against the predictor memory, which stays
+// Quantises the ten LSFs of a frame (radians, increasing) against the predictor memory, which stays
 // as it is. Writes
 //   lsp_q     the quantised LSPs, as the decoder reconstructs them,
 //   residual  the ten values to push into the memory when the frame is sent,
 //   index     word 0: mode << 7 | first-stage row, word 1: lower << 5 | upper second-stage row.
 // May print the warnings of lsp_stabilize. Among equal errors the lower row and mode 0 win.
-void lsp_quantize(const LspHistory& history, const double* lsp_new, double* lsp_q, double* residual,
+void lsp_quantize(const LspHistory& history, const double* lsf, double* lsp_q, double* residual,
                   int index[2]);
 
 }  // namespace g729::inline KELG729F_TARGET

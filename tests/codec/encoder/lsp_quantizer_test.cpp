@@ -29,9 +29,8 @@ void spread(double* buf, int first, int last, double gap) {
 }
 
 // The search as clause 3.2.4 has it, one entry after the other.
-Direct quantise_directly(const LspHistory& history, const double* lsp) {
-  double lsf[kOrder], w[kOrder];
-  for (int j = 0; j < kOrder; ++j) lsf[j] = arc_cosine(lsp[j]);
+Direct quantise_directly(const LspHistory& history, const double* lsf) {
+  double w[kOrder];
   for (int j = 0; j < kOrder; ++j) {
     const double below = j == 0 ? 0.04 * pi : lsf[j - 1];
     const double above = j == kOrder - 1 ? 0.92 * pi : lsf[j + 1];
@@ -95,7 +94,7 @@ void draw_lsf(test::SearchSignals& signals, double low, double width, double* ls
 }
 
 // Moves the LSFs as speech does from frame to frame, now and then with a jump to a narrow band.
-void wander(test::SearchSignals& signals, double* lsf, double* lsp) {
+void wander(test::SearchSignals& signals, double* lsf) {
   double target[kOrder];
   if (signals.integer(0, 9) == 0) {
     draw_lsf(signals, signals.uniform(0.1, 2.0), 0.5, lsf);
@@ -103,30 +102,29 @@ void wander(test::SearchSignals& signals, double* lsf, double* lsp) {
     draw_lsf(signals, 0.1, 2.9, target);
     for (int j = 0; j < kOrder; ++j) lsf[j] += 0.15 * (target[j] - lsf[j]);
   }
-  cosine(lsf, lsp, kOrder);
 }
 
 TEST(LspQuantizer, PicksWhatTheDirectSearchPicks) {
   test::SearchSignals signals(5);
-  double current[kOrder] = {}, lsp[kOrder];
+  double lsf[kOrder] = {};
   LspHistory history;
   lsp_history_reset(&history);
   int mode_frames[2] = {};
   for (int frame = 0; frame < 3000; ++frame) {
-    wander(signals, current, lsp);
+    wander(signals, lsf);
     double lsp_q[kOrder], residual[kOrder];
     int index[2];
-    lsp_quantize(history, lsp, lsp_q, residual, index);
-    const Direct direct = quantise_directly(history, lsp);
+    lsp_quantize(history, lsf, lsp_q, residual, index);
+    const Direct direct = quantise_directly(history, lsf);
     ASSERT_EQ(index[0], direct.index[0]) << frame;
     ASSERT_EQ(index[1], direct.index[1]) << frame;
     ++mode_frames[index[0] >> 7];
 
-    double decoded[kOrder], lsf[kOrder];
-    lsp_reconstruct(index, history, decoded, lsf);
+    double decoded[kOrder], lsf_q[kOrder];
+    lsp_reconstruct(index, history, decoded, lsf_q);
     for (int j = 0; j < kOrder; ++j) {
       ASSERT_EQ(residual[j], decoded[j]);
-      ASSERT_EQ(lsp_q[j], cosine(lsf[j]));
+      ASSERT_EQ(lsp_q[j], cosine(lsf_q[j]));
     }
     lsp_history_push(residual, &history);
   }
@@ -153,12 +151,12 @@ TEST(LspQuantizer, ChangesModeWhereTheDirectSearchDoes) {
   LspHistory history;
   lsp_history_reset(&history);
   for (int trial = 0; trial < 300; ++trial) {
-    double from[kOrder], to[kOrder], lsp[kOrder], lsp_q[kOrder], residual[kOrder];
+    double from[kOrder], to[kOrder], lsf[kOrder], lsp_q[kOrder], residual[kOrder];
     draw_overlapping(signals, history, 0, from);
     draw_overlapping(signals, history, 1, to);
     const auto at = [&](double t) {
-      for (int j = 0; j < kOrder; ++j) lsp[j] = std::cos(from[j] + t * (to[j] - from[j]));
-      return quantise_directly(history, lsp);
+      for (int j = 0; j < kOrder; ++j) lsf[j] = from[j] + t * (to[j] - from[j]);
+      return quantise_directly(history, lsf);
     };
     const int mode = at(0.0).index[0] >> 7;
     double low = 0.0, high = 1.0;
@@ -169,7 +167,7 @@ TEST(LspQuantizer, ChangesModeWhereTheDirectSearchDoes) {
     for (double t : {low, high}) {
       const Direct direct = at(t);
       int index[2];
-      lsp_quantize(history, lsp, lsp_q, residual, index);
+      lsp_quantize(history, lsf, lsp_q, residual, index);
       ASSERT_EQ(index[0], direct.index[0]) << trial << " " << t;
       ASSERT_EQ(index[1], direct.index[1]) << trial << " " << t;
     }
@@ -185,12 +183,13 @@ TEST(LspQuantizer, ExtremesAreMadeStableAndReported) {
       high.row[k][j] = 4.0;
     }
   }
-  double lsp_q[kOrder], residual[kOrder];
+  double lsf[kOrder], lsp_q[kOrder], residual[kOrder];
   int index[2];
+  arc_cosine(kInitialLsp, lsf, kOrder);
   testing::internal::CaptureStdout();
-  lsp_quantize(low, kInitialLsp, lsp_q, residual, index);
+  lsp_quantize(low, lsf, lsp_q, residual, index);
   EXPECT_LE(lsp_q[0], cosine(kLsfLow));
-  lsp_quantize(high, kInitialLsp, lsp_q, residual, index);
+  lsp_quantize(high, lsf, lsp_q, residual, index);
   EXPECT_EQ(lsp_q[kOrder - 1], cosine(kLsfHigh));
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "warning LSP Low \nwarning LSP High \n");
 }
