@@ -1,16 +1,18 @@
-// Chebyshev root search of the sum and difference polynomials (clause 3.2.3).
+// Root search of the sum and difference polynomials (clause 3.2.3).
 //
 // The search walks along a grid from +1 downwards, in turn for a root of the one and of the other
 // polynomial, and refines each between the two grid points that enclose it. The plain form does
-// just that. The fast form first evaluates both polynomials on the whole grid and refines every
-// sign change at once, a root a lane; the walk then only picks from the results. Only where the
-// next root lies in the same interval as the last one has the walk to refine it by itself.
+// just that. The fast form evaluates both polynomials on the whole grid and refines the five sign
+// changes of each at once, a root a lane. Where the walk would have found anything else, as when
+// two roots share an interval, it leaves the work to the plain form; speech does so in two frames
+// of a hundred.
 #include <bit>
 #include <cstdint>
 
 #include "codec/dsp/filters.h"
 #include "codec/dsp/lpc.h"
 #include "codec/dsp/vec_lanes.h"
+#include "codec/dsp/vec_or_scalar.h"
 
 namespace g729::inline KELG729F_TARGET {
 namespace {
@@ -18,7 +20,6 @@ namespace {
 constexpr int kHalfOrder = kOrder / 2;
 constexpr int kGridIntervals = 60;
 constexpr int kGridPadded = 64;
-constexpr int kBisections = 4;
 
 // cos(pi i / 60) to 7 decimals as tabulated (point 3 is one unit above the rounded cosine), the
 // ends just inside +-1; the last one again to fill up.
@@ -36,53 +37,57 @@ constexpr double kLspGrid[kGridPadded] = {
 };
 // clang-format on
 
-KELG729F_VEC double constant(double value, double) {
-  return value;
-}
-KELG729F_VEC Vec8 constant(double value, Vec8) {
-  return splat(value);
-}
-KELG729F_VEC double select(bool m, double a, double b) {
-  return m ? a : b;
+// A polynomial of x by the coefficients of its even and odd powers.
+struct Polynomial {
+  double even[3], odd[3];
+};
+
+template <typename T>
+KELG729F_VEC T evaluate(const Polynomial& f, T x) {
+  const T y = x * x;
+  const T even = splat_as<T>(f.even[0]) + y * (splat_as<T>(f.even[1]) + y * splat_as<T>(f.even[2]));
+  const T odd = splat_as<T>(f.odd[0]) + y * (splat_as<T>(f.odd[1]) + y * splat_as<T>(f.odd[2]));
+  return even + x * odd;
 }
 
-// Value at x of the Chebyshev series with the coefficients f[0..5], f[0] = 1.
-template <typename T>
-KELG729F_VEC T chebyshev(const double* f, T x) {
-  const T twice = x + x;
-  T b2 = constant(1.0, x), b1 = twice + constant(f[1], x);
-  for (int i = 2; i < kHalfOrder; ++i) {
-    const T b0 = twice * b1 - b2 + constant(f[i], x);
-    b2 = b1;
-    b1 = b0;
-  }
-  return x * b1 - b2 + constant(0.5 * f[kHalfOrder], x);
+// The Chebyshev series T5 + c[1] T4 + c[2] T3 + c[3] T2 + c[4] T1 + c[5] / 2 in powers of x.
+Polynomial to_powers(const double* c) {
+  return {{c[1] - c[3] + 0.5 * c[5], 2.0 * c[3] - 8.0 * c[1], 8.0 * c[1]},
+          {5.0 - 3.0 * c[2] + c[4], 4.0 * c[2] - 20.0, 16.0}};
 }
 
 // The sum polynomial f[0] and the difference polynomial f[1].
-void sum_and_difference(const double* a, double f[2][kHalfOrder + 1]) {
-  f[0][0] = f[1][0] = 1.0;
+void sum_and_difference(const double* a, Polynomial f[2]) {
+  double sum[kHalfOrder + 1] = {1.0}, difference[kHalfOrder + 1] = {1.0};
   for (int i = 0; i < kHalfOrder; ++i) {
-    f[0][i + 1] = a[i + 1] + a[kOrder - i] - f[0][i];
-    f[1][i + 1] = a[i + 1] - a[kOrder - i] + f[1][i];
+    sum[i + 1] = a[i + 1] + a[kOrder - i] - sum[i];
+    difference[i + 1] = a[i + 1] - a[kOrder - i] + difference[i];
   }
+  f[0] = to_powers(sum);
+  f[1] = to_powers(difference);
 }
 
-// Two points at which a polynomial differs in sign, and its values there.
+// Two points at which a polynomial differs in sign, and its values there. (The names are the
+// grid's: its high end is the smaller x.)
 template <typename T>
 struct Bracket {
   T xlow, ylow, xhigh, yhigh;
 };
 
+// Halves the interval twice; the three points are evaluated before it is known which two matter.
 template <typename T>
-KELG729F_VEC void bisect(const double* f, Bracket<T>* b) {
-  const T xmid = constant(0.5, b->xlow) * (b->xlow + b->xhigh);
-  const T ymid = chebyshev(f, xmid);
-  const auto upper = ymid * b->yhigh <= constant(0.0, xmid);
-  b->xlow = select(upper, xmid, b->xlow);
-  b->ylow = select(upper, ymid, b->ylow);
-  b->xhigh = select(upper, b->xhigh, xmid);
-  b->yhigh = select(upper, b->yhigh, ymid);
+KELG729F_VEC void bisect_twice(const Polynomial& f, Bracket<T>* b) {
+  const T half = splat_as<T>(0.5), zero = splat_as<T>(0.0);
+  const T x = half * (b->xlow + b->xhigh);
+  const T xs[2] = {half * (b->xlow + x), half * (x + b->xhigh)};
+  const T y = evaluate(f, x), ys[2] = {evaluate(f, xs[0]), evaluate(f, xs[1])};
+  const auto upper = y * b->yhigh <= zero;
+  const T xlow = select(upper, x, b->xlow), xhigh = select(upper, b->xhigh, x);
+  const T ylow = select(upper, y, b->ylow), yhigh = select(upper, b->yhigh, y);
+  const T xmid = select(upper, xs[1], xs[0]), ymid = select(upper, ys[1], ys[0]);
+  const auto again = ymid * yhigh <= zero;
+  *b = {select(again, xmid, xlow), select(again, ymid, ylow), select(again, xhigh, xmid),
+        select(again, yhigh, ymid)};
 }
 
 template <typename T>
@@ -90,115 +95,90 @@ KELG729F_VEC T secant(const Bracket<T>& b) {
   return b.xhigh - b.yhigh * (b.xlow - b.xhigh) / (b.ylow - b.yhigh);
 }
 
-double refine_root(const double* f, Bracket<double> bracket) {
-  for (int i = 0; i < kBisections; ++i) bisect(f, &bracket);
+template <typename T>
+KELG729F_VEC T refine_root(const Polynomial& f, Bracket<T> bracket) {
+  bisect_twice(f, &bracket);
+  bisect_twice(f, &bracket);
   return secant(bracket);
 }
 
-// One polynomial along the grid.
-struct GridSearch {
-  double value[kGridPadded + kLanes];  // at the grid points
-  uint64_t changes;                    // bit j: sign change between points j - 1 and j
-  double root[kLanes];                 // refined roots of the first changes
-  double other[kLanes];                // the other polynomial there
-};
-
-void evaluate_grid(const double* f, GridSearch* s) {
+// Bit j is set when the polynomial changes its sign between the grid points j - 1 and j.
+uint64_t sign_changes(const Polynomial& f) {
+  uint64_t positive = 0;
   for (int j = 0; j < kGridPadded; j += kLanes)
-    store(s->value + j, chebyshev(f, load(kLspGrid + j)));
-  store(s->value + kGridPadded, splat(0.0));
-  s->changes = 0;
-  for (int j = 1; j <= kGridIntervals; j += kLanes) {
-    const unsigned same = lanes_greater(load(s->value + j - 1) * load(s->value + j), splat(0.0));
-    s->changes |= uint64_t{~same & 0xFF} << j;
-  }
-  s->changes &= (uint64_t{2} << kGridIntervals) - 1;
+    positive |= uint64_t{lanes_greater(evaluate(f, load(kLspGrid + j)), splat(0.0))} << j;
+  constexpr uint64_t kIntervals = (uint64_t{2} << kGridIntervals) - 2;
+  return (positive ^ positive << 1) & kIntervals;
 }
 
-// The first sign changes of a polynomial, one a lane.
-Bracket<Vec8> brackets_of(const GridSearch& s) {
-  double xlow[kLanes] = {}, ylow[kLanes] = {}, xhigh[kLanes] = {}, yhigh[kLanes] = {};
-  uint64_t left = s.changes;
-  for (int lane = 0; lane < kLanes && left; ++lane, left &= left - 1) {
-    const int j = std::countr_zero(left);
-    xlow[lane] = kLspGrid[j - 1];
-    ylow[lane] = s.value[j - 1];
-    xhigh[lane] = kLspGrid[j];
-    yhigh[lane] = s.value[j];
-  }
-  return {load(xlow), load(ylow), load(xhigh), load(yhigh)};
-}
-
-// Both polynomials in turn, so that one works while the other waits.
-void refine_changes(const double f[2][kHalfOrder + 1], GridSearch s[2]) {
-  Bracket<Vec8> bracket[2] = {brackets_of(s[0]), brackets_of(s[1])};
-  for (int i = 0; i < kBisections; ++i)
-    for (int p = 0; p < 2; ++p) bisect(f[p], &bracket[p]);
-  for (int p = 0; p < 2; ++p) {
-    const Vec8 root = secant(bracket[p]);
-    store(s[p].root, root);
-    store(s[p].other, chebyshev(f[1 - p], root));
-  }
-}
-
-// Walks along the grid and picks the roots; returns how many it found.
-int pick_roots(const double f[2][kHalfOrder + 1], const GridSearch s[2], double* lsp) {
-  int found = 0, p = 0;
-  double x = kLspGrid[0], y = 0;  // where the last root stands, and polynomial p there
-  bool from_root = false;
-  for (int j = 1; j <= kGridIntervals && found < kOrder;) {
-    if (from_root) {
-      if (y * s[p].value[j] > 0.0) {
-        from_root = false;
-        ++j;
-        continue;
-      }
-      x = refine_root(f[p], {x, y, kLspGrid[j], s[p].value[j]});
-      y = chebyshev(f[1 - p], x);
-    } else {
-      const uint64_t ahead = s[p].changes >> j;
-      if (ahead == 0) break;
-      j += std::countr_zero(ahead);
-      const int lane = std::popcount(s[p].changes & ((uint64_t{1} << j) - 1));
-      if (lane >= kLanes) break;
-      x = s[p].root[lane];
-      y = s[p].other[lane];
+// The interval of every root, numbered by its lower end; false unless there are five of each
+// polynomial, in turn and each in an interval of its own.
+bool find_intervals(const Polynomial f[2], int interval[2][kHalfOrder]) {
+  uint64_t left[2] = {sign_changes(f[0]), sign_changes(f[1])};
+  int last = 0;
+  bool in_turn = true;
+  for (int k = 0; k < kHalfOrder; ++k) {
+    for (int p = 0; p < 2; ++p) {
+      const int j = left[p] ? std::countr_zero(left[p]) : 0;
+      in_turn &= j > last;
+      left[p] &= left[p] - 1;
+      interval[p][k] = last = j;
     }
-    lsp[found++] = x;
-    p = 1 - p;
-    from_root = true;
   }
-  return found;
+  return in_turn && (left[0] | left[1]) == 0;
+}
+
+// The roots lane by lane; false when the other polynomial changes its sign twice between a root and
+// the lower end of its interval, where the walk would find the next root.
+bool refine_roots(const Polynomial f[2], const int interval[2][kHalfOrder],
+                  double root[2][kLanes]) {
+  unsigned alone = ~0U;
+  for (int p = 0; p < 2; ++p) {
+    const auto grid = [&](int lane, int offset) {
+      return kLspGrid[interval[p][lane < kHalfOrder ? lane : 0] + offset];
+    };
+    const Vec8 xlow = from_lanes([&](int lane) { return grid(lane, -1); });
+    const Vec8 xhigh = from_lanes([&](int lane) { return grid(lane, 0); });
+    const Vec8 x =
+        refine_root<Vec8>(f[p], {xlow, evaluate(f[p], xlow), xhigh, evaluate(f[p], xhigh)});
+    const Polynomial& other = f[1 - p];
+    alone &= lanes_greater(evaluate(other, x) * evaluate(other, xhigh), splat(0.0));
+    store(root[p], x);
+  }
+  return alone == (1U << kLanes) - 1;
 }
 
 }  // namespace
 
 void lpc_to_lsp(const double* a, double* lsp, const double* old_lsp) {
-  double f[2][kHalfOrder + 1];
-  GridSearch search[2];
+  Polynomial f[2];
+  int interval[2][kHalfOrder];
+  double root[2][kLanes];
   sum_and_difference(a, f);
-  for (int p = 0; p < 2; ++p) evaluate_grid(f[p], &search[p]);
-  refine_changes(f, search);
-  if (pick_roots(f, search, lsp) < kOrder) copy_vector(old_lsp, lsp, kOrder);
+  if (!find_intervals(f, interval) || !refine_roots(f, interval, root)) {
+    lpc_to_lsp_plain(a, lsp, old_lsp);
+    return;
+  }
+  for (int i = 0; i < kOrder; ++i) lsp[i] = root[i % 2][i / 2];
 }
 
 void lpc_to_lsp_plain(const double* a, double* lsp, const double* old_lsp) {
-  double f[2][kHalfOrder + 1];
+  Polynomial f[2];
   sum_and_difference(a, f);
   int p = 0, found = 0;
-  double xlow = kLspGrid[0], ylow = chebyshev(f[p], xlow);
+  double xlow = kLspGrid[0], ylow = evaluate(f[p], xlow);
   for (int j = 1; j <= kGridIntervals && found < kOrder;) {
-    const double xhigh = kLspGrid[j], yhigh = chebyshev(f[p], xhigh);
-    if (ylow * yhigh > 0.0) {
+    const double xhigh = kLspGrid[j], yhigh = evaluate(f[p], xhigh);
+    if ((ylow > 0.0) == (yhigh > 0.0)) {
       xlow = xhigh;
       ylow = yhigh;
       ++j;
       continue;
     }
     // The other polynomial's next root may lie in the rest of the same interval.
-    xlow = lsp[found++] = refine_root(f[p], {xlow, ylow, xhigh, yhigh});
+    xlow = lsp[found++] = refine_root<double>(f[p], {xlow, ylow, xhigh, yhigh});
     p = 1 - p;
-    ylow = chebyshev(f[p], xlow);
+    ylow = evaluate(f[p], xlow);
   }
   if (found < kOrder) copy_vector(old_lsp, lsp, kOrder);
 }
