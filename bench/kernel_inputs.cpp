@@ -18,8 +18,8 @@ void spectrum_inputs(const EncoderCoreState& before, const EncoderHandle& after,
   copy_vector(before.old_speech, in->window, kNewSpeech);
   copy_vector(after.input, in->window + kNewSpeech, kFrame);
   LevinsonMemory memory = before.levinson;
-  autocorrelation(in->window, in->r);
-  apply_lag_window(in->r);
+  autocorrelation(in->window, kAutocorrelations, in->r);
+  apply_lag_window(kAutocorrelations, in->r);
   levinson_durbin(kOrder, in->r, in->a, in->rc, &memory);
   copy_vector(before.lsp_old, in->lsp_old, kOrder);
   lpc_to_lsp(in->a, in->lsp, in->lsp_old);

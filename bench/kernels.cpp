@@ -73,8 +73,8 @@ void register_spectrum() {
   });
   kernel("lp_analysis", 1, [memory = LevinsonMemory{}](const KernelInput& in) mutable {
     double r[kAutocorrelations + 1], a[kCoeffs], rc[kOrder];
-    autocorrelation(in.window, r);
-    apply_lag_window(r);
+    autocorrelation(in.window, kOrder, r);
+    apply_lag_window(kOrder, r);
     levinson_durbin(kOrder, r, a, rc, &memory);
     keep(a);
   });
@@ -91,8 +91,8 @@ void register_spectrum() {
     keep(index);
   });
   kernel("interpolate_lpc", 1, [](const KernelInput& in) {
-    double lsf_int[kOrder], lsf_new[kOrder], a[2 * kCoeffs];
-    interpolate_lpc(in.lsp_old, in.lsp, lsf_int, lsf_new, a);
+    double lsf[2 * kOrder], a[2 * kCoeffs];
+    interpolate_lpc(in.lsp_old, in.lsp, lsf, a);
     keep(a);
   });
   kernel("backward_lp_analysis", 1, [state = BackwardLpState{}](const KernelInput& in) mutable {

@@ -2,6 +2,7 @@
 
 #include "codec/dsp/filters.h"
 #include "codec/dsp/math.h"
+#include "codec/dsp/vec_four.h"
 
 namespace g729::inline KELG729F_TARGET {
 namespace {
@@ -37,41 +38,52 @@ double levinson_durbin(int m, const double* r, double* a, double* rc, LevinsonMe
   return error;
 }
 
-namespace {
-
-// Multiplies the fifth-order polynomials f[0] and f[1], kept as coefficients 0..i of a symmetric
-// product, by (1 - 2 q z^-1 + z^-2), q the next even and the next odd LSP.
-void multiply_polynomials(const double* lsp, int i, double f[kOrder / 2 + 1][2]) {
-  const double b[2] = {-2.0 * lsp[2 * i - 2], -2.0 * lsp[2 * i - 1]};
-  for (int p = 0; p < 2; ++p) {
-    f[i][p] = b[p] * f[i - 1][p] + 2.0 * f[i - 2][p];
-    for (int j = i - 1; j > 1; --j) f[j][p] += b[p] * f[j - 1][p] + f[j - 2][p];
-    f[1][p] += b[p];
+// A lane each for the sum and the difference polynomial of either set: products of
+// (1 - 2 q z^-1 + z^-2), q the even or the odd LSPs, kept as coefficients 0..5 of what is
+// symmetric.
+void lsp_to_lpc_pair(const double* lsp, double* a) {
+  constexpr int kHalfOrder = kOrder / 2;
+  Four b[kHalfOrder], f[kHalfOrder + 1];
+  const double *const p = lsp, *const q = lsp + kOrder;
+  for (int i = 0; i < kHalfOrder; ++i)
+    b[i] = four(-2.0, -2.0, -2.0, -2.0) * four(p[2 * i], p[2 * i + 1], q[2 * i], q[2 * i + 1]);
+  f[0] = four(1.0, 1.0, 1.0, 1.0);
+  f[1] = b[0];
+#pragma GCC unroll 8
+  for (int i = 2; i <= kHalfOrder; ++i) {
+    f[i] = b[i - 1] * f[i - 1] + (f[i - 2] + f[i - 2]);
+#pragma GCC unroll 8
+    for (int j = i - 1; j > 1; --j) f[j] = f[j] + (b[i - 1] * f[j - 1] + f[j - 2]);
+    f[1] = f[1] + b[i - 1];
+  }
+  a[0] = a[kCoeffs] = 1.0;
+  for (int i = 1; i <= kHalfOrder; ++i) {
+    double v[4];
+    store(v, f[i] + four(1.0, -1.0, 1.0, -1.0) * f[i - 1]);
+    a[i] = 0.5 * (v[0] + v[1]);
+    a[kOrder + 1 - i] = 0.5 * (v[0] - v[1]);
+    a[kCoeffs + i] = 0.5 * (v[2] + v[3]);
+    a[kCoeffs + kOrder + 1 - i] = 0.5 * (v[2] - v[3]);
   }
 }
 
-}  // namespace
-
 void lsp_to_lpc(const double* lsp, double* a) {
-  constexpr int kHalfOrder = kOrder / 2;
-  double f[kHalfOrder + 1][2] = {{1.0, 1.0}, {-2.0 * lsp[0], -2.0 * lsp[1]}};
-  for (int i = 2; i <= kHalfOrder; ++i) multiply_polynomials(lsp, i, f);
-  for (int i = kHalfOrder; i > 0; --i) {
-    f[i][0] += f[i - 1][0];
-    f[i][1] -= f[i - 1][1];
-  }
-  a[0] = 1.0;
-  for (int i = 1; i <= kHalfOrder; ++i) {
-    a[i] = 0.5 * (f[i][0] + f[i][1]);
-    a[kOrder + 1 - i] = 0.5 * (f[i][0] - f[i][1]);
-  }
+  double twice[2 * kOrder], both[2 * kCoeffs];
+  copy_vector(lsp, twice, kOrder);
+  copy_vector(lsp, twice + kOrder, kOrder);
+  lsp_to_lpc_pair(twice, both);
+  copy_vector(both, a, kCoeffs);
+}
+
+void interpolate_lsp(const double* lsp_old, const double* lsp_new, double* lsp) {
+  for (int i = 0; i < kOrder; ++i) lsp[i] = 0.5 * lsp_old[i] + 0.5 * lsp_new[i];
+  copy_vector(lsp_new, lsp + kOrder, kOrder);
 }
 
 void interpolate_quantized_lpc(const double* lsp_old_q, const double* lsp_new_q, double* aq) {
-  double lsp[kOrder];
-  for (int i = 0; i < kOrder; ++i) lsp[i] = 0.5 * lsp_old_q[i] + 0.5 * lsp_new_q[i];
-  lsp_to_lpc(lsp, aq);
-  lsp_to_lpc(lsp_new_q, aq + kCoeffs);
+  double lsp[kSubframes * kOrder];
+  interpolate_lsp(lsp_old_q, lsp_new_q, lsp);
+  lsp_to_lpc_pair(lsp, aq);
 }
 
 void lsp_to_lsf(const double* lsp, double* lsf, int n) {

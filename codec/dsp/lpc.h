@@ -27,8 +27,13 @@ void lpc_to_lsp_plain(const double* a, double* lsp, const double* old_lsp);  // 
 // lsf[i] = arc cosine of lsp[i], radians; n values.
 void lsp_to_lsf(const double* lsp, double* lsf, int n);
 
-// LP vector of order 10 from ten LSPs (clause 3.2.6).
+// LP vector of order 10 from ten LSPs (clause 3.2.6), and two at once for the time of one: a[0..10]
+// from lsp[0..9], a[11..21] from lsp[10..19].
 void lsp_to_lpc(const double* lsp, double* a);
+void lsp_to_lpc_pair(const double* lsp, double* a);
+
+// LSPs of both subframes: lsp[0..9] the mean of old and new, lsp[10..19] the new (clause 3.2.5).
+void interpolate_lsp(const double* lsp_old, const double* lsp_new, double* lsp);
 
 // LP vectors of both subframes, aq[0..10] and aq[11..21]: the first from the mean of old and new
 // LSPs, the second from the new (clause 3.2.5).

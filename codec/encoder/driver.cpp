@@ -16,18 +16,18 @@ const double* speech_of(const EncoderCoreState* state) {
   return state->old_speech + kSpeechPast;
 }
 
-void analyse_spectrum(EncoderCoreState* state, FrameWork* w) {
+void analyse_spectrum(EncoderCoreState* state, FrameWork* w, int highest_lag) {
   double a[kCoeffs];
-  autocorrelation(state->old_speech, w->r);
+  autocorrelation(state->old_speech, highest_lag, w->r);
   copy_vector(w->r, w->r_unwindowed, kCoeffs);
-  apply_lag_window(w->r);
+  apply_lag_window(highest_lag, w->r);
   levinson_durbin(kOrder, w->r, a, w->rc, &state->levinson);
   lpc_to_lsp(a, w->lsp_new, state->lsp_old);
 }
 
 int detect_voice(EncoderCoreState* state, const FrameWork& w, int frame_counter, int rate) {
   double lsf[kOrder], energy_db;
-  lsp_to_lsf(w.lsp_new, lsf, kOrder);
+  copy_vector(w.lsf + kOrder, lsf, kOrder);
   int vad = vad_decide(&state->vad, w.rc[1], lsf, w.r, state->old_speech, frame_counter,
                        state->past_vad, state->past_past_vad, &energy_db);
   music_detect(&state->music, static_cast<Rate>(rate), w.rc, state->lag_buf, state->pgain_buf,
@@ -37,24 +37,14 @@ int detect_voice(EncoderCoreState* state, const FrameWork& w, int frame_counter,
 }
 
 void interpolate_unquantised(const EncoderCoreState& state, FrameWork* w) {
-  if (state.prev_lp_mode == kForward) {
-    interpolate_lpc(state.lsp_old, w->lsp_new, w->lsf_int, w->lsf_new, w->forward);
-    return;
-  }
-  lsp_to_lpc(w->lsp_new, w->forward);
-  copy_vector(w->forward, w->forward + kCoeffs, kCoeffs);
-  lsp_to_lsf(w->lsp_new, w->lsf_new, kOrder);
-  copy_vector(w->lsf_new, w->lsf_int, kOrder);
+  const double* const old = state.prev_lp_mode == kForward ? state.lsp_old : w->lsp_new;
+  interpolate_lpc(old, w->lsp_new, w->lsf, w->forward);
 }
 
 void quantise_spectrum(const EncoderCoreState& state, FrameWork* w) {
-  lsp_quantize(state.freq_prev, w->lsf_new, w->lsp_new_q, w->lsp_residual, w->lsp_word);
-  if (state.prev_lp_mode == kForward) {
-    interpolate_quantized_lpc(state.lsp_old_q, w->lsp_new_q, w->forward_q);
-    return;
-  }
-  lsp_to_lpc(w->lsp_new_q, w->forward_q);
-  copy_vector(w->forward_q, w->forward_q + kCoeffs, kCoeffs);
+  lsp_quantize(state.freq_prev, w->lsf + kOrder, w->lsp_new_q, w->lsp_residual, w->lsp_word);
+  const double* const old = state.prev_lp_mode == kForward ? state.lsp_old_q : w->lsp_new_q;
+  interpolate_quantized_lpc(old, w->lsp_new_q, w->forward_q);
 }
 
 void decide_mode(EncoderCoreState* state, FrameWork* w, int rate) {
@@ -88,8 +78,7 @@ void choose_weighting(EncoderCoreState* state, FrameWork* w) {
   if (w->lp_mode == kBackward)
     fixed_weighting_factors(w->gamma1, w->gamma2, state->mode.bwd_dominant);
   else
-    perceptual_weighting_factors(w->gamma1, w->gamma2, w->lsf_int, w->lsf_new, w->rc,
-                                 &state->weighting);
+    perceptual_weighting_factors(w->gamma1, w->gamma2, w->lsf, w->rc, &state->weighting);
   choose_filters(w, state->mode.bwd_dominant);
 }
 
@@ -196,9 +185,10 @@ void encoder_process_frame(EncoderCoreState* state, const double* input, int32_t
                            int frame_counter, int dtx_enable, int rate) {
   FrameWork w;
   copy_vector(input, state->old_speech + kNewSpeech, kFrame);
-  analyse_spectrum(state, &w);
-  w.vad = dtx_enable == 1 ? detect_voice(state, w, frame_counter, rate) : 1;
+  // Only the voice activity detector looks beyond the order of the filter.
+  analyse_spectrum(state, &w, dtx_enable == 1 ? kAutocorrelations : kOrder);
   interpolate_unquantised(*state, &w);
+  w.vad = dtx_enable == 1 ? detect_voice(state, w, frame_counter, rate) : 1;
   if (w.vad) quantise_spectrum(*state, &w);
   decide_mode(state, &w, rate);
   shift(state->synthesis, kSynthesisPast + kFrame, kSynthesisPast);

@@ -13,14 +13,15 @@ struct LpFilter {
 };
 
 struct FrameWork {
-  double r[kAutocorrelations + 1];          // lag-windowed autocorrelation
-  double r_unwindowed[kCoeffs];             // the same before the lag window
-  double rc[kOrder];                        // reflection coefficients
-  double lsp_new[kOrder];                   // LSPs of this frame
-  double lsf_int[kOrder], lsf_new[kOrder];  // LSFs of the first and the second subframe
-  double forward[kSubframes * kCoeffs];     // unquantised filters
-  double forward_q[kSubframes * kCoeffs];   // quantised filters; comfort noise in silence
-  double backward[kBackwardCoeffs];         // backward filter in use
+  double
+      r[kAutocorrelations + 1];  // lag-windowed autocorrelation, with silence compression to lag 12
+  double r_unwindowed[kCoeffs];  // the same before the lag window
+  double rc[kOrder];             // reflection coefficients
+  double lsp_new[kOrder];        // LSPs of this frame
+  double lsf[kSubframes * kOrder];         // LSFs of both subframes, the second's those of lsp_new
+  double forward[kSubframes * kCoeffs];    // unquantised filters
+  double forward_q[kSubframes * kCoeffs];  // quantised filters; comfort noise in silence
+  double backward[kBackwardCoeffs];        // backward filter in use
   double lsp_new_q[kOrder];
   double lsp_residual[kOrder];  // what the LSF predictor memory receives
   int lsp_word[2];

@@ -53,46 +53,54 @@ const double kLagWindow[kAutocorrelations] = {
 
 namespace {
 
-// Lags 0..12 in tiles of as many running sums as the registers hold; the last tile may run past
-// lag 12, over zeros kept before the signal.
-constexpr int kLags = kAutocorrelations + 1;
-constexpr int kTile = kNativeLanes == 8 ? 13 : kNativeLanes == 4 ? 5 : 3;
-constexpr int kLead = (kLags + kTile - 1) / kTile * kTile - 1;
+// Lags in tiles of as many running sums as the registers hold; the last tile may run past the
+// highest lag, over zeros kept before the signal.
+constexpr int kTileMost = kNativeLanes == 8 ? 13 : kNativeLanes == 4 ? 5 : 3;
+constexpr int kLead = 16;
 
 // r[k] of lags first..first+kTile-1, as far as wanted, for y[-kLead..239].
-void correlate_tile(const double* y, int first, double* r) {
+template <int kTile>
+void correlate_tile(const double* y, int first, int lags, double* r) {
   Vec8 acc[kTile];
   for (Vec8& a : acc) a = splat(0.0);
   for (int n = 0; n < kWindow; n += kLanes) {
     const Vec8 newest = load(y + n);
     for (int k = 0; k < kTile; ++k) acc[k] = acc[k] + newest * load(y + n - first - k);
   }
-  for (int k = 0; k < kTile && first + k < kLags; ++k) r[first + k] = sum(acc[k]);
+  for (int k = 0; k < kTile && first + k < lags; ++k) r[first + k] = sum(acc[k]);
+}
+
+template <int kLags>
+void correlate(const double* y, double* r) {
+  constexpr int kTiles = (kLags + kTileMost - 1) / kTileMost;
+  constexpr int kTile = (kLags + kTiles - 1) / kTiles;
+  static_assert(kTiles * kTile <= kLead + 1);
+  for (int first = 0; first < kLags; first += kTile) correlate_tile<kTile>(y, first, kLags, r);
 }
 
 }  // namespace
 
-void autocorrelation(const double* x, double* r) {
-  double buffer[kLead + kWindow];
+void autocorrelation(const double* x, int highest, double* r) {
+  alignas(64) double buffer[kLead + kWindow];
   double* const y = buffer + kLead;
   zero_vector(buffer, kLead);
   for (int n = 0; n < kWindow; n += kLanes) store(y + n, load(x + n) * load(kLpWindow + n));
-  for (int first = 0; first < kLags; first += kTile) correlate_tile(y, first, r);
+  if (highest == kOrder)
+    correlate<kOrder + 1>(y, r);
+  else
+    correlate<kAutocorrelations + 1>(y, r);
   r[0] = std::max(r[0], 1.0);
 }
 
-void apply_lag_window(double* r) {
-  for (int i = 1; i < kLags; ++i) r[i] *= kLagWindow[i - 1];
+void apply_lag_window(int highest, double* r) {
+  for (int i = 1; i <= highest; ++i) r[i] *= kLagWindow[i - 1];
 }
 
-void interpolate_lpc(const double* lsp_old, const double* lsp_new, double* lsf_int, double* lsf_new,
-                     double* a) {
-  double lsp_int[kOrder];
-  for (int i = 0; i < kOrder; ++i) lsp_int[i] = 0.5 * lsp_old[i] + 0.5 * lsp_new[i];
-  lsp_to_lpc(lsp_int, a);
-  lsp_to_lpc(lsp_new, a + kCoeffs);
-  lsp_to_lsf(lsp_int, lsf_int, kOrder);
-  lsp_to_lsf(lsp_new, lsf_new, kOrder);
+void interpolate_lpc(const double* lsp_old, const double* lsp_new, double* lsf, double* a) {
+  double lsp[kSubframes * kOrder];
+  interpolate_lsp(lsp_old, lsp_new, lsp);
+  lsp_to_lpc_pair(lsp, a);
+  lsp_to_lsf(lsp, lsf, kSubframes * kOrder);
 }
 
 }  // namespace g729::inline KELG729F_TARGET

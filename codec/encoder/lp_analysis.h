@@ -15,16 +15,15 @@ extern const double kLpWindow[kWindow];
 // 1.0001 so that r[0] is never scaled; 8 decimals.
 extern const double kLagWindow[kAutocorrelations];
 
-// r[k] = sum over n = k..239 of y[n] y[n-k], k = 0..12, where y is x[0..239] times the window;
-// r[0] is at least 1.0.
-void autocorrelation(const double* x, double* r);
+// r[k] = sum over n = k..239 of y[n] y[n-k], k = 0..highest, where y is x[0..239] times the window;
+// r[0] is at least 1.0. highest is kOrder or kAutocorrelations.
+void autocorrelation(const double* x, int highest, double* r);
 
-// r[i] *= lag window, i = 1..12; r[0] stays.
-void apply_lag_window(double* r);
+// r[i] *= lag window, i = 1..highest; r[0] stays.
+void apply_lag_window(int highest, double* r);
 
 // LP vectors of both subframes, a[0..10] from the mean of old and new LSPs and a[11..21] from the
-// new, with the LSFs (radians) of the two sets.
-void interpolate_lpc(const double* lsp_old, const double* lsp_new, double* lsf_int, double* lsf_new,
-                     double* a);
+// new, with the LSFs (radians) of the two sets, lsf[0..9] and lsf[10..19].
+void interpolate_lpc(const double* lsp_old, const double* lsp_new, double* lsf, double* a);
 
 }  // namespace g729::inline KELG729F_TARGET

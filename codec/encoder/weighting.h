@@ -7,14 +7,14 @@ namespace g729::inline KELG729F_TARGET {
 
 // Memory of the adaptation. Frames with fixed factors leave it alone.
 struct WeightingState {
-  bool flat = true;        // spectrum last judged flat rather than tilted
-  double lar_old[2] = {};  // log-area ratios of the last frame that was adapted to
+  bool flat = true;                   // spectrum last judged flat rather than tilted
+  double area_ratio[2] = {1.0, 1.0};  // of the last frame that was adapted to
 };
 
-// Factors of both subframes. lsf_int and lsf_new are the interpolated and the new LSFs in radians,
-// rc the first two reflection coefficients of the frame, |rc| < 1. gamma2 is within [0.4, 0.7].
-void perceptual_weighting_factors(double* gamma1, double* gamma2, const double* lsf_int,
-                                  const double* lsf_new, const double* rc, WeightingState* state);
+// Factors of both subframes. lsf[0..9] and lsf[10..19] are their unquantised LSFs in radians, rc
+// the first two reflection coefficients of the frame, |rc| < 1. gamma2 is within [0.4, 0.7].
+void perceptual_weighting_factors(double* gamma1, double* gamma2, const double* lsf,
+                                  const double* rc, WeightingState* state);
 
 // Factors of backward-mode frames (Annex E), the same for both subframes.
 void fixed_weighting_factors(double* gamma1, double* gamma2, int bwd_dominant);

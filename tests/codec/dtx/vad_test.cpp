@@ -25,8 +25,8 @@ std::vector<int> decide(const std::vector<double>& signal) {
   for (size_t start = 0; start + kWindow <= padded.size(); start += kFrame) {
     const double* speech = padded.data() + start;
     double r[kVadOrder + 1], a[kCoeffs], rc[kOrder], lsf[kOrder], energy_db;
-    autocorrelation(speech, r);
-    apply_lag_window(r);
+    autocorrelation(speech, kAutocorrelations, r);
+    apply_lag_window(kAutocorrelations, r);
     levinson_durbin(kOrder, r, a, rc, &memory);
     lpc_to_lsp(a, lsp, lsp_old);
     std::copy_n(lsp, kOrder, lsp_old);

@@ -36,8 +36,8 @@ struct Decider {
     for (int i = 0; i < kFrame; ++i) signal.push_back(sample(frames * kFrame + i));
     const double* speech = signal.data() + kHybridWindow;
     double r[kAutocorrelations + 1], rc[kOrder], lsp[kOrder], aq[2 * kCoeffs];
-    autocorrelation(signal.data() + signal.size() - kWindow, r);
-    apply_lag_window(r);
+    autocorrelation(signal.data() + signal.size() - kWindow, kOrder, r);
+    apply_lag_window(kOrder, r);
     levinson_durbin(kOrder, r, aq, rc, &levinson);
     lpc_to_lsp(aq, lsp, lsp_old);
     interpolate_quantized_lpc(lsp_old, lsp, aq);

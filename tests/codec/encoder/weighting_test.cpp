@@ -30,15 +30,16 @@ TEST(Weighting, FollowsTheTiltWithHysteresis) {
       {-1.9, 0.2, {false, false}},  // the second ratio holds it back
       {-1.9, 0.8, {false, true}},  {-1.9, 0.3, {true, false}},  // flat again by the second ratio
   };
-  double lsf[kOrder];
-  for (int i = 0; i < kOrder; ++i) lsf[i] = 0.2 + 0.25 * i;
+  double lsf[2 * kOrder];
+  for (int i = 0; i < 2 * kOrder; ++i) lsf[i] = 0.2 + 0.25 * (i % kOrder);
   lsf[4] = lsf[3] + 0.08;  // closest neighbours
+  lsf[14] = lsf[13] + 0.08;
   WeightingState state;
   int number = 0;
   for (const Frame& f : frames) {
     const double rc[2] = {reflection_of(f.lar0), reflection_of(f.lar1)};
     double gamma1[2], gamma2[2];
-    perceptual_weighting_factors(gamma1, gamma2, lsf, lsf, rc, &state);
+    perceptual_weighting_factors(gamma1, gamma2, lsf, rc, &state);
     for (int k = 0; k < 2; ++k) {
       EXPECT_EQ(gamma1[k], f.tilted[k] ? 0.98 : 0.94) << number << " " << k;
       EXPECT_NEAR(gamma2[k], f.tilted[k] ? 1 - 6 * 0.08 : 0.6, 1e-12) << number << " " << k;
@@ -48,15 +49,15 @@ TEST(Weighting, FollowsTheTiltWithHysteresis) {
 }
 
 TEST(Weighting, Gamma2StaysInItsBoundsAndEachSubframeUsesItsLsfs) {
-  double narrow[kOrder], wide[kOrder];
+  double lsf[2 * kOrder];
   for (int i = 0; i < kOrder; ++i) {
-    narrow[i] = 0.3 + 0.04 * i;
-    wide[i] = 0.2 + 0.28 * i;
+    lsf[i] = 0.3 + 0.04 * i;
+    lsf[i + kOrder] = 0.2 + 0.28 * i;
   }
   const double rc[2] = {reflection_of(-2), reflection_of(1)};
-  WeightingState state = {.flat = false, .lar_old = {-2, 1}};
+  WeightingState state = {.flat = false, .area_ratio = {0.01, 10}};
   double gamma1[2], gamma2[2];
-  perceptual_weighting_factors(gamma1, gamma2, narrow, wide, rc, &state);
+  perceptual_weighting_factors(gamma1, gamma2, lsf, rc, &state);
   EXPECT_EQ(gamma2[0], 0.7);
   EXPECT_EQ(gamma2[1], 0.4);
 }
