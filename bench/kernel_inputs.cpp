@@ -20,7 +20,7 @@ void spectrum_inputs(const EncoderCoreState& before, const EncoderHandle& after,
   LevinsonMemory memory = before.levinson;
   autocorrelation(in->window, kAutocorrelations, in->r);
   apply_lag_window(kAutocorrelations, in->r);
-  levinson_durbin(kOrder, in->r, in->a, in->rc, &memory);
+  levinson_durbin_10(in->r, in->a, in->rc, &memory);
   copy_vector(before.lsp_old, in->lsp_old, kOrder);
   lpc_to_lsp(in->a, in->lsp, in->lsp_old);
   in->lsp_history = before.freq_prev;

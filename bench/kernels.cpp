@@ -75,7 +75,7 @@ void register_spectrum() {
     double r[kAutocorrelations + 1], a[kCoeffs], rc[kOrder];
     autocorrelation(in.window, kOrder, r);
     apply_lag_window(kOrder, r);
-    levinson_durbin(kOrder, r, a, rc, &memory);
+    levinson_durbin_10(r, a, rc, &memory);
     keep(a);
   });
   kernel("lpc_to_lsp", 1, [](const KernelInput& in) {

@@ -25,7 +25,7 @@ def encoder_stages(triples):
     search = 512 + triples * 16 * 7
     return [
         Stage("pre-processing", ("preprocess_highpass", "encode_serial_frame>biquad_filter"), 80 * 5, "80 samples, 5 coefficients"),
-        Stage("LP analysis", ("autocorrelation", "apply_lag_window", "levinson_durbin"),
+        Stage("LP analysis", ("autocorrelation", "apply_lag_window", "levinson_durbin_10"),
               240 + sum(240 - k for k in range(11)) + 110,
               "window 240, lags 0 to 10, recursion of order 10"),
         Stage("LP to LSP", ("lpc_to_lsp",), (61 + 10 * 4) * 5 + 20,

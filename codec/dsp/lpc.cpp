@@ -38,6 +38,48 @@ double levinson_durbin(int m, const double* r, double* a, double* rc, LevinsonMe
   return error;
 }
 
+// Schur's form of the recursion: the next numerator and denominator come from the last ones in a
+// multiplication and an addition, where a dot product would have to wait for all coefficients. The
+// filter follows beside it.
+double levinson_durbin_10(const double* r, double* a, double* rc, LevinsonMemory* mem) {
+  double forward[kCoeffs], backward[kCoeffs], c[kCoeffs] = {1.0};
+  for (int i = 0; i < kCoeffs; ++i) forward[i] = backward[i] = r[i];
+  bool stable = true;
+#pragma GCC unroll 16
+  for (int i = 1; i <= kOrder; ++i) {
+    const double k = -forward[i] / backward[i - 1];
+    stable = stable && k <= kUnstable && k >= -kUnstable;
+    rc[i - 1] = k;
+#pragma GCC unroll 16
+    for (int j = kOrder; j >= i; --j) {
+      const double f = forward[j], b = backward[j - 1];
+      forward[j] = f + k * b;
+      backward[j] = b + k * f;
+    }
+#pragma GCC unroll 16
+    for (int j = 1; 2 * j <= i; ++j) {
+      const double low = c[j], high = c[i - j];
+      c[j] = low + k * high;
+      c[i - j] = high + k * low;
+    }
+    c[i] = k;
+  }
+  if (!stable) {
+    stable = true;
+    for (int i = 0; i < kOrder; ++i) {
+      stable = stable && rc[i] <= kUnstable && rc[i] >= -kUnstable;
+      if (!stable) rc[i] = 0.0;
+    }
+    copy_vector(mem->a, a, kCoeffs);
+    copy_vector(mem->rc, rc, 2);
+    return kUnstableError;
+  }
+  copy_vector(c, a, kCoeffs);
+  copy_vector(c, mem->a, kCoeffs);
+  copy_vector(rc, mem->rc, 2);
+  return backward[kOrder];
+}
+
 // A lane each for the sum and the difference polynomial of either set: products of
 // (1 - 2 q z^-1 + z^-2), q the even or the odd LSPs, kept as coefficients 0..5 of what is
 // symmetric.

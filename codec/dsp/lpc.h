@@ -19,6 +19,10 @@ struct LevinsonMemory {
 // returned.
 double levinson_durbin(int m, const double* r, double* a, double* rc, LevinsonMemory* mem);
 
+// The same for order 10 and r[0] > 0 in half the time; rounds differently. Where the filter is
+// unstable, rc is 0 from the coefficient on that exceeds the limit, but for rc[0..1] from mem.
+double levinson_durbin_10(const double* r, double* a, double* rc, LevinsonMemory* mem);
+
 // LSPs of an order-10 LP vector by the Chebyshev root search (clause 3.2.3), decreasing from near
 // +1. With fewer than ten roots found, lsp becomes old_lsp. lsp must not be old_lsp.
 void lpc_to_lsp(const double* a, double* lsp, const double* old_lsp);

@@ -21,7 +21,7 @@ void analyse_spectrum(EncoderCoreState* state, FrameWork* w, int highest_lag) {
   autocorrelation(state->old_speech, highest_lag, w->r);
   copy_vector(w->r, w->r_unwindowed, kCoeffs);
   apply_lag_window(highest_lag, w->r);
-  levinson_durbin(kOrder, w->r, a, w->rc, &state->levinson);
+  levinson_durbin_10(w->r, a, w->rc, &state->levinson);
   lpc_to_lsp(a, w->lsp_new, state->lsp_old);
 }
 

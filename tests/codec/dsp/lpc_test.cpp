@@ -60,10 +60,21 @@ TEST(Lpc, LspsDecreaseWithinTheGridOrAreTheOldOnes) {
   }
 }
 
+double recursion_of_10(int, const double* r, double* a, double* rc, LevinsonMemory* memory) {
+  return levinson_durbin_10(r, a, rc, memory);
+}
+
+struct Recursion {
+  int m;
+  double (*solve)(int, const double*, double*, double*, LevinsonMemory*);
+};
+constexpr Recursion kRecursions[] = {
+    {kOrder, levinson_durbin}, {kOrder, recursion_of_10}, {kBackwardOrder, levinson_durbin}};
+
 TEST(Lpc, LevinsonSolvesTheNormalEquations) {
   std::mt19937 random(5);
   std::normal_distribution<double> normal;
-  for (int m : {kOrder, kBackwardOrder}) {
+  for (const auto& [m, solve] : kRecursions) {
     std::vector<double> x(400), r(m + 1, 0.0);
     double past = 0;
     for (double& v : x) v = past = 0.8 * past + normal(random);
@@ -71,7 +82,7 @@ TEST(Lpc, LevinsonSolvesTheNormalEquations) {
       for (size_t n = i; n < x.size(); ++n) r[i] += x[n] * x[n - i];
     std::vector<double> a(m + 1), rc(m);
     LevinsonMemory memory;
-    const double error = levinson_durbin(m, r.data(), a.data(), rc.data(), &memory);
+    const double error = solve(m, r.data(), a.data(), rc.data(), &memory);
     for (int i = 0; i <= m; ++i) {  // sum_j a[j] r[|i - j|] is the error at i = 0, else 0
       double s = 0;
       for (int j = 0; j <= m; ++j) s += a[j] * r[std::abs(i - j)];
@@ -82,16 +93,18 @@ TEST(Lpc, LevinsonSolvesTheNormalEquations) {
 }
 
 TEST(Lpc, LevinsonFallsBackToTheLastStableFilter) {
-  LevinsonMemory memory;
-  double a[kCoeffs], rc[kOrder];
-  double r[kCoeffs] = {10, 8, 6, 4, 3, 2, 1, 1, 0, 0, 0};
-  levinson_durbin(kOrder, r, a, rc, &memory);
-  double good[kCoeffs];
-  std::copy(a, a + kCoeffs, good);
-  double unstable[kCoeffs] = {1, 0.9999};
-  EXPECT_EQ(levinson_durbin(kOrder, unstable, a, rc, &memory), 0.001);
-  EXPECT_TRUE(std::equal(a, a + kCoeffs, good));
-  EXPECT_EQ(rc[0], memory.rc[0]);
+  for (const auto& solve : {levinson_durbin, recursion_of_10}) {
+    LevinsonMemory memory;
+    double a[kCoeffs], rc[kOrder];
+    double r[kCoeffs] = {10, 8, 6, 4, 3, 2, 1, 1, 0, 0, 0};
+    solve(kOrder, r, a, rc, &memory);
+    double good[kCoeffs];
+    std::copy(a, a + kCoeffs, good);
+    double unstable[kCoeffs] = {1, 0.9999};
+    EXPECT_EQ(solve(kOrder, unstable, a, rc, &memory), 0.001);
+    EXPECT_TRUE(std::equal(a, a + kCoeffs, good));
+    EXPECT_EQ(rc[0], memory.rc[0]);
+  }
 }
 
 TEST(LspCodebook, ResidualIsTheInverseOfPrediction) {
