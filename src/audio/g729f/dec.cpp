@@ -91,9 +91,12 @@ bool decode_packet(KelG729fDec* dec, const Packet& packet, const BufferMap& in, 
 }  // namespace
 
 void kel_g729f_dec_place(KelG729fDec* dec, GstBuffer* buffer) {
-  const GstClockTime tolerance = gst_audio_decoder_get_tolerance(GST_AUDIO_DECODER(dec));
-  const GstClockTime pts = timeline_enter(dec->timeline, GST_BUFFER_PTS(buffer), tolerance);
-  if (gst_buffer_is_writable(buffer)) GST_BUFFER_PTS(buffer) = pts;
+  const GstClockTime given = GST_BUFFER_PTS(buffer);
+  // As a rule a buffer begins where the last one ended: nothing to tolerate, nothing to change.
+  const GstClockTime tolerance =
+      given == dec->timeline.end ? 0 : gst_audio_decoder_get_tolerance(GST_AUDIO_DECODER(dec));
+  const GstClockTime pts = timeline_enter(dec->timeline, given, tolerance);
+  if (pts != given && gst_buffer_is_writable(buffer)) GST_BUFFER_PTS(buffer) = pts;
 }
 
 static void kel_g729f_dec_finalize(GObject* object) {

@@ -207,7 +207,9 @@ static GstFlowReturn kel_g729f_enc_handle_frame(GstAudioEncoder* base, GstBuffer
   GST_LOG_OBJECT(enc, "Finished encoding, got %" G_GSIZE_FORMAT " bytes", total);
 
   if (output && total > 0) {
-    gst_buffer_set_size(output, static_cast<gssize>(total));
+    if (total < room * G729_SPEECH_BYTES) {
+      gst_buffer_set_size(output, static_cast<gssize>(total));
+    }
     // A payloader counts the bytes it is given; only the flag makes it look at the timestamp again.
     if (after_silence) GST_BUFFER_FLAG_SET(output, GST_BUFFER_FLAG_DISCONT);
   } else {
