@@ -174,31 +174,12 @@ void read_gains(DecoderCoreState* state, Frame* frame, const double* code, bool 
   state->sharp = sharpening_gain(state->gains.gain_pitch);
 }
 
-void synthesize(DecoderCoreState* state, int order, const double* a, const double* exc,
-                double* speech) {
-  synthesis_filter(order, a, exc, speech, kSubframe, state->synth_mem + kBackwardOrder - order,
-                   false);
-  copy_vector(speech + kSubframe - kBackwardOrder, state->synth_mem, kBackwardOrder);
-}
-
-// exc holds the adaptive part and becomes the excitation; at 6.4 kbit/s what is heard is a
-// dispersed form of it.
-void synthesize_subframe(DecoderCoreState* state, const Frame& frame, const double* code, int order,
-                         const double* a, double* exc, double* speech) {
-  double dispersed[kSubframe];
-  const double* heard =
-      total_excitation(&state->dispersion, frame.rate == kRate6k4, state->gains.gain_pitch,
-                       state->gains.gain_code, code, exc, dispersed);
-  synthesize(state, order, a, heard, speech);
-}
-
-void decode_speech(DecoderCoreState* state, Frame* frame, double* synthesis,
-                   DecodedFrame* decoded) {
+// At 6.4 kbit/s what is heard is a dispersed form of the excitation.
+void decode_speech(DecoderCoreState* state, Frame* frame, const double* past,
+                   DecodedFrame* decoded, HeardExcitation* heard) {
   state->noise_seed = kNoiseSeed;
-  speech_filters(state, frame, synthesis, decoded);
-  shift_synthesis(synthesis);
+  speech_filters(state, frame, past, decoded);
   double* exc = state->old_exc + kExcitationPast;
-  double* speech = synthesis + kSynthesisPast;
   for (int subframe = 0; subframe < kSubframes; ++subframe) {
     double code[kSubframe];
     double* sub_exc = exc + subframe * kSubframe;
@@ -207,15 +188,15 @@ void decode_speech(DecoderCoreState* state, Frame* frame, double* synthesis,
     pitch_excitation_interpolate(sub_exc, lag.t0, lag.frac, kSubframe);
     read_code(state, frame, lag.t0, code);
     read_gains(state, frame, code, count_backward(state, *frame));
-    synthesize_subframe(state, *frame, code, decoded->order, decoded->filter(subframe), sub_exc,
-                        speech + subframe * kSubframe);
+    heard->subframe[subframe] = total_excitation(
+        &state->dispersion, frame->rate == kRate6k4, state->gains.gain_pitch,
+        state->gains.gain_code, code, sub_exc, heard->dispersed + subframe * kSubframe);
   }
   if (!frame->erased) state->frame_energy = dot(exc, exc, kFrame);
-  backward_dominance_update(&state->dominance, frame->lp_mode, speech);
 }
 
-void decode_noise(DecoderCoreState* state, const Frame& frame, double* synthesis,
-                  DecodedFrame* decoded) {
+void decode_noise(DecoderCoreState* state, const Frame& frame, DecodedFrame* decoded,
+                  HeardExcitation* heard) {
   const SidParameters sid = {frame.field[0], frame.field[1], frame.field[2], frame.field[3]};
   double* exc = state->old_exc + kExcitationPast;
   NoiseSubframe applied[kSubframes];
@@ -223,14 +204,11 @@ void decode_noise(DecoderCoreState* state, const Frame& frame, double* synthesis
   comfort_noise_decode(&state->noise, state->past_frame_type, frame.type == kSid ? &sid : nullptr,
                        state->frame_energy, exc, state->lsp_old, decoded->a, &state->noise_seed,
                        &state->lsp.lsp_predictor, applied);
-  shift_synthesis(synthesis);
   for (int subframe = 0; subframe < kSubframes; ++subframe) {
-    const int start = subframe * kSubframe;
     decoded->pitch_delay[subframe] = 0;
     phase_dispersion_update(&state->dispersion, applied[subframe].gain_pitch,
                             applied[subframe].gain_code);
-    synthesize(state, kOrder, decoded->filter(subframe), exc + start,
-               synthesis + kSynthesisPast + start);
+    heard->subframe[subframe] = exc + subframe * kSubframe;
   }
   state->sharp = kSharpMin;
   state->bwd35_count = 0;
@@ -239,17 +217,18 @@ void decode_noise(DecoderCoreState* state, const Frame& frame, double* synthesis
 
 // Bits that no encoder sends can make the excitation grow without end, and good speech would need
 // seconds to bring it down again. 20 dB above full scale such a signal is dropped.
-void stop_runaway(DecoderCoreState* state, double* synthesis) {
+// Returns whether it was.
+bool stop_runaway(DecoderCoreState* state, double* synthesis) {
   const double* speech = synthesis + kSynthesisPast;
-  if (dot(speech, speech, kFrame) < kRunawayEnergy) return;
+  if (dot(speech, speech, kFrame) < kRunawayEnergy) return false;
   zero_vector(state->old_exc, kExcitationPast + kFrame);
-  zero_vector(state->synth_mem, kBackwardOrder);
   zero_vector(synthesis, kSynthesisBuffer);
   state->backward = {};
+  return true;
 }
 
 // Share of the frozen filter in the next backward frame.
-void update_transition(DecoderCoreState* state, const Frame& frame) {
+void update_transition(DecoderCoreState* state, const DecodedFrame& frame) {
   if (frame.erased) {
     state->transition_gamma = 1.0;
   } else if (frame.lp_mode == kForward) {
@@ -268,22 +247,46 @@ void decoder_core_init(DecoderCoreState* state) {
   lsp_decoder_init(&state->lsp);
 }
 
-void decode_frame_core(DecoderCoreState* state, int32_t* parameters, int voicing, double* synthesis,
-                       DecodedFrame* decoded) {
-  if (state->prev_bfi) voicing = state->prev_mode_word;
+void decode_excitation(DecoderCoreState* state, int32_t* parameters, int voicing,
+                       double* synthesis, DecodedFrame* decoded, HeardExcitation* heard) {
+  if (!state->prev_bfi) state->prev_mode_word = voicing;
   Frame frame = begin_frame(state, parameters);
   decoded->type = frame.type;
+  decoded->erased = frame.erased;
   if (frame.type >= kSpeech6k4)
-    decode_speech(state, &frame, synthesis, decoded);
+    decode_speech(state, &frame, synthesis, decoded, heard);
   else
-    decode_noise(state, frame, synthesis, decoded);
-  stop_runaway(state, synthesis);
-  update_transition(state, frame);
+    decode_noise(state, frame, decoded, heard);
+  decoded->lp_mode = frame.lp_mode;
+  shift_synthesis(synthesis);
+}
+
+void synthesize_subframe(const DecodedFrame& decoded, const HeardExcitation& heard, int subframe,
+                         double* synthesis) {
+  double* speech = synthesis + kSynthesisPast + subframe * kSubframe;
+  synthesis_filter(decoded.order, decoded.filter(subframe), heard.subframe[subframe], speech,
+                   kSubframe, speech - decoded.order, false);
+}
+
+bool finish_frame(DecoderCoreState* state, const DecodedFrame& decoded, double* synthesis) {
+  if (decoded.type >= kSpeech6k4)
+    backward_dominance_update(&state->dominance, decoded.lp_mode, synthesis + kSynthesisPast);
+  const bool dropped = stop_runaway(state, synthesis);
+  update_transition(state, decoded);
   std::memmove(state->old_exc, state->old_exc + kFrame, kExcitationPast * sizeof(double));
-  state->past_frame_type = frame.type;
-  state->prev_bfi = frame.erased;
-  state->prev_lp_mode = frame.lp_mode;
-  state->prev_mode_word = voicing;
+  state->past_frame_type = decoded.type;
+  state->prev_bfi = decoded.erased;
+  state->prev_lp_mode = decoded.lp_mode;
+  return dropped;
+}
+
+void decode_frame_core(DecoderCoreState* state, int32_t* parameters, int voicing, double* synthesis,
+                       DecodedFrame* decoded) {
+  HeardExcitation heard;
+  decode_excitation(state, parameters, voicing, synthesis, decoded, &heard);
+  for (int subframe = 0; subframe < kSubframes; ++subframe)
+    synthesize_subframe(*decoded, heard, subframe, synthesis);
+  finish_frame(state, *decoded, synthesis);
 }
 
 }  // namespace g729::inline KELG729F_TARGET

@@ -14,15 +14,23 @@ enum ParameterEntry : int { kErased = 0, kType = 1, kFields = 2 };
 // The synthesis buffer: past synthesis, then the current frame.
 inline constexpr int kSynthesisBuffer = kSynthesisPast + kFrame;
 
-// What the post-filter needs to know of the decoded frame.
+// What synthesis and post-filter need to know of the decoded frame.
 struct DecodedFrame {
   int type = kNoTransmission;        // after concealment of an erased frame's type
   int order = kOrder;                // LP order in force, 10 or 30
   int pitch_delay[kSubframes] = {};  // integer lags; 0 in frames without speech
   // LP vectors of the subframes, order + 1 coefficients each, one behind the other.
   double a[kSubframes * kBackwardCoeffs] = {};
+  bool erased = false;
+  int lp_mode = kForward;
 
   const double* filter(int subframe) const { return a + subframe * (order + 1); }
+};
+
+// What 1/A(z) is to filter, in the core's state or, dispersed at 6.4 kbit/s, here.
+struct HeardExcitation {
+  const double* subframe[kSubframes];
+  double dispersed[kFrame];
 };
 
 // Decodes one frame. parameters is the set of the frame; when the frame is erased its type is
@@ -32,5 +40,15 @@ struct DecodedFrame {
 // good frame's parity is wrong and conceals its first lag.
 void decode_frame_core(DecoderCoreState* state, int32_t* parameters, int voicing, double* synthesis,
                        DecodedFrame* decoded);
+
+// The same in three steps, for a caller that has something to do in between: all but the new
+// samples; then 1/A(z) on each subframe's excitation in turn, behind the past synthesis; then what
+// depends on the samples. The last returns true when it has dropped a signal that was growing
+// without end: the buffer is zero then.
+void decode_excitation(DecoderCoreState* state, int32_t* parameters, int voicing,
+                       double* synthesis, DecodedFrame* decoded, HeardExcitation* heard);
+void synthesize_subframe(const DecodedFrame& decoded, const HeardExcitation& heard, int subframe,
+                         double* synthesis);
+bool finish_frame(DecoderCoreState* state, const DecodedFrame& decoded, double* synthesis);
 
 }  // namespace g729::inline KELG729F_TARGET

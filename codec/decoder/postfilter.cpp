@@ -25,24 +25,15 @@ consteval GainFading gain_fading() {
 }
 constexpr GainFading kGainFading = gain_fading();
 
-// out[n] = r0 / (r0 - |mu|) (x[n] - mu x[n-1]) with mu from the impulse response of num / den;
-// x[-1] must be valid.
-void tilt_filter(int order, const double* num, const double* den, int response_length,
-                 const double* x, double* out) {
-  double h[kSubframe];
-  impulse_response(order, num, den, h, response_length);
+// out[n] = r0 / (r0 - |mu|) (x[n] - mu x[n-1]) with mu from the impulse response h; x[-1] must be
+// valid.
+void tilt_filter(const double* h, int response_length, const double* x, double* out) {
   const double r0 = dot(h, h, response_length);
   const double k = dot(h, h + 1, response_length - 1) / r0;
   const double mu = (k > 0.0 ? kTiltPositive : kTiltNegative) * k;
   const Vec8 scale = splat(r0 / (r0 - std::fabs(mu)));
   for (int n = 0; n < kSubframe; n += kLanes)
     store(out + n, scale * (load(x + n) - splat(mu) * load(x + n - 1)));
-}
-
-// 1/A(z) in place; order 10 runs on the newest of the 30 past outputs.
-void formant_filter(PostFilterState* state, int order, const double* a, double* x) {
-  synthesis_filter(order, a, x, x, kSubframe, state->formant_mem + kBackwardOrder - order, false);
-  copy_vector(x + kSubframe - kBackwardOrder, state->formant_mem, kBackwardOrder);
 }
 
 // Brings x to the level of speech: the gain g[n] = 0.9875 g[n-1] + 0.0125 target, solved for each
@@ -64,31 +55,47 @@ void gain_control(PostFilterState* state, const double* speech, const double* x,
 
 }  // namespace
 
-int postfilter_subframe(PostFilterState* state, int t0, const double* speech, const double* a,
-                        double* out, const PostFilterSettings& settings, int order,
-                        int frame_type) {
-  double denominator[kBackwardCoeffs], numerator[kBackwardCoeffs];
-  weight_lpc(a, settings.gamma_d, order, denominator);
-  weight_lpc(a, settings.gamma_n, order, numerator);
-  double* residual = state->residual + kResidualPast;
-  residual_filter(order, numerator, speech, residual, kSubframe);
+void postfilter_weigh(const double* a, const PostFilterSettings& settings, int order,
+                      PostFilterWork* work) {
+  weight_lpc(a, settings.gamma_d, order, work->denominator);
+  weight_lpc(a, settings.gamma_n, order, work->numerator);
+}
 
-  double history[1 + kSubframe];  // the long-term filter's output behind the sample before it
-  double* filtered = history + 1;
-  history[0] = state->tilt_mem;
-  int delay = 0;
+void postfilter_flatten(PostFilterState* state, int t0, const double* speech,
+                        const PostFilterSettings& settings, int order, int frame_type,
+                        PostFilterWork* work) {
+  double* residual = state->residual + kResidualPast;
+  residual_filter(order, work->numerator, speech, residual, kSubframe);
+  double* filtered = work->harmonic + 1;
+  work->harmonic[0] = state->tilt_mem;
+  work->delay = 0;
   if (frame_type < kSpeech6k4)
     copy_vector(residual, filtered, kSubframe);
   else
-    delay = long_term_postfilter(residual, t0, settings.gamma_h, filtered);
-  state->tilt_mem = filtered[kSubframe - 1];
+    work->delay = long_term_postfilter(residual, t0, settings.gamma_h, filtered);
+  tilt_filter(work->response, settings.response_length, filtered, work->signal);
+}
 
-  double synthesis[kSubframe];
-  tilt_filter(order, numerator, denominator, settings.response_length, filtered, synthesis);
-  formant_filter(state, order, denominator, synthesis);
-  gain_control(state, speech, synthesis, out);
+int postfilter_finish(PostFilterState* state, const double* speech, const PostFilterWork& work,
+                      double* out) {
+  gain_control(state, speech, work.signal, out);
+  copy_vector(work.signal + kSubframe - kBackwardOrder, state->formant_mem, kBackwardOrder);
+  state->tilt_mem = work.harmonic[kSubframe];
   std::memmove(state->residual, state->residual + kSubframe, kResidualPast * sizeof(double));
-  return delay;
+  return work.delay;
+}
+
+int postfilter_subframe(PostFilterState* state, int t0, const double* speech, const double* a,
+                        double* out, const PostFilterSettings& settings, int order,
+                        int frame_type) {
+  PostFilterWork work;
+  postfilter_weigh(a, settings, order, &work);
+  impulse_response(order, work.numerator, work.denominator, work.response,
+                   settings.response_length);
+  postfilter_flatten(state, t0, speech, settings, order, frame_type, &work);
+  synthesis_filter(order, work.denominator, work.signal, work.signal, kSubframe,
+                   state->formant_mem + kBackwardOrder - order, false);
+  return postfilter_finish(state, speech, work, out);
 }
 
 }  // namespace g729::inline KELG729F_TARGET

@@ -28,4 +28,30 @@ struct PostFilterSettings {
 int postfilter_subframe(PostFilterState* state, int t0, const double* speech, const double* a,
                         double* out, const PostFilterSettings& settings, int order, int frame_type);
 
+// The same in steps, for a caller that runs recursions of its own beside those of the filter. A
+// subframe on its way through the filters:
+struct PostFilterWork {
+  double numerator[kSubframe] = {};     // A(z/gamma_n) and zeros
+  double denominator[kBackwardCoeffs];  // A(z/gamma_d)
+  double response[kSubframe];           // of numerator / denominator: measures the tilt
+  double harmonic[1 + kSubframe];       // the long-term filter's output, a sample before it
+  double signal[kSubframe];             // the tilt filter's output, then the formant filter's
+  int delay;                            // of the long-term filter
+};
+
+// First numerator and denominator. The caller then finds the response.
+void postfilter_weigh(const double* a, const PostFilterSettings& settings, int order,
+                      PostFilterWork* work);
+
+// Residual, long-term and tilt filter of the speech. Leaves nothing in the state that a second call
+// would not replace.
+void postfilter_flatten(PostFilterState* state, int t0, const double* speech,
+                        const PostFilterSettings& settings, int order, int frame_type,
+                        PostFilterWork* work);
+
+// After 1/A(z/gamma_d) over work->signal, in place, with formant_mem before it: gain control, and
+// the state moves on. Returns the delay.
+int postfilter_finish(PostFilterState* state, const double* speech, const PostFilterWork& work,
+                      double* out);
+
 }  // namespace g729::inline KELG729F_TARGET

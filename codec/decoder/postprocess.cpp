@@ -5,9 +5,7 @@
 namespace g729::inline KELG729F_TARGET {
 
 int postprocess_highpass(BiquadMemory* memory, double* signal, int n) {
-  constexpr BiquadCoefficients kHighpass = {0.93980581, -1.8795834, 0.93980581, 1.9330735,
-                                            -0.93589199};
-  biquad_filter(kHighpass, memory, signal, n);
+  biquad_filter(kOutputHighpass, memory, signal, n);
   return n;
 }
 

@@ -7,6 +7,9 @@
 
 namespace g729::inline KELG729F_TARGET {
 
+inline constexpr BiquadCoefficients kOutputHighpass = {0.93980581, -1.8795834, 0.93980581,
+                                                       1.9330735, -0.93589199};
+
 // Second-order high-pass at 100 Hz with a gain of 2 on speech decoded at half scale; here in place
 // over n samples at full scale. Returns n.
 int postprocess_highpass(BiquadMemory* memory, double* signal, int n);

@@ -18,7 +18,6 @@ namespace g729::inline KELG729F_TARGET {
 struct DecoderCoreState {
   // Excitation: the past, then the current frame's 80 samples.
   double old_exc[kExcitationPast + kFrame] = {};
-  double synth_mem[kBackwardOrder] = {};  // last outputs; order 10 uses the newest ten
 
   LspDecoderState lsp;
   double lsp_old[kOrder] = {0.9595,  0.8413,  0.6549,  0.4154,  0.1423,

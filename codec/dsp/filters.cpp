@@ -1,67 +1,12 @@
 #include "codec/dsp/filters.h"
 
-#include "codec/dsp/vec.h"
+#include "codec/dsp/recursions.h"
 
 namespace g729::inline KELG729F_TARGET {
 
 namespace {
 
-// Two outputs in a row, or outputs of two filters.
-#if defined(KELG729F_PLAIN)
-struct Pair {
-  double lane[2];
-};
-KELG729F_VEC Pair operator*(Pair x, Pair y) {
-  return {{x.lane[0] * y.lane[0], x.lane[1] * y.lane[1]}};
-}
-KELG729F_VEC Pair operator+(Pair x, Pair y) {
-  return {{x.lane[0] + y.lane[0], x.lane[1] + y.lane[1]}};
-}
-KELG729F_VEC Pair operator-(Pair x, Pair y) {
-  return {{x.lane[0] - y.lane[0], x.lane[1] - y.lane[1]}};
-}
-KELG729F_VEC Pair operator*(double a, Pair x) {
-  return {{a * x.lane[0], a * x.lane[1]}};
-}
-KELG729F_VEC double lane(Pair x, int i) {
-  return x.lane[i];
-}
-KELG729F_VEC Pair both_first(Pair x) {
-  return {{x.lane[0], x.lane[0]}};
-}
-KELG729F_VEC Pair both_second(Pair x) {
-  return {{x.lane[1], x.lane[1]}};
-}
-KELG729F_VEC void store_pair(double* p, Pair x) {
-  p[0] = x.lane[0];
-  p[1] = x.lane[1];
-}
-#else
-typedef double Pair __attribute__((vector_size(16)));
-typedef double PairUnaligned __attribute__((vector_size(16), aligned(8), may_alias));
-KELG729F_VEC double lane(Pair x, int i) {
-  return x[i];
-}
-KELG729F_VEC Pair both_first(Pair x) {
-  return __builtin_shufflevector(x, x, 0, 0);
-}
-KELG729F_VEC Pair both_second(Pair x) {
-  return __builtin_shufflevector(x, x, 1, 1);
-}
-KELG729F_VEC void store_pair(double* p, Pair x) {
-  *reinterpret_cast<PairUnaligned*>(p) = x;
-}
-#endif
-KELG729F_VEC Pair twice(double x) {
-  return Pair{x, x};
-}
-
-// All-pole filter two samples at a time. With y[k] written into the recursion of y[k+1],
-//
-//   y[k]   = x[k]               - sum_i a[i] y[k-i]
-//   y[k+1] = x[k+1] - a[1] x[k] - sum_i (a[i+1] - a[1] a[i]) y[k-i],
-//
-// both wait only for the two outputs before them. c[i] holds the two coefficients of y[k-i].
+// The look-ahead of recursions.h for any order: c[i] holds the two coefficients of y[k-i].
 struct LookAhead {
   Pair c[kBackwardCoeffs];
 };
@@ -87,10 +32,8 @@ KELG729F_VEC double next_one(int m, const double* a, double x, const double* out
   return x;
 }
 
-// kFixed is the order when the compiler may know it, else 0.
-template <int kFixed>
-KELG729F_VEC void synthesize(int order, const double* a, const double* x, double* out, int n) {
-  const int m = kFixed ? kFixed : order;
+// Any order and count; `out` follows the outputs before it.
+void synthesize(int m, const double* a, const double* x, double* out, int n) {
   int k = 0;
   if (m >= 2) {
     const LookAhead f = look_ahead(m, a);
@@ -145,18 +88,16 @@ void synthesize_pair(int m, const double* a, const PairSignals& p) {
   }
 }
 
-// `out` follows the outputs before it.
-void synthesize(int m, const double* a, const double* x, double* out, int n) {
-  if (m == kOrder)
-    synthesize<kOrder>(m, a, x, out, n);
-  else
-    synthesize<0>(m, a, x, out, n);
-}
-
 }  // namespace
 
 void synthesis_filter(int m, const double* a, const double* x, double* y, int n, double* mem,
                       bool update) {
+  if (m == kOrder && n % kLanes == 0) {
+    const AllPole filter = all_pole(a);
+    run_side_by_side(n / kLanes, AllPoleRecursion({filter, x, mem, y}));
+    if (update && n >= m) copy_vector(y + n - m, mem, m);
+    return;
+  }
   double work[kBackwardOrder + kFrame];
   const bool continues = mem + m == y;
   double* const out = continues ? y : work + m;
@@ -215,27 +156,17 @@ void convolve(const double* x, const double* h, double* y) {
 }
 
 void impulse_response(int m, const double* num, const double* den, double* h, int n) {
-  double x[kSubframe] = {};
+  double x[kSubframe] = {}, y[kSubframe];
   copy_vector(num, x, n < m + 1 ? n : m + 1);
   double mem[kBackwardOrder] = {};
-  synthesis_filter(m, den, x, h, n, mem, false);
+  synthesis_filter(m, den, x, y, (n + kLanes - 1) / kLanes * kLanes, mem, false);
+  copy_vector(y, h, n);
 }
 
-// Two samples a turn: with the first one's recursion written into the second's, both wait only for
-// the two outputs before the turn.
 void biquad_filter(const BiquadCoefficients& c, BiquadMemory* mem, double* x, int n) {
-  const double c1 = c.a1 * c.a1 + c.a2, c2 = c.a1 * c.a2;
   BiquadMemory m = *mem;
   int k = 0;
-  for (; k + 2 <= n; k += 2) {
-    const double first = c.b0 * x[k] + (c.b1 * m.x1 + c.b2 * m.x2);
-    const double second = c.b0 * x[k + 1] + (c.b1 * x[k] + c.b2 * m.x1);
-    const double y0 = (first + c.a2 * m.y2) + c.a1 * m.y1;
-    const double y1 = ((second + c.a1 * first) + c2 * m.y2) + c1 * m.y1;
-    m = {x[k + 1], x[k], y1, y0};
-    x[k] = y0;
-    x[k + 1] = y1;
-  }
+  for (; k + 2 <= n; k += 2) biquad_two(c, &m, x + k);
   for (; k < n; ++k) {
     const double y = (c.b0 * x[k] + (c.b1 * m.x1 + c.b2 * m.x2)) + c.a2 * m.y2 + c.a1 * m.y1;
     m = {x[k], m.x1, y, m.y1};

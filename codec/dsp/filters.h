@@ -72,6 +72,19 @@ struct BiquadCoefficients {
   double b0, b1, b2, a1, a2;
 };
 
+// Two samples x[0], x[1] in place: with the first one's recursion written into the second's, both
+// wait only for the two outputs before them.
+KELG729F_VEC void biquad_two(const BiquadCoefficients& c, BiquadMemory* m, double* x) {
+  const double c1 = c.a1 * c.a1 + c.a2, c2 = c.a1 * c.a2;
+  const double first = c.b0 * x[0] + (c.b1 * m->x1 + c.b2 * m->x2);
+  const double second = c.b0 * x[1] + (c.b1 * x[0] + c.b2 * m->x1);
+  const double y0 = (first + c.a2 * m->y2) + c.a1 * m->y1;
+  const double y1 = ((second + c.a1 * first) + c2 * m->y2) + c1 * m->y1;
+  *m = {x[1], x[0], y1, y0};
+  x[0] = y0;
+  x[1] = y1;
+}
+
 // y[n] = b0 x[n] + b1 x[n-1] + b2 x[n-2] + a1 y[n-1] + a2 y[n-2], in place over n samples.
 void biquad_filter(const BiquadCoefficients& c, BiquadMemory* mem, double* x, int n);
 

@@ -64,7 +64,6 @@ class Decoder {
     for (const std::span<const double> values : {std::span<const double>(handle_.output),
                                                  {handle_.synthesis},
                                                  {core.old_exc},
-                                                 {core.synth_mem},
                                                  {core.lsp_old},
                                                  {core.lsp.prev_lsf},
                                                  {core.frozen_a},
