@@ -128,7 +128,7 @@ TEST_P(Abuse, TwoHundredMadeAndDropped) {
   }
   EXPECT_EQ(finalized, 200);
   for (int i = 0; i < 1000 && threads() > before; i++) g_usleep(1000);  // the system's own part
-  EXPECT_EQ(threads(), before);
+  EXPECT_LE(threads(), before);  // those of other tests may end meanwhile
 }
 
 TEST(Sizes, DecoderTakesEveryOne) {
