@@ -141,9 +141,9 @@ KELG729F_VEC unsigned lanes_at_most(Float16 a, Float16 b) {
 #endif
 }
 
-// Whether a <= b in every lane; false when a lane cannot be compared.
-KELG729F_VEC bool all_at_most(Float16 a, Float16 b) {
-  return lanes_at_most(a, b) == 0xFFFF;
+// Bit i is set unless a[i] <= b[i]: also when the two cannot be compared.
+KELG729F_VEC unsigned lanes_above(Float16 a, Float16 b) {
+  return ~lanes_at_most(a, b) & ((1U << kFloatLanes) - 1);
 }
 
 }  // namespace g729::inline KELG729F_TARGET

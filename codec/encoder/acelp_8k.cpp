@@ -12,7 +12,7 @@ namespace g729::inline KELG729F_TARGET {
 namespace {
 
 constexpr int kPulses = 4;
-constexpr int kFourthTracks = 2;  // 3 and 4
+constexpr unsigned kAllLanes = (1U << kFloatLanes) - 1;  // fourth pulses of tracks 3 and 4
 constexpr int kBudget = 75;       // triples a subframe
 constexpr int kFirstExtra = 30;   // on top in the first subframe
 constexpr double kThresholdShare = 0.4;
@@ -128,25 +128,22 @@ uint64_t collect_triples(const Search& s, uint64_t pairs, Triples* triples) {
   return pairs;
 }
 
-// Tries a triple with every fourth pulse, in order: the candidates of track 3, then of track 4.
-void try_fourth(const Search& s, int p0, int p1, int p2, Winner* winner) {
-  double ps3[kLanes], energy3[kLanes];
-  const Third third = third_pulses(s, p0, p1);
-  store(ps3, third.ps);
-  store(energy3, third.energy);
-  Vec8 ps[kFourthTracks], energy[kFourthTracks];
-  for (int k = 0; k < kFourthTracks; ++k) {
-    const int track = 3 + k;
-    const Vec8 cross = (load(s.rr.row[0][p0][track]) + load(s.rr.row[1][p1][track])) +
-                       load(s.rr.row[2][p2][track]);
-    ps[k] = splat(ps3[p2]) + load(s.d[track]);
-    energy[k] = (splat(energy3[p2]) + load(s.rr.diagonal[track])) + cross;
+// Tries a triple with the fourth pulses whose lanes are set, in order: each against the best of
+// those before it.
+void try_fourth(const Search& s, int p0, int p1, int p2, unsigned lanes, Winner* winner) {
+  const auto &row0 = s.rr.row[0][p0], &row1 = s.rr.row[1][p1], &row2 = s.rr.row[2][p2];
+  const double ps3 = (s.d[0][p0] + s.d[1][p1]) + s.d[2][p2];
+  const double energy2 = s.rr.diagonal[0][p0] + s.rr.diagonal[1][p1] + row0[1][p1];
+  const double energy3 = (energy2 + s.rr.diagonal[2][p2]) + (row0[2][p2] + row1[2][p2]);
+  for (; lanes != 0; lanes &= lanes - 1) {
+    const int track = 3 + first_lane(lanes) / kTrackPositions;
+    const int p3 = first_lane(lanes) % kTrackPositions;
+    const double ps = ps3 + s.d[track][p3], square = ps * ps;
+    const double cross = (row0[track][p3] + row1[track][p3]) + row2[track][p3];
+    const double energy = (energy3 + s.rr.diagonal[track][p3]) + cross;
+    if (square * winner->best.energy > winner->best.square * energy)
+      *winner = {{square, energy}, track, {p0, p1, p2, p3}};
   }
-  const int fourth = improve_best<kFourthTracks>(ps, energy, &winner->best);
-  if (fourth < 0) return;
-  winner->fourth_track = 3 + fourth / kTrackPositions;
-  const int place[kPulses] = {p0, p1, p2, fourth % kTrackPositions};
-  std::copy_n(place, kPulses, winner->place);
 }
 
 // The best candidate's criterion, on the screen's scale.
@@ -165,9 +162,10 @@ void search_fourth(const Search& s, const Triples& triples, uint64_t passing, Wi
     const Float16 ps = splat(third[0]) + d;
     const Float16 energy = (splat(third[kTrackPositions]) + load(triples.cross[pair])) +
                            load(s.screen.energy[p2]);
-    if (all_at_most(ps * ps, bar * energy)) [[likely]]
+    const unsigned left = lanes_above(ps * ps, bar * energy);
+    if (left == 0) [[likely]]
       continue;
-    try_fourth(s, triples.p0[pair], triples.p1[pair], p2, winner);
+    try_fourth(s, triples.p0[pair], triples.p1[pair], p2, left, winner);
     bar = screen_bar(s.screen, winner->best);
   }
 }
@@ -200,7 +198,8 @@ int largest_place(const double* d) {
 BestCandidate strongest_triple(const Search& s) {
   const int p0 = largest_place(s.d[0]), p1 = largest_place(s.d[1]), p2 = largest_place(s.d[2]);
   Winner winner;
-  if ((s.d[0][p0] + s.d[1][p1]) + s.d[2][p2] > s.threshold) try_fourth(s, p0, p1, p2, &winner);
+  if ((s.d[0][p0] + s.d[1][p1]) + s.d[2][p2] > s.threshold)
+    try_fourth(s, p0, p1, p2, kAllLanes, &winner);
   return winner.best;
 }
 
