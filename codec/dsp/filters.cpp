@@ -88,6 +88,20 @@ void synthesize_pair(int m, const double* a, const PairSignals& p) {
   }
 }
 
+// Eight samples of the residual.
+KELG729F_VEC Vec8 residual(int m, const double* a, const double* x) {
+  Vec8 s = load(x);
+  for (int i = 1; i <= m; ++i) s = s + splat(a[i]) * load(x - i);
+  return s;
+}
+template <int m>
+KELG729F_VEC Vec8 residual(const double* a, const double* x) {
+  Vec8 s = load(x);
+#pragma GCC unroll 10
+  for (int i = 1; i <= m; ++i) s = s + splat(a[i]) * load(x - i);
+  return s;
+}
+
 }  // namespace
 
 void synthesis_filter(int m, const double* a, const double* x, double* y, int n, double* mem,
@@ -118,11 +132,8 @@ void synthesis_filter_pair(int m, const double* a, const double* x0, const doubl
 
 void residual_filter(int m, const double* a, const double* x, double* y, int n) {
   int k = 0;
-  for (; k + kLanes <= n; k += kLanes) {
-    Vec8 s = load(x + k);
-    for (int i = 1; i <= m; ++i) s = s + splat(a[i]) * load(x + k - i);
-    store(y + k, s);
-  }
+  for (; k + kLanes <= n; k += kLanes)
+    store(y + k, m == kOrder ? residual<kOrder>(a, x + k) : residual(m, a, x + k));
   for (; k < n; ++k) {
     double s = x[k];
     for (int i = 1; i <= m; ++i) s += a[i] * x[k - i];

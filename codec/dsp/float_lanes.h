@@ -2,6 +2,8 @@
 // is decided in double precision, so no result depends on these. As many parts as a Vec8 has.
 #pragma once
 
+#include <bit>
+
 #include "codec/dsp/vec.h"
 
 namespace g729::inline KELG729F_TARGET {
@@ -54,13 +56,74 @@ KELG729F_VEC Float16 operator*(Float16 a, Float16 b) {
   return a;
 }
 
+// a < b ? a : b and a > b ? a : b. The compiler would at times compare and then blend, which
+// takes three times as long in a chain.
 KELG729F_VEC Float16 smaller(Float16 a, Float16 b) {
-  for (int i = 0; i < kFloatParts; ++i) a.part[i] = a.part[i] < b.part[i] ? a.part[i] : b.part[i];
+  for (int i = 0; i < kFloatParts; ++i) {
+#if !defined(KELG729F_PLAIN) && defined(__AVX512F__)
+    a.part[i] = _mm512_maskz_min_ps(0xffff, a.part[i], b.part[i]);
+#elif !defined(KELG729F_PLAIN) && defined(__AVX__)
+    a.part[i] = _mm256_min_ps(a.part[i], b.part[i]);
+#elif !defined(KELG729F_PLAIN) && defined(__SSE2__)
+    a.part[i] = _mm_min_ps(a.part[i], b.part[i]);
+#else
+    a.part[i] = a.part[i] < b.part[i] ? a.part[i] : b.part[i];
+#endif
+  }
   return a;
 }
 KELG729F_VEC Float16 larger(Float16 a, Float16 b) {
-  for (int i = 0; i < kFloatParts; ++i) a.part[i] = a.part[i] > b.part[i] ? a.part[i] : b.part[i];
+  for (int i = 0; i < kFloatParts; ++i) {
+#if !defined(KELG729F_PLAIN) && defined(__AVX512F__)
+    a.part[i] = _mm512_maskz_max_ps(0xffff, a.part[i], b.part[i]);
+#elif !defined(KELG729F_PLAIN) && defined(__AVX__)
+    a.part[i] = _mm256_max_ps(a.part[i], b.part[i]);
+#elif !defined(KELG729F_PLAIN) && defined(__SSE2__)
+    a.part[i] = _mm_max_ps(a.part[i], b.part[i]);
+#else
+    a.part[i] = a.part[i] > b.part[i] ? a.part[i] : b.part[i];
+#endif
+  }
   return a;
+}
+
+// Lane i is a[i] where that is below b[i], else c[i].
+KELG729F_VEC Float16 below_or(Float16 a, Float16 b, Float16 c) {
+  for (int i = 0; i < kFloatParts; ++i) a.part[i] = a.part[i] < b.part[i] ? a.part[i] : c.part[i];
+  return a;
+}
+
+// 1 / v, off by 2^-11.4 of it at most, and by more or less from machine to machine.
+KELG729F_VEC Float16 reciprocal(Float16 v) {
+  for (int i = 0; i < kFloatParts; ++i) {
+#if defined(KELG729F_PLAIN) || !defined(__SSE2__)
+    v.part[i] = 1.0F / v.part[i];
+#elif defined(__AVX512F__)
+    v.part[i] = _mm512_maskz_rcp14_ps(0xffff, v.part[i]);
+#elif defined(__AVX__)
+    v.part[i] = _mm256_rcp_ps(v.part[i]);
+#else
+    v.part[i] = _mm_rcp_ps(v.part[i]);
+#endif
+  }
+  return v;
+}
+
+// Every lane with its last n bits replaced by those of `low`, which is below 2^n.
+KELG729F_VEC Float16 with_low_bits(Float16 v, unsigned n, int low) {
+  const int keep = static_cast<int>(~0U << n);
+  for (int i = 0; i < kFloatParts; ++i) {
+#if defined(KELG729F_PLAIN)
+    v.part[i] = std::bit_cast<float>((std::bit_cast<int>(v.part[i]) & keep) | low);
+#else
+    typedef int NativeBits __attribute__((vector_size(8 * kNativeLanes)));
+    v.part[i] = (NativeFloat)(((NativeBits)v.part[i] & keep) | low);
+#endif
+  }
+  return v;
+}
+KELG729F_VEC int low_bits(float x, unsigned n) {
+  return std::bit_cast<int>(x) & static_cast<int>(~(~0U << n));
 }
 
 // Smallest of the lanes.
@@ -90,6 +153,10 @@ KELG729F_VEC float smallest_lane(Float16 v) {
 #endif
 }
 
+KELG729F_VEC float largest_lane(Float16 v) {
+  return -smallest_lane(splat(0.0F) - v);
+}
+
 // Lanes 0..7 are `low` rounded to floats, lanes 8..15 are `high`.
 KELG729F_VEC Float16 narrow(Vec8 low, Vec8 high) {
   Float16 r;
@@ -106,8 +173,7 @@ KELG729F_VEC Float16 narrow(Vec8 low, Vec8 high) {
   for (int i = 0; i < kParts; ++i) {
     const Half first = half(2 * i), second = half(2 * i + 1);
 #if defined(__AVX512F__)
-    r.part[i] = __builtin_shufflevector(first, second, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13,
-                                        14, 15);
+    r.part[i] = _mm512_insertf32x8(_mm512_castps256_ps512(first), second, 1);
 #elif defined(__AVX__)
     r.part[i] = __builtin_shufflevector(first, second, 0, 1, 2, 3, 4, 5, 6, 7);
 #else

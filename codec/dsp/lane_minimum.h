@@ -21,13 +21,35 @@ KELG729F_VEC void consider(LaneMinimum* m, Vec8 value, int first) {
   m->index = select(smaller, splat(static_cast<double>(first)) + load(kLane), m->index);
 }
 
+// Lane-wise the smaller; b where they cannot be compared.
+KELG729F_VEC Vec8 smaller(Vec8 a, Vec8 b) {
+  return select(a < b, a, b);
+}
+
 // Smallest of the eight lanes.
 KELG729F_VEC double smallest_lane(Vec8 v) {
-  double t[kLanes];
-  store(t, v);
-  for (int half = kLanes / 2; half > 0; half /= 2)
-    for (int i = 0; i < half; ++i) t[i] = t[i + half] < t[i] ? t[i + half] : t[i];
-  return t[0];
+#if defined(KELG729F_PLAIN)
+  double least = v.part[0];
+  for (int i = 1; i < kLanes; ++i) least = v.part[i] < least ? v.part[i] : least;
+  return least;
+#else
+#if defined(__AVX__)
+#if defined(__AVX512F__)
+  const auto low4 = __builtin_shufflevector(v.part[0], v.part[0], 0, 1, 2, 3);
+  const auto high4 = __builtin_shufflevector(v.part[0], v.part[0], 4, 5, 6, 7);
+#else
+  const auto low4 = v.part[0], high4 = v.part[1];
+#endif
+  const auto four = low4 < high4 ? low4 : high4;
+  const auto low2 = __builtin_shufflevector(four, four, 0, 1);
+  const auto high2 = __builtin_shufflevector(four, four, 2, 3);
+#else
+  const auto low2 = v.part[0] < v.part[2] ? v.part[0] : v.part[2];
+  const auto high2 = v.part[1] < v.part[3] ? v.part[1] : v.part[3];
+#endif
+  const auto two = low2 < high2 ? low2 : high2;
+  return two[0] < two[1] ? two[0] : two[1];
+#endif
 }
 
 // Index of the smallest value of all lanes, the lowest among equals.

@@ -53,6 +53,11 @@ KELG729F_VEC unsigned lanes_greater(Vec8 a, Vec8 b) {
 #endif
 }
 
+// Bit i is set when a[i] <= b[i]; none of the lanes is a NaN.
+KELG729F_VEC unsigned lanes_at_most(Vec8 a, Vec8 b) {
+  return ~lanes_greater(a, b) & ((1U << kLanes) - 1);
+}
+
 // Index of the lowest set bit; lanes is not 0.
 KELG729F_VEC int first_lane(unsigned lanes) {
   return __builtin_ctz(lanes);

@@ -1,7 +1,9 @@
 #include "codec/encoder/acelp_8k.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstdint>
+#include <cstring>
 
 #include "codec/dsp/filters.h"
 #include "codec/dsp/float_lanes.h"
@@ -12,21 +14,26 @@ namespace g729::inline KELG729F_TARGET {
 namespace {
 
 constexpr int kPulses = 4;
-constexpr unsigned kAllLanes = (1U << kFloatLanes) - 1;  // fourth pulses of tracks 3 and 4
-constexpr int kBudget = 75;       // triples a subframe
-constexpr int kFirstExtra = 30;   // on top in the first subframe
+constexpr int kBudget = 75;      // triples a subframe
+constexpr int kFirstExtra = 30;  // on top in the first subframe
 constexpr double kThresholdShare = 0.4;
 
-// Most fourth pulses are far from winning, which single precision tells: the sixteen candidates of a
-// triple at once, track 3 then track 4. Correlations come scaled so that four add up to 1 at most.
-// Every energy is a sum of terms whose magnitudes add up to 16 times that of the response, so the
-// margin, some 1000 units of its last place, is well above all rounding.
+// Single precision tells the best of some thousand candidates, unless another comes close: the
+// sixteen fourth pulses of a triple at once, track 3 then track 4. Correlations come scaled so that
+// four add up to 1 at most. Every energy is a sum of terms whose magnitudes add up to 16 times that
+// of the response, so the margin, some 1000 units of its last place, is well above all rounding.
 struct Screen {
   static constexpr double kMargin = 0x1p-14;  // of the response's energy
   double scale;
-  alignas(kVectorAlign) float d[kFloatLanes];
-  // What the fourth pulse adds to the energy alone and with third pulse [p2], less the margin.
-  alignas(kVectorAlign) float energy[kTrackPositions][kFloatLanes];
+  float margin;
+  // A first pulse ([0]) with every third one, and what a second one ([1]) adds to that: lanes 0..7
+  // the correlation, lanes 8..15 the energy.
+  alignas(kVectorAlign) float third[2][kTrackPositions][kFloatLanes];
+  // What the fourth pulses add to the energy with a first pulse [0], with a second one [1], and
+  // alone and with a third one [2], there less the margin.
+  alignas(kVectorAlign) float fourth[3][kTrackPositions][kFloatLanes];
+  alignas(kVectorAlign) float pair[kTrackPositions][kTrackPositions];  // energy of p0 with p1
+  alignas(kVectorAlign) float d[kFloatLanes];  // correlations of the fourth pulses
 };
 
 struct Search {
@@ -60,17 +67,28 @@ void set_threshold(Search* s) {
 
 void set_screen(Search* s) {
   Screen* const screen = &s->screen;
+  const auto& diagonal = s->rr.diagonal;
   double largest = 0.0;
   for (const auto& track : s->d) largest = std::max(largest, largest_of(track));
   screen->scale = largest > 0.0 ? 0.25 / largest : 0.0;
-  const Vec8 scale = splat(screen->scale);
+  const double least = Screen::kMargin * diagonal[0][0];
+  screen->margin = static_cast<float>(least);
+  const Vec8 scale = splat(screen->scale), margin = splat(least);
   store(screen->d, narrow(load(s->d[3]) * scale, load(s->d[4]) * scale));
-  const Vec8 margin = splat(Screen::kMargin * s->rr.diagonal[0][0]);
-  const Vec8 third = load(s->rr.diagonal[3]) - margin, fourth = load(s->rr.diagonal[4]) - margin;
-  for (int p2 = 0; p2 < kTrackPositions; ++p2) {
-    const auto& row = s->rr.row[2][p2];
-    store(screen->energy[p2], narrow(third + load(row[3]), fourth + load(row[4])));
+
+  const Vec8 energy3 = load(diagonal[3]) - margin, energy4 = load(diagonal[4]) - margin;
+  for (int p = 0; p < kTrackPositions; ++p) {
+    const auto &row0 = s->rr.row[0][p], &row1 = s->rr.row[1][p], &row2 = s->rr.row[2][p];
+    store(screen->third[0][p], narrow((splat(s->d[0][p]) + load(s->d[2])) * scale,
+                                      (splat(diagonal[0][p]) + load(diagonal[2])) + load(row0[2])));
+    store(screen->third[1][p],
+          narrow(splat(s->d[1][p]) * scale, splat(diagonal[1][p]) + load(row1[2])));
+    store(screen->fourth[0][p], narrow(load(row0[3]), load(row0[4])));
+    store(screen->fourth[1][p], narrow(load(row1[3]), load(row1[4])));
+    store(screen->fourth[2][p], narrow(energy3 + load(row2[3]), energy4 + load(row2[4])));
   }
+  for (int p = 0; p < kTrackPositions; p += 2)
+    store(screen->pair[p], narrow(load(s->rr.row[0][p][1]), load(s->rr.row[0][p + 1][1])));
 }
 
 // The pairs of first and second pulses that some third pulse lifts over the threshold: bit
@@ -87,57 +105,100 @@ KELG729F_VEC uint64_t promising_pairs(const Search& s) {
   return pairs;
 }
 
-// Up to eight pairs of first and second pulses with all third pulses of each, for the screen.
-struct Triples {
-  int p0[kLanes], p1[kLanes];
-  alignas(kVectorAlign) float ps_energy[kLanes][2 * kTrackPositions];  // by p2: scaled sum of d,
-                                                                       // then energy
-  alignas(kVectorAlign) float cross[kLanes][kFloatLanes];  // of the pair with the fourth pulse
-  uint64_t passing;  // over the threshold: bit 8 pair + p2
+// The triples that get their fourth pulse searched, in order: 64 p0 + 8 p1 + p2.
+constexpr int kPairs = kTrackPositions * kTrackPositions;
+constexpr int kMostTriples = kBudget + kBudget + kFirstExtra;
+struct Tried {
+  int count = 0;
+  uint16_t triple[kMostTriples + kTrackPositions];  // room for the last pair's that are over budget
 };
 
-// Sum of d of the pulses p0, p1 and every p2, and their energy.
-struct Third {
-  Vec8 ps, energy;
+// What the screen adds up for a pair 8 p0 + p1 of first and second pulses.
+struct PairSums {
+  alignas(kVectorAlign) float third[kPairs][kFloatLanes];   // correlation and energy, by p2
+  alignas(kVectorAlign) float fourth[kPairs][kFloatLanes];  // energy with the fourth pulse
 };
-KELG729F_VEC Third third_pulses(const Search& s, int p0, int p1) {
-  const auto &row0 = s.rr.row[0][p0], &row1 = s.rr.row[1][p1];
-  const double energy = s.rr.diagonal[0][p0] + s.rr.diagonal[1][p1] + row0[1][p1];
-  return {splat(s.d[0][p0] + s.d[1][p1]) + load(s.d[2]),
-          (splat(energy) + load(s.rr.diagonal[2])) + (load(row0[2]) + load(row1[2]))};
+
+KELG729F_VEC void add_up(const Screen& screen, int pair, PairSums* sums) {
+  const int p0 = pair / kLanes, p1 = pair % kLanes;
+  store(sums->third[pair], load(screen.third[0][p0]) + load(screen.third[1][p1]));
+  store(sums->fourth[pair],
+        (load(screen.fourth[0][p0]) + load(screen.fourth[1][p1])) + splat(screen.pair[p0][p1]));
 }
 
-KELG729F_VEC void add_pair(const Search& s, int p0, int p1, int pair, Triples* triples) {
-  const auto &row0 = s.rr.row[0][p0], &row1 = s.rr.row[1][p1];
-  const Third third = third_pulses(s, p0, p1);
-  store(triples->ps_energy[pair], narrow(third.ps * splat(s.screen.scale), third.energy));
-  store(triples->cross[pair], narrow(load(row0[3]) + load(row1[3]), load(row0[4]) + load(row1[4])));
-  triples->p0[pair] = p0;
-  triples->p1[pair] = p1;
-  triples->passing |= static_cast<uint64_t>(lanes_greater(third.ps, splat(s.threshold)))
-                      << (kLanes * pair);
+typedef uint16_t Places __attribute__((vector_size(2 * kTrackPositions)));
+
+// The places of the bits that are set, the lowest first.
+struct SetBits {
+  uint16_t place[1 << kTrackPositions][kTrackPositions];
+};
+consteval SetBits set_bits() {
+  SetBits bits = {};
+  for (unsigned set = 0; set < 1U << kTrackPositions; ++set)
+    for (int i = 0, n = 0; i < kTrackPositions; ++i)
+      if (set >> i & 1) bits.place[set][n++] = static_cast<uint16_t>(i);
+  return bits;
+}
+alignas(kVectorAlign) constexpr SetBits kSetBits = set_bits();
+
+// Writes the pair's triples over the threshold and returns their number.
+KELG729F_VEC int list_triples(const Search& s, int pair, uint16_t* triple) {
+  const Vec8 ps = splat(s.d[0][pair / kLanes] + s.d[1][pair % kLanes]) + load(s.d[2]);
+  const unsigned passing = lanes_greater(ps, splat(s.threshold));
+  Places places;
+  std::memcpy(&places, kSetBits.place[passing], sizeof places);
+  places += static_cast<uint16_t>(pair * kTrackPositions);
+  std::memcpy(triple, &places, sizeof places);
+  return std::popcount(passing);
 }
 
-// Takes the first eight pairs; returns the others.
-uint64_t collect_triples(const Search& s, uint64_t pairs, Triples* triples) {
-  triples->passing = 0;
-  for (int pair = 0; pair < kLanes && pairs != 0; ++pair, pairs &= pairs - 1) {
-    const int first = __builtin_ctzll(pairs);
-    add_pair(s, first / kLanes, first % kLanes, pair, triples);
+// The first triples over the threshold, `budget` at most.
+void collect(const Search& s, int budget, Tried* tried, PairSums* sums) {
+  int count = 0;
+  for (uint64_t pairs = promising_pairs(s); pairs != 0 && count < budget; pairs &= pairs - 1) {
+    const int pair = std::countr_zero(pairs);
+    add_up(s.screen, pair, sums);
+    count += list_triples(s, pair, tried->triple + count);
   }
-  return pairs;
+  tried->count = std::min(count, budget);
 }
 
-// Tries a triple with the fourth pulses whose lanes are set, in order: each against the best of
-// those before it.
-void try_fourth(const Search& s, int p0, int p1, int p2, unsigned lanes, Winner* winner) {
+// The two best criteria of each lane so far. A criterion is correlation^2 / energy, at least as
+// large as it is in truth but for the slack; its last bits hold the number of the triple.
+constexpr unsigned kNumberBits = 8;
+static_assert(kMostTriples <= 1 << kNumberBits);
+constexpr double kCriterionSlack = 0x1p-10;  // of the reciprocal, 2^-11.4, and of the number
+struct Contest {
+  Float16 best = splat(0.0F), second = splat(0.0F);
+};
+
+Contest hold_contest(const Search& s, const Tried& tried, const PairSums& sums) {
+  const Float16 d = load(s.screen.d), least = splat(s.screen.margin);
+  Contest contest;
+  for (int n = 0; n < tried.count; ++n) {
+    const int pair = tried.triple[n] / kLanes, p2 = tried.triple[n] % kLanes;
+    const float* const third = sums.third[pair] + p2;
+    const Float16 ps = splat(third[0]) + d;
+    const Float16 energy =
+        (splat(third[kTrackPositions]) + load(sums.fourth[pair])) + load(s.screen.fourth[2][p2]);
+    const Float16 criterion =
+        with_low_bits(ps * ps * reciprocal(larger(energy, least)), kNumberBits, n);
+    contest.second = larger(smaller(criterion, contest.best), contest.second);
+    contest.best = larger(criterion, contest.best);
+  }
+  return contest;
+}
+
+// Tries a triple with the fourth pulses first..last, 8 (track - 3) + place, in order: each against
+// the best of those before it.
+void try_fourth(const Search& s, int triple, int first, int last, Winner* winner) {
+  const int p0 = triple / 64, p1 = triple / 8 % 8, p2 = triple % 8;
   const auto &row0 = s.rr.row[0][p0], &row1 = s.rr.row[1][p1], &row2 = s.rr.row[2][p2];
   const double ps3 = (s.d[0][p0] + s.d[1][p1]) + s.d[2][p2];
   const double energy2 = s.rr.diagonal[0][p0] + s.rr.diagonal[1][p1] + row0[1][p1];
   const double energy3 = (energy2 + s.rr.diagonal[2][p2]) + (row0[2][p2] + row1[2][p2]);
-  for (; lanes != 0; lanes &= lanes - 1) {
-    const int track = 3 + first_lane(lanes) / kTrackPositions;
-    const int p3 = first_lane(lanes) % kTrackPositions;
+  for (int i = first; i <= last; ++i) {
+    const int track = 3 + i / kTrackPositions, p3 = i % kTrackPositions;
     const double ps = ps3 + s.d[track][p3], square = ps * ps;
     const double cross = (row0[track][p3] + row1[track][p3]) + row2[track][p3];
     const double energy = (energy3 + s.rr.diagonal[track][p3]) + cross;
@@ -146,76 +207,30 @@ void try_fourth(const Search& s, int p0, int p1, int p2, unsigned lanes, Winner*
   }
 }
 
-// The best candidate's criterion, on the screen's scale.
-Float16 screen_bar(const Screen& screen, const BestCandidate& best) {
-  return splat(static_cast<float>(best.square * (screen.scale * screen.scale) / best.energy));
+// Takes the best of the contest for the winner; false when some other may be better.
+bool is_decided(const Search& s, const Tried& tried, const Contest& contest, Winner* winner) {
+  const float top = largest_lane(contest.best);
+  const Float16 bar = splat(top);
+  const float rival = largest_lane(below_or(contest.best, bar, contest.second));
+  const unsigned lanes = lanes_at_most(bar, contest.best);
+  if (std::popcount(lanes) > 1) return false;
+  const int lane = first_lane(lanes);
+  try_fourth(s, tried.triple[low_bits(top, kNumberBits)], lane, lane, winner);
+  const double square = winner->best.square * (s.screen.scale * s.screen.scale);
+  return square > rival * (1.0 + kCriterionSlack) * winner->best.energy;
 }
 
-// The fourth pulse for the triples given, in order.
-void search_fourth(const Search& s, const Triples& triples, uint64_t passing, Winner* winner) {
-  const Float16 d = load(s.screen.d);
-  Float16 bar = screen_bar(s.screen, winner->best);
-  for (; passing != 0; passing &= passing - 1) {
-    const int lowest = __builtin_ctzll(passing);
-    const int pair = lowest / kLanes, p2 = lowest % kLanes;
-    const float* const third = triples.ps_energy[pair] + p2;
-    const Float16 ps = splat(third[0]) + d;
-    const Float16 energy = (splat(third[kTrackPositions]) + load(triples.cross[pair])) +
-                           load(s.screen.energy[p2]);
-    const unsigned left = lanes_above(ps * ps, bar * energy);
-    if (left == 0) [[likely]]
-      continue;
-    try_fourth(s, triples.p0[pair], triples.p1[pair], p2, left, winner);
-    bar = screen_bar(s.screen, winner->best);
-  }
-}
-
-// The lowest n of the bits set.
-uint64_t lowest_bits(uint64_t bits, int n) {
-  uint64_t rest = bits;
-  for (; n > 0; --n) rest &= rest - 1;
-  return bits ^ rest;
-}
-
-// All triples in order until `time` of them had their fourth pulse searched; returns what is left.
-int search_triples(const Search& s, uint64_t pairs, int time, Winner* winner) {
-  Triples triples;
-  while (pairs != 0 && time > 0) {
-    pairs = collect_triples(s, pairs, &triples);
-    const int count = __builtin_popcountll(triples.passing);
-    search_fourth(s, triples, count <= time ? triples.passing : lowest_bits(triples.passing, time),
-                  winner);
-    time = std::max(time - count, 0);
-  }
-  return time;
-}
-
-int largest_place(const double* d) {
-  return first_lane(~lanes_greater(splat(largest_of(d)), load(d)));
-}
-
-// The best fourth pulse for the three largest correlations; kStart when they pass no threshold.
-BestCandidate strongest_triple(const Search& s) {
-  const int p0 = largest_place(s.d[0]), p1 = largest_place(s.d[1]), p2 = largest_place(s.d[2]);
-  Winner winner;
-  if ((s.d[0][p0] + s.d[1][p1]) + s.d[2][p2] > s.threshold)
-    try_fourth(s, p0, p1, p2, kAllLanes, &winner);
-  return winner.best;
-}
-
-// A candidate that becomes the best for a while costs far more time than one that does not. So the
-// search starts with a bar just below a candidate known to be strong. Whatever stays under the bar
-// would have lost to that candidate by more than rounding can turn, so the winner is the same. When
-// the time runs out before anything reaches the bar, the search starts anew without it.
 int search_pulses(const Search& s, int budget, Winner* winner) {
-  constexpr double kBelow = 1.0 - 1e-12;
-  const uint64_t pairs = promising_pairs(s);
-  const BestCandidate bar = strongest_triple(s);
-  winner->best = {bar.square * kBelow, bar.energy};
-  const int time = search_triples(s, pairs, budget, winner);
-  if (winner->best.square * bar.energy >= bar.square * winner->best.energy) return time;
-  *winner = {};
-  return search_triples(s, pairs, budget, winner);
+  Tried tried;
+  PairSums sums;
+  collect(s, budget, &tried, &sums);
+  const Contest contest = hold_contest(s, tried, sums);
+  if (tried.count > 0 && !is_decided(s, tried, contest, winner)) {
+    *winner = {};
+    for (int i = 0; i < tried.count; ++i)
+      try_fourth(s, tried.triple[i], 0, kFloatLanes - 1, winner);
+  }
+  return budget - tried.count;
 }
 
 int write_codeword(const Search& s, const Winner& winner, const PaddedImpulse& impulse,

@@ -15,6 +15,8 @@ constexpr int kMargin = 4;              // lags that the interpolation reads bey
 constexpr double kEnergyFloor = 0.01;
 constexpr double kMaxPitchGain = 1.2;
 static_assert(kPitchMax + kMargin <= kExcitationPast);
+// Correlations are normalised eight at a time.
+constexpr int kMostLags = kMargin + (kWidth + kMargin + kLanes - 1) / kLanes * kLanes;
 
 // Interpolation of the normalised correlation by thirds of a sample: a windowed sinc.
 constexpr double kCorrelationInterpolation[3 * kMargin + 1] = {
@@ -26,32 +28,74 @@ constexpr int kVectors = kSubframe / kLanes;
 
 // Moves the filtered excitation y from one lag to the next: y[i] <- y[i - 1] + sample * h[i], where
 // `sample` is the excitation that the longer lag brings in.
-void delay_filtered(Vec8* y, double sample, const double* h) {
+KELG729F_VEC void delay_filtered(Vec8* y, double sample, const double* h) {
   const Vec8 s = splat(sample);
   for (int v = kVectors - 1; v > 0; --v) y[v] = slide(y[v - 1], y[v]) + s * load(h + v * kLanes);
   y[0] = slide(splat(0.0), y[0]) + s * load(h);
 }
 
-// Normalised correlation of the target with the filtered excitation, corr[k] at lag first + k. The
-// square root is a single-precision one, as decisions depend on its rounding.
-void normalised_correlations(const double* exc, const double* xn, const double* h, int first,
-                             int count, double* corr) {
-  double start[kSubframe];
-  convolve(exc - first, h, start);
-  Vec8 y[kVectors];
-  for (int v = 0; v < kVectors; ++v) y[v] = load(start + v * kLanes);
-  double energy[kWidth + 2 * kMargin];
-  for (int k = 0; k < count; ++k) {
-    Vec8 xy = splat(0.0), yy = splat(0.0);
-    for (int v = 0; v < kVectors; ++v) {
-      xy = xy + load(xn + v * kLanes) * y[v];
-      yy = yy + y[v] * y[v];
-    }
-    corr[k] = sum(xy);
-    energy[k] = kEnergyFloor + sum(yy);
-    delay_filtered(y, exc[-(first + k + 1)], h);
+// Correlation of the target with the filtered excitation y, and the energy of y.
+KELG729F_VEC void measure(const Vec8* y, const double* xn, double* corr, double* energy) {
+  Vec8 xy = load(xn) * y[0], yy = y[0] * y[0];
+  for (int v = 1; v < kVectors; ++v) {
+    xy = xy + load(xn + v * kLanes) * y[v];
+    yy = yy + y[v] * y[v];
   }
-  for (int k = 0; k < count; ++k) corr[k] /= std::sqrt(static_cast<float>(energy[k]));
+  *corr = sum(xy);
+  *energy = kEnergyFloor + sum(yy);
+}
+
+// The square root is a single-precision one, as decisions depend on its rounding.
+KELG729F_VEC double normalise(double corr, double energy) {
+  return corr / std::sqrt(static_cast<float>(energy));
+}
+
+// Position of the greatest of c[first..last], the last among equals.
+int last_greatest(const double* c, int first, int last) {
+  int best = first;
+  for (int k = first + 1; k <= last; ++k)
+    if (c[k] >= c[best]) best = k;
+  return best;
+}
+
+// The best integer lag, and the normalised correlations of the lags up to kMargin around it:
+// corr[k] is that of lag range.t0_min - kMargin + k. Beyond the range most are never asked for, as
+// the best lag tends to be in the middle. So the shorter lags' vectors are kept until it is known,
+// and the longer ones' not made.
+int search_lags(const double* exc, const double* xn, const double* h, LagRange range,
+                double* corr) {
+  const int first = range.t0_min - kMargin, width = range.t0_max - range.t0_min + 1;
+  const auto sample = [&](int k) {
+    return exc[-(first + k)];
+  };  // the first that lag first + k reads
+  double start[kSubframe], energy[kMostLags];
+  convolve(exc - first, h, start);
+  Vec8 y[kVectors], shorter[kMargin][kVectors];
+  for (int v = 0; v < kVectors; ++v) y[v] = load(start + v * kLanes);
+  int k = 0;
+  for (; k < kMargin; ++k) {
+    for (int v = 0; v < kVectors; ++v) shorter[k][v] = y[v];
+    delay_filtered(y, sample(k + 1), h);
+  }
+  for (int i = width; i < kMostLags - kMargin; ++i) energy[kMargin + i] = 1.0;
+  for (; k < kMargin + width; ++k) {
+    measure(y, xn, corr + k, energy + k);
+    delay_filtered(y, sample(k + 1), h);
+  }
+  for (int i = kMargin; i < k; i += kLanes)
+    for (int j = i; j < i + kLanes; ++j) corr[j] = normalise(corr[j], energy[j]);
+
+  const int best = last_greatest(corr, kMargin, k - 1);
+  for (int i = best - kMargin; i < kMargin; ++i) {
+    measure(shorter[i], xn, corr + i, energy + i);
+    corr[i] = normalise(corr[i], energy[i]);
+  }
+  for (; k <= best + kMargin; ++k) {
+    measure(y, xn, corr + k, energy + k);
+    corr[k] = normalise(corr[k], energy[k]);
+    delay_filtered(y, sample(k + 1), h);
+  }
+  return best;
 }
 
 // Correlation at c[0]'s lag + f / 3, f -2..2.
@@ -109,16 +153,10 @@ int best_fraction(const double* c, Fractions tried) {
 
 PitchLag closed_loop_pitch(const double* exc, const double* xn, const double* h, LagRange range,
                            int i_subfr, int rate) {
-  const int first = range.t0_min - kMargin;
-  const int count = range.t0_max - range.t0_min + 1 + 2 * kMargin;
-  double corr[kWidth + 2 * kMargin];
-  normalised_correlations(exc, xn, h, first, count, corr);
-
-  int lag = range.t0_min;
-  for (int t = range.t0_min + 1; t <= range.t0_max; ++t)
-    if (corr[t - first] >= corr[lag - first]) lag = t;
-
-  const int f = best_fraction(&corr[lag - first], fractions_of(lag, range, i_subfr, rate));
+  double corr[kMostLags] = {};
+  const int best = search_lags(exc, xn, h, range, corr);
+  const int lag = range.t0_min - kMargin + best;
+  const int f = best_fraction(corr + best, fractions_of(lag, range, i_subfr, rate));
   if (f == -2) return {lag - 1, 1};
   if (f == 2) return {lag + 1, -1};
   return {lag, f};

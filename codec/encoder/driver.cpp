@@ -8,6 +8,7 @@
 #include "codec/encoder/music_detector.h"
 #include "codec/encoder/open_loop_pitch.h"
 #include "codec/encoder/subframe.h"
+#include "codec/encoder/target.h"
 
 namespace g729::inline KELG729F_TARGET {
 namespace {
@@ -66,10 +67,10 @@ void choose_filters(FrameWork* w, int bwd_dominant) {
     const LpFilter forward_q = {w->forward_q + k * kCoeffs, kOrder};
     if (w->lp_mode == kBackward) {
       w->quantised[k] = backward;
-      w->weighting[k] = bwd_dominant ? backward : forward;
+      w->weighting[k].filter = bwd_dominant ? backward : forward;
     } else {
       w->quantised[k] = forward_q;
-      w->weighting[k] = bwd_dominant ? forward_q : forward;
+      w->weighting[k].filter = bwd_dominant ? forward_q : forward;
     }
   }
 }
@@ -80,18 +81,6 @@ void choose_weighting(EncoderCoreState* state, FrameWork* w) {
   else
     perceptual_weighting_factors(w->gamma1, w->gamma2, w->lsf, w->rc, &state->weighting);
   choose_filters(w, state->mode.bwd_dominant);
-}
-
-void weight_speech(EncoderCoreState* state, const FrameWork& w) {
-  for (int k = 0; k < kSubframes; ++k) {
-    const LpFilter filter = w.weighting[k];
-    double* wsp = state->old_wsp + kPitchMax + k * kSubframe;
-    double ap1[kBackwardCoeffs], ap2[kBackwardCoeffs];
-    weight_lpc(filter.a, w.gamma1[k], filter.order, ap1);
-    weight_lpc(filter.a, w.gamma2[k], filter.order, ap2);
-    residual_filter(filter.order, ap1, speech_of(state) + k * kSubframe, wsp, kSubframe);
-    synthesis_filter(filter.order, ap2, wsp, wsp, kSubframe, wsp - filter.order, false);
-  }
 }
 
 void remember_decision(EncoderCoreState* state, int vad) {
@@ -152,11 +141,12 @@ void code_inactive_frame(EncoderCoreState* state, FrameWork* w, int32_t* word) {
                    state->lsp_old_q, w->forward_q, &state->noise_seed, &state->freq_prev, applied);
   remember_decision(state, 0);
   for (int k = 0; k < kSubframes; ++k) {
-    w->weighting[k] = w->quantised[k];
+    w->weighting[k].filter = w->quantised[k];
     taming_update(&state->exc_err, applied[k].gain_pitch, applied[k].lag);
     phase_dispersion_update(&state->dispersion, applied[k].gain_pitch, applied[k].gain_code);
-    synthesize_noise_subframe(state, *w, k);
   }
+  expand_bandwidth(w);
+  for (int k = 0; k < kSubframes; ++k) synthesize_noise_subframe(state, *w, k);
   backward_smoothing_restart(&state->mode.smoothing, w->forward_q + kCoeffs);
   state->sharp = kSharpMin;
 }
@@ -194,7 +184,8 @@ void encoder_process_frame(EncoderCoreState* state, const double* input, int32_t
   shift(state->synthesis, kSynthesisPast + kFrame, kSynthesisPast);
   copy_vector(w.lsp_new, state->lsp_old, kOrder);
   choose_weighting(state, &w);
-  weight_speech(state, w);
+  expand_bandwidth(&w);
+  weight_speech(speech_of(state), w, state->old_wsp + kPitchMax);
   if (w.vad)
     code_active_frame(state, w, rate, word);
   else

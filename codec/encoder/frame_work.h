@@ -12,6 +12,12 @@ struct LpFilter {
   int order;
 };
 
+// An LP filter and what weighting makes of it, A(z/gamma1) and A(z/gamma2).
+struct WeightedFilter {
+  LpFilter filter;
+  double ap1[kBackwardCoeffs], ap2[kBackwardCoeffs];
+};
+
 struct FrameWork {
   double
       r[kAutocorrelations + 1];  // lag-windowed autocorrelation, with silence compression to lag 12
@@ -28,8 +34,8 @@ struct FrameWork {
   int vad;  // 1 active
   LpMode lp_mode;
   double gamma1[kSubframes], gamma2[kSubframes];
-  LpFilter quantised[kSubframes];  // synthesis filters
-  LpFilter weighting[kSubframes];  // A(z) of the weighting filter
+  LpFilter quantised[kSubframes];  // synthesis filters, of the same order
+  WeightedFilter weighting[kSubframes];
 };
 
 }  // namespace g729::inline KELG729F_TARGET

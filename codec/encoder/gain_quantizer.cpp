@@ -1,6 +1,8 @@
 #include "codec/encoder/gain_quantizer.h"
 
 #include <algorithm>
+#include <bit>
+#include <cstdint>
 
 #include "codec/dsp/filters.h"
 #include "codec/dsp/lane_minimum.h"
@@ -102,18 +104,24 @@ template <const Preselection& p>
 Choice search(const GainPair* stage_a, const GainPair* stage_b, Candidates first, const double* c,
               double g0, int tame_flag) {
   const StageB b = gather<p>(stage_b + first.b);
-  LaneMinimum least;
+  const Vec8 worst = splat(kWorst);
+  Vec8 error[p.candidates_a], lowest = worst;
   for (int i = 0; i < p.candidates_a; ++i) {
     const GainPair& a = stage_a[first.a + i];
     const Vec8 pitch = splat(a.pitch) + b.pitch;
     const Vec8 code = splat(g0) * (splat(a.code) + b.code);
-    Vec8 error = ((splat(c[0]) * pitch + splat(c[1])) + splat(c[4]) * code) * pitch +
-                 (splat(c[2]) * code + splat(c[3])) * code;
-    if (tame_flag == 1) error = select(splat(kTamedPitch) <= pitch, splat(kWorst), error);
-    consider(&least, error, kLanes * i);
+    Vec8 e = ((splat(c[0]) * pitch + splat(c[1])) + splat(c[4]) * code) * pitch +
+             (splat(c[2]) * code + splat(c[3])) * code;
+    if (tame_flag == 1) e = select(splat(kTamedPitch) <= pitch, worst, e);
+    error[i] = smaller(e, worst);
+    lowest = smaller(error[i], lowest);
   }
-  if (lanes_greater(splat(kWorst), least.value) == 0) return {0, 0};
-  const int index = lowest_index(least);
+  const double least = smallest_lane(lowest);
+  if (!(least < kWorst)) return {0, 0};
+  uint64_t best = 0;
+  for (int i = 0; i < p.candidates_a; ++i)
+    best |= uint64_t{lanes_at_most(error[i], splat(least))} << (kLanes * i);
+  const int index = std::countr_zero(best);
   return {first.a + index / kLanes, first.b + index % kLanes};
 }
 

@@ -137,9 +137,7 @@ uint64_t survivors(const Screen& s, Section section) {
   Float16 largest = load(s.c + section.first);
   for (int p = section.first; p <= section.last; p += kFloatLanes)
     largest = larger(load(s.c + place(p)), largest);
-  float lanes[kFloatLanes];
-  store(lanes, largest);
-  const Float16 bar = splat(*std::max_element(lanes, lanes + kFloatLanes) - s.slack);
+  const Float16 bar = splat(largest_lane(largest) - s.slack);
   uint64_t left = 0;
   for (int p = section.first; p <= section.last; p += kFloatLanes)
     left |= uint64_t{lanes_at_most(bar, load(s.c + place(p)))} << (place(p) - section.first);

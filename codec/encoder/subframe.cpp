@@ -7,6 +7,7 @@
 #include "codec/encoder/acelp_6k4.h"
 #include "codec/encoder/acelp_8k.h"
 #include "codec/encoder/gain_quantizer.h"
+#include "codec/encoder/target.h"
 
 namespace g729::inline KELG729F_TARGET {
 namespace {
@@ -20,8 +21,6 @@ struct SubframeWork {
   double* exc;
   double* synthesis;
   LpFilter quantised;
-  double ap1[kBackwardCoeffs], ap2[kBackwardCoeffs];  // weighting filter A(z/g1) / A(z/g2)
-  int weighting_order;
   double xn[kSubframe];    // target of the adaptive codebook
   double xn2[kSubframe];   // target of the fixed codebook
   double h[kSubframe];     // impulse response of the weighted synthesis filter
@@ -40,28 +39,6 @@ void start_subframe(EncoderCoreState* state, const FrameWork& w, int k, Subframe
   s->exc = state->old_exc + kExcitationPast + s->start;
   s->synthesis = state->synthesis + kSynthesisPast + s->start;
   s->quantised = w.quantised[k];
-  s->weighting_order = w.weighting[k].order;
-  weight_lpc(w.weighting[k].a, w.gamma1[k], s->weighting_order, s->ap1);
-  weight_lpc(w.weighting[k].a, w.gamma2[k], s->weighting_order, s->ap2);
-}
-
-// The LP residual goes into the excitation, where short lags of the search read it. The target xn
-// is the residual through the weighted synthesis filter, from the memories of the errors so far;
-// the impulse response h is that filter's, from rest. Both pass each recursion side by side.
-void compute_target_and_response(EncoderCoreState* state, SubframeWork* s) {
-  const double rest[kBackwardOrder] = {};
-  double error[kBackwardOrder + kSubframe];
-  double* fresh = error + kBackwardOrder;
-  int m = s->quantised.order;
-  copy_vector(state->error_mem, error, kBackwardOrder);
-  zero_vector(s->h, kSubframe);
-  copy_vector(s->ap1, s->h, s->weighting_order + 1);
-  residual_filter(m, s->quantised.a, s->speech, s->exc, kSubframe);
-  synthesis_filter_pair(m, s->quantised.a, s->exc, fresh - m, fresh, s->h, rest, s->h);
-  m = s->weighting_order;
-  residual_filter(m, s->ap1, fresh, s->xn, kSubframe);
-  synthesis_filter_pair(m, s->ap2, s->xn, state->weighted_error_mem + kBackwardOrder - m, s->xn,
-                        s->h, rest, s->h);
 }
 
 int32_t* code_lag(SubframeWork* s, LagRange* range, int rate, int32_t* word) {
@@ -146,7 +123,9 @@ int32_t* code_subframe(EncoderCoreState* state, const FrameWork& w, int k, int r
                        LagRange* range, int32_t* word) {
   SubframeWork s;
   start_subframe(state, w, k, &s);
-  compute_target_and_response(state, &s);
+  // The residual goes into the excitation, where short lags of the search read it.
+  residual_filter(s.quantised.order, s.quantised.a, s.speech, s.exc, kSubframe);
+  find_target(s.exc, state->error_mem, state->weighted_error_mem, w, k, s.xn, s.h);
   word = code_lag(&s, range, rate, word);
   apply_adaptive_codebook(state, &s);
   word = code_innovation(state, &s, rate, w.lp_mode, word);
@@ -164,8 +143,8 @@ void synthesize_noise_subframe(EncoderCoreState* state, const FrameWork& w, int 
   double error[kBackwardOrder + kSubframe], weighted[kSubframe];
   copy_vector(state->error_mem, error, kBackwardOrder);
   for (int i = 0; i < kSubframe; ++i) error[kBackwardOrder + i] = s.speech[i] - s.synthesis[i];
-  residual_filter(kOrder, s.ap1, error + kBackwardOrder, weighted, kSubframe);
-  synthesis_filter(kOrder, s.ap2, weighted, weighted, kSubframe,
+  residual_filter(kOrder, w.weighting[k].ap1, error + kBackwardOrder, weighted, kSubframe);
+  synthesis_filter(kOrder, w.weighting[k].ap2, weighted, weighted, kSubframe,
                    state->weighted_error_mem + kBackwardOrder - kOrder, false);
   copy_vector(error + kSubframe, state->error_mem, kBackwardOrder);
   copy_vector(weighted + kSubframe - kBackwardOrder, state->weighted_error_mem, kBackwardOrder);

@@ -45,6 +45,24 @@ TEST(Preprocess, StopsHumAndPassesSpeech) {
   EXPECT_LT(preprocess_gain(50), 0.3);
 }
 
+TEST(Preprocess, EqualsItsRecursionInPiecesOfAnyLength) {
+  test::SearchSignals signals(3);
+  BiquadMemory memory = {};
+  double x1 = 0, x2 = 0, y1 = 0, y2 = 0;
+  for (int n = 1; n <= kFrame; ++n) {
+    double x[kFrame];
+    for (int i = 0; i < n; ++i) x[i] = signals.uniform(-30000, 30000);
+    double expected[kFrame];
+    for (int i = 0; i < n; ++i) {
+      expected[i] =
+          0.92727435 * x[i] - 1.8544941 * x1 + 0.92727435 * x2 + 1.9059465 * y1 - 0.9114024 * y2;
+      x2 = x1, x1 = x[i], y2 = y1, y1 = expected[i];
+    }
+    preprocess_highpass(&memory, x, n);
+    for (int i = 0; i < n; ++i) ASSERT_NEAR(x[i], expected[i], 1e-7) << n << " " << i;
+  }
+}
+
 TEST(LpAnalysis, WindowsFollowTheirFormulas) {
   for (int n = 0; n < kWindow; ++n) {
     const double w =

@@ -1,0 +1,128 @@
+#include "codec/encoder/target.h"
+
+#include "codec/dsp/filters.h"
+#include "codec/dsp/pair.h"
+
+namespace g729::inline KELG729F_TARGET {
+namespace {
+
+constexpr double kRest[kBackwardOrder] = {};
+
+// With two lanes a register the cascade below takes longer than the plain way.
+bool suits_cascade(const FrameWork& w) {
+  return kNativeLanes >= 4 && w.quantised[0].order == kOrder &&
+         w.weighting[0].filter.order == kOrder;
+}
+
+// Two signals in pass the filter 1/A(z) of `first`, then that of `second`, both of order 10; each
+// step takes sample k through the one and sample k - kLag through the other. In lanes 0 and 1 are
+// the first filter's outputs, in lanes 2 and 3 the second's. Signal 0 has memories, signal 1 is at
+// rest. Both inputs have kLag samples more than the outputs.
+constexpr int kLag = 2;
+static_assert(kSubframe % kOrder == 0 && kLag < kOrder);
+
+struct Cascade {
+  const double *first, *second, *first_mem, *second_mem;
+  const double* in[2];
+  double* out[2];
+};
+
+void run_cascade(const Cascade& f) {
+  Quad c[kCoeffs], last[kOrder];  // last[k modulo 10] are the outputs of step k
+  for (int i = 1; i <= kOrder; ++i) c[i] = join(twice(f.first[i]), twice(f.second[i]));
+  for (int i = 0; i < kOrder; ++i)
+    last[i] = join(Pair{f.first_mem[i], 0.0}, Pair{i < kLag ? 0.0 : f.second_mem[i - kLag], 0.0});
+#pragma GCC unroll 1
+  for (int block = 0; block < kSubframe + kLag; block += kOrder) {
+#pragma GCC unroll 10
+    for (int j = 0; j < kOrder; ++j) {
+      const int k = block + j;
+      if (k == kSubframe + kLag) return;
+      const auto term = [&](int i) { return c[i] * last[(j - i + kOrder) % kOrder]; };
+      // The newest outputs' terms come last, as they arrive last.
+      const Quad oldest = (term(10) + term(9)) + (term(8) + term(7));
+      const Quad older = (term(6) + term(5)) + (term(4) + term(3));
+      const Quad x = join(Pair{f.in[0][k], f.in[1][k]}, low(last[(j - kLag + kOrder) % kOrder]));
+      last[j] = ((x - (oldest + older)) - term(2)) - term(1);
+      if (k < kLag) {
+        last[j] = join(low(last[j]), Pair{f.second_mem[kOrder - kLag + k], 0.0});
+        continue;
+      }
+      f.out[0][k - kLag] = lane(high(last[j]), 0);
+      f.out[1][k - kLag] = lane(high(last[j]), 1);
+    }
+  }
+}
+
+// The target and the impulse response, side by side. A(z/gamma1) comes before 1/A(z) here, which
+// takes the histories that its input and output would have had.
+void find_target_10(const double* residual, const double* error_mem,
+                    const double* weighted_error_mem, const FrameWork& w, int k, double* xn,
+                    double* h) {
+  constexpr int kPast = 2 * kLanes;  // samples of these histories
+  static_assert(kPast >= kOrder && kPast + kOrder <= kBackwardOrder);
+  const double* const a = w.quantised[k].a;
+  const double* const ap1 = w.weighting[k].ap1;
+  const double* const error = error_mem + kBackwardOrder - kPast;
+  double past[kPast + kSubframe], weighted_past[kPast];
+  residual_filter(kOrder, a, error, past, kPast);
+  residual_filter(kOrder, ap1, error, weighted_past, kPast);
+
+  double target[kSubframe + kLag] = {}, response[kSubframe + kLag] = {};
+  copy_vector(residual, past + kPast, kSubframe);
+  residual_filter(kOrder, ap1, past + kPast, target, kSubframe);
+  copy_vector(ap1, response, kCoeffs);
+  run_cascade({a,
+               w.weighting[k].ap2,
+               weighted_past + kPast - kOrder,
+               weighted_error_mem + kBackwardOrder - kOrder,
+               {target, response},
+               {xn, h}});
+}
+
+}  // namespace
+
+void expand_bandwidth(FrameWork* w) {
+  for (int k = 0; k < kSubframes; ++k) {
+    WeightedFilter* const f = &w->weighting[k];
+    weight_lpc(f->filter.a, w->gamma1[k], f->filter.order, f->ap1);
+    weight_lpc(f->filter.a, w->gamma2[k], f->filter.order, f->ap2);
+  }
+}
+
+void weight_speech(const double* speech, const FrameWork& w, double* wsp) {
+  for (int k = 0; k < kSubframes; ++k) {
+    const int start = k * kSubframe;
+    residual_filter(w.weighting[k].filter.order, w.weighting[k].ap1, speech + start, wsp + start,
+                    kSubframe);
+  }
+  for (int k = 0; k < kSubframes; ++k) {
+    double* const y = wsp + k * kSubframe;
+    const int m = w.weighting[k].filter.order;
+    synthesis_filter(m, w.weighting[k].ap2, y, y, kSubframe, y - m, false);
+  }
+}
+
+void find_target_plain(const double* residual, const double* error_mem,
+                       const double* weighted_error_mem, const FrameWork& w, int k, double* xn,
+                       double* h) {
+  const LpFilter quantised = w.quantised[k], weighting = w.weighting[k].filter;
+  double error[kBackwardOrder + kSubframe];
+  double* const fresh = error + kBackwardOrder;
+  copy_vector(error_mem, error, kBackwardOrder);
+  zero_vector(h, kSubframe);
+  copy_vector(w.weighting[k].ap1, h, weighting.order + 1);
+  synthesis_filter_pair(quantised.order, quantised.a, residual, fresh - quantised.order, fresh, h,
+                        kRest, h);
+  residual_filter(weighting.order, w.weighting[k].ap1, fresh, xn, kSubframe);
+  synthesis_filter_pair(weighting.order, w.weighting[k].ap2, xn,
+                        weighted_error_mem + kBackwardOrder - weighting.order, xn, h, kRest, h);
+}
+
+void find_target(const double* residual, const double* error_mem, const double* weighted_error_mem,
+                 const FrameWork& w, int k, double* xn, double* h) {
+  const auto find = suits_cascade(w) ? find_target_10 : find_target_plain;
+  find(residual, error_mem, weighted_error_mem, w, k, xn, h);
+}
+
+}  // namespace g729::inline KELG729F_TARGET

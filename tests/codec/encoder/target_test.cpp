@@ -1,0 +1,48 @@
+#include "codec/encoder/target.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "tests/codec/random_filters.h"
+
+namespace g729::inline KELG729F_TARGET {
+namespace {
+
+using test::Noise;
+
+// The quick way with filters of order 10 against the plain one, relative to the largest value.
+TEST(Target, CascadeEqualsTheFiltersOneByOne) {
+  Noise noise;
+  for (int round = 0; round < 200; ++round) {
+    const std::vector<double> quantised = test::stable_filter(kOrder, noise),
+                              forward = test::stable_filter(kOrder, noise),
+                              residual = noise.vector(kSubframe, 1000),
+                              error = noise.vector(kBackwardOrder, 300),
+                              weighted_error = noise.vector(kBackwardOrder, 300);
+    FrameWork w;
+    for (int k = 0; k < kSubframes; ++k) {
+      w.quantised[k] = {quantised.data(), kOrder};
+      w.weighting[k].filter = {forward.data(), kOrder};
+      w.gamma1[k] = 0.94;
+      w.gamma2[k] = 0.6;
+    }
+    expand_bandwidth(&w);
+    double xn[kSubframe], h[kSubframe], plain_xn[kSubframe], plain_h[kSubframe];
+    find_target(residual.data(), error.data(), weighted_error.data(), w, 1, xn, h);
+    find_target_plain(residual.data(), error.data(), weighted_error.data(), w, 1, plain_xn,
+                      plain_h);
+    double largest_xn = 0, largest_h = 0;
+    for (int n = 0; n < kSubframe; ++n) {
+      largest_xn = std::max(largest_xn, std::abs(plain_xn[n]));
+      largest_h = std::max(largest_h, std::abs(plain_h[n]));
+    }
+    for (int n = 0; n < kSubframe; ++n) {
+      ASSERT_NEAR(xn[n], plain_xn[n], 1e-9 * largest_xn) << round << " " << n;
+      ASSERT_NEAR(h[n], plain_h[n], 1e-9 * largest_h) << round << " " << n;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace g729::inline KELG729F_TARGET
