@@ -16,9 +16,10 @@ struct DecoderHandle {
   DecoderCoreState core;
   PostFilterState postfilter;
   BiquadMemory postprocessing = {};
+  alignas(kAlign) double synthesis_lead[lead(kSynthesisPast)] = {};
   double synthesis[kSynthesisBuffer] =
-      {};                      // past synthesis, then the frame's before the post-filter
-  double output[kFrame] = {};  // the frame after post-filter and high-pass
+      {};  // past synthesis, then the frame's before the post-filter
+  alignas(kAlign) double output[kFrame] = {};  // the frame after post-filter and high-pass
   DecodedFrame decoded;
   int32_t parameters[kDecoderWords] = {};
   int voicing = kInitialVoicing;  // long-term post-filter delay in the last frame, 0 without one

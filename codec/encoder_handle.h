@@ -13,7 +13,7 @@ namespace g729::inline KELG729F_TARGET {
 struct EncoderHandle {
   BiquadMemory preprocessing = {};
   EncoderCoreState core;
-  double input[kFrame] = {};  // the frame, pre-processed in place
+  alignas(kAlign) double input[kFrame] = {};  // the frame, pre-processed in place
   int32_t parameters[kEncoderWords] = {};
   int32_t dtx_enabled = 0;
   int32_t frame_counter = 0;

@@ -17,6 +17,7 @@ namespace g729::inline KELG729F_TARGET {
 
 struct DecoderCoreState {
   // Excitation: the past, then the current frame's 80 samples.
+  alignas(kAlign) double exc_lead[lead(kExcitationPast)] = {};
   double old_exc[kExcitationPast + kFrame] = {};
 
   LspDecoderState lsp;

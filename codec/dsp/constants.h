@@ -28,6 +28,13 @@ static_assert(kWindow == 120 + kFrame + kLookAhead);
 static_assert(kSubframe % 8 == 0 && kFrame % 8 == 0 && kWindow % 8 == 0,
               "kernels work on eight samples at a time");
 
+// Kernels load eight samples at a time, fastest from a cache line. A signal behind a past of `past`
+// samples starts at one when lead(past) samples more stand before them.
+inline constexpr int kAlign = 64;
+constexpr int lead(int past) {
+  return (8 - past % 8) % 8;
+}
+
 // Rate of a speech frame.
 enum Rate : int { kRate6k4 = 0, kRate8k = 1, kRate11k8 = 2 };
 

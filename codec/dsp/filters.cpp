@@ -146,7 +146,7 @@ void residual_filter(int m, const double* a, const double* x, double* y, int n) 
 // chain of additions that each block waits for.
 void convolve(const double* x, const double* h, double* y) {
   constexpr int kBlocks = kSubframe / kLanes;
-  double padded[kLanes + kSubframe];
+  alignas(kAlign) double padded[kLanes + kSubframe];
   store(padded, splat(0.0));
   for (int b = 0; b < kBlocks; ++b) store(padded + (b + 1) * kLanes, load(h + b * kLanes));
   Vec8 s[kBlocks] = {};

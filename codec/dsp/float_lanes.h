@@ -157,6 +157,15 @@ KELG729F_VEC float largest_lane(Float16 v) {
   return -smallest_lane(splat(0.0F) - v);
 }
 
+// Sum of the lanes, in any order.
+KELG729F_VEC float sum(Float16 v) {
+  float t[kFloatLanes];
+  store(t, v);
+  for (int half = kFloatLanes / 2; half > 0; half /= 2)
+    for (int i = 0; i < half; ++i) t[i] += t[i + half];
+  return t[0];
+}
+
 // Lanes 0..7 are `low` rounded to floats, lanes 8..15 are `high`.
 KELG729F_VEC Float16 narrow(Vec8 low, Vec8 high) {
   Float16 r;

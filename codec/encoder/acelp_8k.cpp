@@ -257,7 +257,7 @@ int acelp_search_17bit(const double* target, double* impulse, int t0, double pit
                        int subframe_start, double* code, double* y, int* sign_index,
                        int* fcb_extra) {
   Search s;
-  double d[kSubframe];
+  alignas(kAlign) double d[kSubframe];
   pitch_sharpen(impulse, t0, pitch_sharp);
   const PaddedImpulse padded = pad_impulse(impulse);
   impulse_energies(impulse, &s.rr);

@@ -68,7 +68,7 @@ int search_lags(const double* exc, const double* xn, const double* h, LagRange r
   const auto sample = [&](int k) {
     return exc[-(first + k)];
   };  // the first that lag first + k reads
-  double start[kSubframe], energy[kMostLags];
+  alignas(kAlign) double start[kSubframe], energy[kMostLags];
   convolve(exc - first, h, start);
   Vec8 y[kVectors], shorter[kMargin][kVectors];
   for (int v = 0; v < kVectors; ++v) y[v] = load(start + v * kLanes);

@@ -84,7 +84,7 @@ KELG729F_VEC int improve_best(const Vec8* correlation, const Vec8* energy, BestC
 // An impulse response after as many zeros: readable from any pulse position on. Made well before
 // it is used, or its vectors are still on their way to memory.
 struct PaddedImpulse {
-  double zeros[kSubframe];
+  alignas(kAlign) double zeros[kSubframe];
   double h[kSubframe];
 };
 PaddedImpulse pad_impulse(const double* impulse);

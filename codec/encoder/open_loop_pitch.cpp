@@ -8,6 +8,7 @@
 #include "codec/dsp/filters.h"
 #include "codec/dsp/float_lanes.h"
 #include "codec/dsp/lane_minimum.h"
+#include "codec/dsp/whole_lanes.h"
 
 namespace g729::inline KELG729F_TARGET {
 namespace {
@@ -66,12 +67,25 @@ int peak_position(const double* c, Section section) {
   return lowest_index(lowest);
 }
 
+// A position's correlation and the energy of its delayed samples.
+struct Measure {
+  double correlation, energy;
+};
+KELG729F_VEC Measure measure(const double* wsp, int position) {
+  const double* const delayed = wsp - kPitchMax + position;
+  Vec8 c = splat(0.0), e = splat(0.0);
+  for (int n = 0; n < kFrame; n += kLanes) {
+    const Vec8 past = load(delayed + n);
+    c = c + load(wsp + n) * past;
+    e = e + past * past;
+  }
+  return {sum(c), kEnergyFloor + sum(e)};
+}
+
 // The square root is a single-precision one, as decisions depend on its rounding.
-Candidate normalise(const double* wsp, int position, double correlation) {
-  const int lag = kPitchMax - position;
-  const double energy = kEnergyFloor + dot(wsp - lag, wsp - lag, kFrame);
-  const double root = std::sqrt(static_cast<float>(energy));
-  return {lag, correlation / root};
+Candidate normalise(int position, const Measure& m) {
+  const double root = std::sqrt(static_cast<float>(m.energy));
+  return {kPitchMax - position, m.correlation / root};
 }
 
 int choose_lag(Candidate chosen, Candidate middle, Candidate short_lag) {
@@ -80,55 +94,100 @@ int choose_lag(Candidate chosen, Candidate middle, Candidate short_lag) {
   return chosen.lag;
 }
 
-// The search in two steps: single precision leaves only positions whose correlation comes within
-// its error of the section's greatest, most often one, and double precision decides among them.
-//
-// Each of the 80 products and sums is off by at most 2^-24 of what it could be at most, and that
-// totals |wsp| |delayed wsp|, Cauchy and Schwarz say. Two correlations are compared.
-constexpr double kScreenError = 2 * 0x1p-17;
-constexpr float kLeastSlack = 1e-30F, kMostSlack = 1e30F;  // well inside the range of floats
+// The search in two steps: numbers rounded to 16 bits leave only positions whose correlation comes
+// within the error of the section's greatest, most often one, and double precision decides among
+// them.
 constexpr int kMaxSurvivors = 8;  // in a section; with more the plain search is faster
+constexpr double kLeastNorms = 1e-20, kMostNorms = 1e20;  // well inside the range of floats
 
 struct Screen {
   alignas(64) float c[kPositions];
   float slack;
 };
 
-constexpr int kFloatTile = kNativeLanes >= 8 ? 8 : kNativeLanes >= 4 ? 4 : 2;
-constexpr int kFloatBlocks = kFrame / kFloatLanes;
-static_assert(kPositions % (kFloatTile * kFloatLanes) == 0 && kFrame % kFloatLanes == 0);
+constexpr int kTileBlocks = kNativeLanes >= 8 ? 8 : kNativeLanes >= 4 ? 4 : 2;
+constexpr int kFrameBlocks = kFrame / kFloatLanes;
+static_assert(kPositions % (kTileBlocks * kFloatLanes) == 0 && kFrame % kFloatLanes == 0);
 
-// c[p + 16 t ...] from the samples 16 k + r times the delayed ones: every load of those serves all
-// blocks k.
-void correlate_tile(const float* delayed, const float* wsp, float* c) {
-  Float16 acc[kFloatTile];
-  for (Float16& a : acc) a = splat(0.0F);
-  for (int r = 0; r < kFloatLanes; ++r) {
-    Float16 sample[kFloatBlocks];
-    for (int k = 0; k < kFloatBlocks; ++k) sample[k] = splat(wsp[k * kFloatLanes + r]);
+// c[p + 16 t ...]. An element of `delayed` and `wsp` is a sample and the one behind it. The samples
+// 16 k + r and 16 k + r + 1 meet the delayed ones: every load of those serves all blocks k.
+void correlate_tile(const int32_t* delayed, const int32_t* wsp, float* c) {
+  Whole16 acc[kTileBlocks];
+  for (Whole16& a : acc) a = splat(0);
+  for (int r = 0; r < kFloatLanes; r += 2) {
+    Whole16 sample[kFrameBlocks];
+    for (int k = 0; k < kFrameBlocks; ++k) sample[k] = splat(wsp[k * kFloatLanes + r]);
 #pragma GCC unroll 12
-    for (int m = 0; m < kFloatTile + kFloatBlocks - 1; ++m) {
-      const Float16 past = load(delayed + m * kFloatLanes + r);
+    for (int m = 0; m < kTileBlocks + kFrameBlocks - 1; ++m) {
+      const Whole16 past = load(delayed + m * kFloatLanes + r);
 #pragma GCC unroll 5
-      for (int k = 0; k < kFloatBlocks; ++k)
-        if (m >= k && m - k < kFloatTile) acc[m - k] = acc[m - k] + sample[k] * past;
+      for (int k = 0; k < kFrameBlocks; ++k)
+        if (m >= k && m - k < kTileBlocks)
+          acc[m - k] = acc[m - k] + multiply_halves(sample[k], past);
     }
   }
-  for (int t = 0; t < kFloatTile; ++t) store(c + t * kFloatLanes, acc[t]);
+  for (int t = 0; t < kTileBlocks; ++t) store(c + t * kFloatLanes, to_floats(acc[t]));
 }
 
-void screen_positions(const double* wsp, Screen* s) {
-  constexpr int kSamples = kPitchMax + kFrame;
-  const double* const oldest = wsp - kPitchMax;
-  alignas(64) float samples[kSamples + 1];
-  for (int n = 0; n < kSamples; n += kFloatLanes) {
-    const int at = std::min(n, kSamples - kFloatLanes);  // the last one overlaps
-    store(samples + at, narrow(load(oldest + at), load(oldest + at + kLanes)));
+// Block i of the samples; the last one overlaps the one before.
+constexpr int kSamples = kPitchMax + kFrame;
+constexpr int kSampleBlocks = (kSamples + kFloatLanes - 1) / kFloatLanes;
+constexpr int block_start(int i) {
+  return std::min(i * kFloatLanes, kSamples - kFloatLanes);
+}
+
+struct Samples {
+  Float16 block[kSampleBlocks];
+  double largest;  // magnitude
+  double energy;   // at least that of all samples, but for rounding
+};
+
+KELG729F_VEC void narrow_samples(const double* oldest, Samples* s) {
+  Float16 largest = splat(0.0F), energy[2] = {splat(0.0F), splat(0.0F)};
+#pragma GCC unroll 14
+  for (int i = 0; i < kSampleBlocks; ++i) {
+    const double* const x = oldest + block_start(i);
+    s->block[i] = narrow(load(x), load(x + kLanes));
+    largest = larger(larger(s->block[i], splat(0.0F) - s->block[i]), largest);
+    energy[i % 2] = energy[i % 2] + s->block[i] * s->block[i];
   }
-  for (int p = 0; p < kPositions; p += kFloatTile * kFloatLanes)
-    correlate_tile(samples + p, samples + kPitchMax, s->c + p);
-  const double energy = dot(wsp, wsp, kFrame), past = dot(oldest, oldest, kSamples - kPitchMin);
-  s->slack = static_cast<float>(kScreenError * std::sqrt(energy * past));
+  s->largest = largest_lane(largest);
+  s->energy = sum(energy[0] + energy[1]);
+}
+
+// Each sample times `scale`, rounded, in the low half; the one behind it in the high half.
+KELG729F_VEC void round_samples(const Samples& s, float scale, int32_t* pairs) {
+  Whole16 x = truncate(s.block[0] * splat(scale));
+#pragma GCC unroll 14
+  for (int i = 0; i < kSampleBlocks; ++i) {
+    const Whole16 after =
+        i + 1 < kSampleBlocks ? truncate(s.block[i + 1] * splat(scale)) : splat(0);
+    store(pairs + block_start(i), join_halves(x, next_lanes(x, after)));
+    x = after;
+  }
+}
+
+// Correlations scaled so that they stay below 2^30: none is greater than |wsp| |delayed wsp|,
+// Cauchy and Schwarz say. Rounding changes a sample by 1 at most, and so a correlation by the sum
+// of both signals' magnitudes and 80, where such a sum is sqrt(80) |signal| at most. Two
+// correlations are compared. The constants above 1 and 80 are for the roundings of this estimate
+// and of floats. False when that does not work for the signal's level.
+bool screen_positions(const double* wsp, Screen* s) {
+  constexpr double kMostCorrelation = 0x1p30, kMostSample = 32767.0;
+  const double root80 = std::sqrt(static_cast<double>(kFrame));
+  alignas(64) int32_t pairs[kSampleBlocks * kFloatLanes];
+  Samples samples;
+  narrow_samples(wsp - kPitchMax, &samples);
+  const double energy = dot(wsp, wsp, kFrame);
+  const double norms = std::sqrt(energy * samples.energy);
+  if (!(norms > kLeastNorms && norms < kMostNorms)) return false;
+  const double scale = std::min(std::sqrt(kMostCorrelation / norms), kMostSample / samples.largest);
+  round_samples(samples, static_cast<float>(scale), pairs);
+  for (int p = 0; p < kPositions; p += kTileBlocks * kFloatLanes)
+    correlate_tile(pairs + p, pairs + kPitchMax, s->c + p);
+  s->slack = static_cast<float>(
+      2.1 * (scale * root80 * (std::sqrt(energy) + std::sqrt(samples.energy)) + 256.0));
+  return true;
 }
 
 // The section's positions that may have its greatest correlation, bit i for first + i.
@@ -150,16 +209,16 @@ bool is_silent(const double* wsp) {
 
 // The first of the greatest correlations among the positions left.
 Candidate section_candidate(const double* wsp, Section section, uint64_t left) {
-  int best = 0;
-  double greatest = 0.0;
-  for (bool first = true; left != 0; left &= left - 1, first = false) {
+  int best = section.first + std::countr_zero(left);
+  Measure greatest = measure(wsp, best);
+  for (left &= left - 1; left != 0; left &= left - 1) {
     const int position = section.first + std::countr_zero(left);
-    const double c = dot(wsp, wsp - kPitchMax + position, kFrame);
-    if (!first && !(c > greatest)) continue;
-    greatest = c;
+    const Measure m = measure(wsp, position);
+    if (!(m.correlation > greatest.correlation)) continue;
+    greatest = m;
     best = position;
   }
-  return normalise(wsp, best, greatest);
+  return normalise(best, greatest);
 }
 
 }  // namespace
@@ -169,15 +228,14 @@ int open_loop_pitch_plain(const double* wsp) {
   correlate(wsp, c);
   const auto candidate = [&](Section section) {
     const int position = peak_position(c, section);
-    return normalise(wsp, position, c[position]);
+    return normalise(position, {c[position], measure(wsp, position).energy});
   };
   return choose_lag(candidate(kLong), candidate(kMiddle), candidate(kShort));
 }
 
 int open_loop_pitch(const double* wsp) {
   Screen screen;
-  screen_positions(wsp, &screen);
-  if (!(screen.slack > kLeastSlack && screen.slack < kMostSlack))
+  if (!screen_positions(wsp, &screen))
     return is_silent(wsp) ? kPitchMax : open_loop_pitch_plain(wsp);
   Candidate candidate[3];
   int i = 0;

@@ -26,9 +26,12 @@ inline constexpr int kNewSpeech = kWindow - kFrame;                // newest inp
 
 struct EncoderCoreState {
   // Signals, oldest sample first.
-  double old_speech[kWindow] = {};                 // past, frame, look-ahead
-  double old_wsp[kPitchMax + kFrame] = {};         // weighted speech: past, frame
-  double old_exc[kExcitationPast + kFrame] = {};   // excitation: past, frame
+  alignas(kAlign) double old_speech[kWindow] = {};  // past, frame, look-ahead
+  alignas(kAlign) double wsp_lead[lead(kPitchMax)] = {};
+  double old_wsp[kPitchMax + kFrame] = {};  // weighted speech: past, frame
+  alignas(kAlign) double exc_lead[lead(kExcitationPast)] = {};
+  double old_exc[kExcitationPast + kFrame] = {};  // excitation: past, frame
+  alignas(kAlign) double synthesis_lead[lead(kSynthesisPast)] = {};
   double synthesis[kSynthesisPast + kFrame] = {};  // local synthesis: past, frame
   double error_mem[kBackwardOrder] = {};           // speech - synthesis
   double weighted_error_mem[kBackwardOrder] = {};  // xn - g_p y1 - g_c y2

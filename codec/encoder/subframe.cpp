@@ -21,12 +21,12 @@ struct SubframeWork {
   double* exc;
   double* synthesis;
   LpFilter quantised;
-  double xn[kSubframe];    // target of the adaptive codebook
-  double xn2[kSubframe];   // target of the fixed codebook
-  double h[kSubframe];     // impulse response of the weighted synthesis filter
-  double y1[kSubframe];    // filtered adaptive-codebook vector
-  double y2[kSubframe];    // filtered innovation
-  double code[kSubframe];  // innovation
+  alignas(kAlign) double xn[kSubframe];    // target of the adaptive codebook
+  alignas(kAlign) double xn2[kSubframe];   // target of the fixed codebook
+  alignas(kAlign) double h[kSubframe];     // impulse response of the weighted synthesis filter
+  alignas(kAlign) double y1[kSubframe];    // filtered adaptive-codebook vector
+  alignas(kAlign) double y2[kSubframe];    // filtered innovation
+  alignas(kAlign) double code[kSubframe];  // innovation
   double gain_terms[kGainTerms];
   double gain_pitch, gain_code;
   PitchLag lag;

@@ -64,11 +64,11 @@ void find_target_10(const double* residual, const double* error_mem,
   const double* const a = w.quantised[k].a;
   const double* const ap1 = w.weighting[k].ap1;
   const double* const error = error_mem + kBackwardOrder - kPast;
-  double past[kPast + kSubframe], weighted_past[kPast];
+  alignas(kAlign) double past[kPast + kSubframe], weighted_past[kPast];
   residual_filter(kOrder, a, error, past, kPast);
   residual_filter(kOrder, ap1, error, weighted_past, kPast);
 
-  double target[kSubframe + kLag] = {}, response[kSubframe + kLag] = {};
+  alignas(kAlign) double target[kSubframe + kLag] = {}, response[kSubframe + kLag] = {};
   copy_vector(residual, past + kPast, kSubframe);
   residual_filter(kOrder, ap1, past + kPast, target, kSubframe);
   copy_vector(ap1, response, kCoeffs);
