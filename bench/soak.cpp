@@ -17,8 +17,8 @@
 //
 // The C library and GLib keep freed memory back, per thread and arena. With a thousand threads such
 // caches fill for hours, and a leak would not stand out. So the program runs itself without the
-// caches of the threads and with few arenas, and has the C library give free memory back before it looks. `--caches yes`
-// leaves all as it is.
+// caches of the threads and with few arenas, and has the C library give free memory back before it
+// looks. `--caches yes` leaves all as it is.
 //
 //   soak [--calls N] [--seconds S | --hours H] [--loss PERCENT] [--caches yes|no]
 #include <malloc.h>

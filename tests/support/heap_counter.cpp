@@ -31,6 +31,7 @@ extern "C" {
 void* __libc_malloc(size_t);
 void* __libc_calloc(size_t, size_t);
 void* __libc_realloc(void*, size_t);
+void* __libc_memalign(size_t, size_t);
 
 void* malloc(size_t size) {
   ++calls;
@@ -43,6 +44,10 @@ void* calloc(size_t count, size_t size) {
 void* realloc(void* block, size_t size) {
   ++calls;
   return __libc_realloc(block, size);
+}
+void* aligned_alloc(size_t alignment, size_t size) {
+  ++calls;
+  return __libc_memalign(alignment, size);
 }
 }
 #pragma GCC visibility pop

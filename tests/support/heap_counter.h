@@ -1,4 +1,5 @@
-// Counts the process's calls of malloc, calloc and realloc (operator new included). Under a
+// Counts the process's calls of malloc, calloc, realloc and aligned_alloc (operator
+// new included). Under a
 // sanitizer, which brings its own heap, nothing is counted.
 #pragma once
 
