@@ -1,6 +1,7 @@
 #include "tools/stream_io.h"
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
 
 #include "tools/failure.h"
@@ -17,6 +18,15 @@ std::string hexadecimal(uint16_t word) {
   std::snprintf(text, sizeof text, "0x%04X", static_cast<unsigned>(word));
   return text;
 }
+
+// The words of a byte's bits, the highest bit first.
+constexpr auto kByteWords = [] {
+  std::array<std::array<uint16_t, 8>, 256> words{};
+  for (unsigned byte = 0; byte < words.size(); ++byte)
+    for (unsigned bit = 0; bit < 8; ++bit)
+      words[byte][bit] = byte >> (7 - bit) & 1 ? G729_SERIAL_ONE : G729_SERIAL_ZERO;
+  return words;
+}();
 
 }  // namespace
 
@@ -64,9 +74,9 @@ bool FrameReader::next_packed(Frame* frame) {
   position_ += count;
   frame->words[0] = G729_SERIAL_SYNC;
   frame->words[1] = kPackedBits;
-  for (size_t bit = 0; bit < kPackedBits; ++bit) {
-    const bool one = bytes[bit / 8] >> (7 - bit % 8) & 1;
-    frame->words[2 + bit] = one ? G729_SERIAL_ONE : G729_SERIAL_ZERO;
+  for (size_t i = 0; i < sizeof bytes; ++i) {
+    const auto& words = kByteWords[bytes[i]];
+    std::copy(words.begin(), words.end(), frame->words.begin() + 2 + 8 * i);
   }
   return true;
 }

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "tools/failure.h"
@@ -21,6 +22,9 @@ void check_form(const std::string& name, const SF_INFO& info) {
                                    " sox IN.wav -r 8000 -c 1 -b 16 OUT.wav");
   }
 }
+
+// Samples read or written at once: a call for every frame would cost as much as the codec.
+constexpr size_t kBlock = 65536;
 
 // Sizes from here on stand for "not known yet" in the headers of programs that write to a pipe.
 constexpr uint32_t kUnknownSize = 0x7F000000;
@@ -74,14 +78,26 @@ WavReader::WavReader(const InputFile& input) : missing_(missing_sound(input)) {
 }
 
 size_t WavReader::read(int16_t* samples, size_t count) {
-  return static_cast<size_t>(sf_readf_short(sound_.get(), samples, static_cast<sf_count_t>(count)));
+  size_t done = 0;
+  while (done < count) {
+    if (next_ == block_.size()) {
+      block_.resize(kBlock);
+      block_.resize(static_cast<size_t>(sf_readf_short(sound_.get(), block_.data(), kBlock)));
+      next_ = 0;
+      if (block_.empty()) break;
+    }
+    const size_t n = std::min(count - done, block_.size() - next_);
+    std::copy_n(block_.data() + next_, n, samples + done);
+    next_ += n;
+    done += n;
+  }
+  return done;
 }
 
 std::vector<int16_t> read_wav(const std::string& path) {
   const InputFile input(path);
   WavReader reader(input);
   // Block by block: a header may claim more samples than memory holds.
-  constexpr size_t kBlock = 65536;
   std::vector<int16_t> samples;
   size_t count = kBlock;
   while (count == kBlock) {
@@ -103,10 +119,21 @@ WavWriter::WavWriter(const OutputFile& output) : output_(output) {
 }
 
 void WavWriter::write(const int16_t* samples, size_t count) {
-  const auto wanted = static_cast<sf_count_t>(count);
-  if (sf_writef_short(sound_.get(), samples, wanted) != wanted) {
+  block_.insert(block_.end(), samples, samples + count);
+  if (block_.size() >= kBlock) write_block();
+}
+
+void WavWriter::write_block() {
+  const auto wanted = static_cast<sf_count_t>(block_.size());
+  if (sf_writef_short(sound_.get(), block_.data(), wanted) != wanted) {
     throw Failure(Exit::output, output_.name() + ": cannot write; is the disk full?");
   }
+  block_.clear();
+}
+
+void WavWriter::close() {
+  write_block();
+  sound_.reset();
 }
 
 }  // namespace tool

@@ -33,6 +33,8 @@ class WavReader {
   std::unique_ptr<SNDFILE, SoundCloser> sound_;
   uint64_t samples_;
   uint64_t missing_;
+  std::vector<int16_t> block_;  // read ahead, next_ of them handed out
+  size_t next_ = 0;
 };
 
 std::vector<int16_t> read_wav(const std::string& path);
@@ -42,12 +44,15 @@ class WavWriter {
   explicit WavWriter(const OutputFile& output);
 
   void write(const int16_t* samples, size_t count);
-  // Completes the header.
-  void close() { sound_.reset(); }
+  // Writes what is left and completes the header.
+  void close();
 
  private:
+  void write_block();
+
   const OutputFile& output_;
   std::unique_ptr<SNDFILE, SoundCloser> sound_;
+  std::vector<int16_t> block_;  // to be written
 };
 
 }  // namespace tool

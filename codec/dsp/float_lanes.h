@@ -2,8 +2,6 @@
 // is decided in double precision, so no result depends on these. As many parts as a Vec8 has.
 #pragma once
 
-#include <bit>
-
 #include "codec/dsp/vec.h"
 
 namespace g729::inline KELG729F_TARGET {
@@ -107,23 +105,6 @@ KELG729F_VEC Float16 reciprocal(Float16 v) {
 #endif
   }
   return v;
-}
-
-// Every lane with its last n bits replaced by those of `low`, which is below 2^n.
-KELG729F_VEC Float16 with_low_bits(Float16 v, unsigned n, int low) {
-  const int keep = static_cast<int>(~0U << n);
-  for (int i = 0; i < kFloatParts; ++i) {
-#if defined(KELG729F_PLAIN)
-    v.part[i] = std::bit_cast<float>((std::bit_cast<int>(v.part[i]) & keep) | low);
-#else
-    typedef int NativeBits __attribute__((vector_size(8 * kNativeLanes)));
-    v.part[i] = (NativeFloat)(((NativeBits)v.part[i] & keep) | low);
-#endif
-  }
-  return v;
-}
-KELG729F_VEC int low_bits(float x, unsigned n) {
-  return std::bit_cast<int>(x) & static_cast<int>(~(~0U << n));
 }
 
 // Smallest of the lanes.

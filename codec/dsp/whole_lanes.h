@@ -2,6 +2,7 @@
 // rounded numbers, exact and twice as fast as with floats. For screens, as float_lanes.h.
 #pragma once
 
+#include <bit>
 #include <cstdint>
 
 #include "codec/dsp/float_lanes.h"
@@ -112,6 +113,23 @@ KELG729F_VEC Float16 to_floats(Whole16 v) {
     r.part[i] = __builtin_convertvector(v.part[i], NativeFloat);
 #endif
   return r;
+}
+
+// Every lane with its last n bits replaced by those of `low`, which is below 2^n.
+KELG729F_VEC Float16 with_low_bits(Float16 v, unsigned n, Whole16 low) {
+  const auto keep = static_cast<int32_t>(~0U << n);
+  for (int i = 0; i < kFloatParts; ++i) {
+#if defined(KELG729F_PLAIN)
+    v.part[i] = std::bit_cast<float>((std::bit_cast<int32_t>(v.part[i]) & keep) | low.part[i]);
+#else
+    v.part[i] = reinterpret_cast<NativeFloat>((reinterpret_cast<NativeWhole>(v.part[i]) & keep) |
+                                              low.part[i]);
+#endif
+  }
+  return v;
+}
+KELG729F_VEC unsigned low_bits(float x, unsigned n) {
+  return std::bit_cast<unsigned>(x) & ~(~0U << n);
 }
 
 }  // namespace g729::inline KELG729F_TARGET

@@ -8,6 +8,7 @@
 #include "codec/dsp/filters.h"
 #include "codec/dsp/float_lanes.h"
 #include "codec/dsp/pitch.h"
+#include "codec/dsp/whole_lanes.h"
 #include "codec/encoder/fixed_codebook.h"
 
 namespace g729::inline KELG729F_TARGET {
@@ -164,7 +165,10 @@ void collect(const Search& s, int budget, Tried* tried, PairSums* sums) {
 }
 
 // The two best criteria of each lane so far. A criterion is correlation^2 / energy, at least as
-// large as it is in truth but for the slack; its last bits hold the number of the triple.
+// large as it is in truth but for the slack; its last bits hold the number of the triple. The
+// energy is 1 at least, the first pulse's own sample, so that it stays above 0 with a margin of
+// 1/2.
+constexpr float kMostMargin = 0.5F;
 constexpr unsigned kNumberBits = 8;
 static_assert(kMostTriples <= 1 << kNumberBits);
 constexpr double kCriterionSlack = 0x1p-10;  // of the reciprocal, 2^-11.4, and of the number
@@ -173,16 +177,17 @@ struct Contest {
 };
 
 Contest hold_contest(const Search& s, const Tried& tried, const PairSums& sums) {
-  const Float16 d = load(s.screen.d), least = splat(s.screen.margin);
+  const Float16 d = load(s.screen.d);
   Contest contest;
+  Whole16 number = splat(0);
   for (int n = 0; n < tried.count; ++n) {
     const int pair = tried.triple[n] / kLanes, p2 = tried.triple[n] % kLanes;
     const float* const third = sums.third[pair] + p2;
     const Float16 ps = splat(third[0]) + d;
     const Float16 energy =
         (splat(third[kTrackPositions]) + load(sums.fourth[pair])) + load(s.screen.fourth[2][p2]);
-    const Float16 criterion =
-        with_low_bits(ps * ps * reciprocal(larger(energy, least)), kNumberBits, n);
+    const Float16 criterion = with_low_bits(ps * ps * reciprocal(energy), kNumberBits, number);
+    number = number + splat(1);
     contest.second = larger(smaller(criterion, contest.best), contest.second);
     contest.best = larger(criterion, contest.best);
   }
@@ -213,7 +218,7 @@ bool is_decided(const Search& s, const Tried& tried, const Contest& contest, Win
   const Float16 bar = splat(top);
   const float rival = largest_lane(below_or(contest.best, bar, contest.second));
   const unsigned lanes = lanes_at_most(bar, contest.best);
-  if (std::popcount(lanes) > 1) return false;
+  if (tried.count == 0 || std::popcount(lanes) > 1) return false;
   const int lane = first_lane(lanes);
   try_fourth(s, tried.triple[low_bits(top, kNumberBits)], lane, lane, winner);
   const double square = winner->best.square * (s.screen.scale * s.screen.scale);
@@ -225,7 +230,8 @@ int search_pulses(const Search& s, int budget, Winner* winner) {
   PairSums sums;
   collect(s, budget, &tried, &sums);
   const Contest contest = hold_contest(s, tried, sums);
-  if (tried.count > 0 && !is_decided(s, tried, contest, winner)) {
+  const bool decided = s.screen.margin < kMostMargin && is_decided(s, tried, contest, winner);
+  if (!decided) {
     *winner = {};
     for (int i = 0; i < tried.count; ++i)
       try_fourth(s, tried.triple[i], 0, kFloatLanes - 1, winner);

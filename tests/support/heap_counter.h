@@ -1,6 +1,5 @@
-// Counts the process's calls of malloc, calloc, realloc and aligned_alloc (operator
-// new included). Under a
-// sanitizer, which brings its own heap, nothing is counted.
+// Counts the process's calls of malloc, calloc, realloc and aligned_alloc (operator new included).
+// Under a sanitizer, which brings its own heap, nothing is counted.
 #pragma once
 
 long heap_calls();
