@@ -1,7 +1,7 @@
 #include "codec/decoder/long_term_postfilter.h"
 
 #include "codec/dsp/filters.h"
-#include "codec/dsp/stream.h"
+#include "codec/dsp/sample_run.h"
 
 // The candidates are the 15 delays L - 7/8 .. L + 7/8 around the best whole lag L. The short filter
 // makes a delayed signal from four neighbouring whole lags, so with
@@ -32,10 +32,14 @@ double score(double corr, double energy) {
 // Lane j: sum of x[n] y[n + j], n = 0..39, in four partial sums.
 Vec8 correlate(const double* x, const double* y) {
   constexpr int kSums = 4;
-  Stream8 s[kSums] = {};
-  for (int n = 0; n < kSubframe; n += kSums)
-    for (int i = 0; i < kSums; ++i) s[i] = s[i] + splat_stream(x[n + i]) * load_stream(y + n + i);
-  return whole((s[0] + s[1]) + (s[2] + s[3]));
+  Vec8 s[kSums] = {};
+  for (int n = 0; n < kSubframe; n += kSums) {
+    const SampleRun<2> run(y + n);
+    for_places<kSums>([&](auto i) __attribute__((always_inline)) {
+      s[i] = s[i] + splat(x[n + i]) * run.from(i);
+    });
+  }
+  return (s[0] + s[1]) + (s[2] + s[3]);
 }
 
 // The lag of t0 - 1 .. t0 + 1 with the greatest correlation, 0 when that is not positive.
@@ -104,11 +108,14 @@ Candidate best_fraction(const double* r, int lag, const double* c) {
 template <int Taps>
 void delay_signal(const double* x, const double* taps, int stride, double* out) {
   constexpr int kBlocks = kSubframe / kLanes;
-  Stream8 s[kBlocks] = {};
-  for (int t = 0; t < Taps; ++t)
+  constexpr Constant<Taps - 1> kX;  // place of x in the run
+  Vec8 s[kBlocks] = {};
+  for_places<Taps>([&](auto t) __attribute__((always_inline)) {
+    const Vec8 tap = splat(taps[t * stride]);
     for (int b = 0; b < kBlocks; ++b)
-      s[b] = s[b] + splat_stream(taps[t * stride]) * load_stream(x + b * kLanes - t);
-  for (int b = 0; b < kBlocks; ++b) store(out + b * kLanes, whole(s[b]));
+      s[b] = s[b] + tap * SampleRun<3>(x + b * kLanes - kX).from(kX - t);
+  });
+  for (int b = 0; b < kBlocks; ++b) store(out + b * kLanes, s[b]);
 }
 
 // The signal of a fractional winner, by the long filter where that fits better; the candidate's

@@ -1,6 +1,7 @@
 #include "codec/dsp/filters.h"
 
 #include "codec/dsp/recursions.h"
+#include "codec/dsp/sample_run.h"
 
 namespace g729::inline KELG729F_TARGET {
 
@@ -94,12 +95,20 @@ KELG729F_VEC Vec8 residual(int m, const double* a, const double* x) {
   for (int i = 1; i <= m; ++i) s = s + splat(a[i]) * load(x - i);
   return s;
 }
-template <int m>
-KELG729F_VEC Vec8 residual(const double* a, const double* x) {
-  Vec8 s = load(x);
-#pragma GCC unroll 10
-  for (int i = 1; i <= m; ++i) s = s + splat(a[i]) * load(x - i);
-  return s;
+
+void residual_10(const double* a, const double* x, double* y, int blocks) {
+  Vec8 c[kCoeffs];
+  for (int i = 1; i <= kOrder; ++i) c[i] = splat(a[i]);
+#pragma GCC unroll 1
+  for (int k = 0; k < blocks * kLanes; k += kLanes) {
+    const SampleRun<2> run(x + k - kLanes);
+    Vec8 s = load(x + k);
+    for_places<kLanes>([&](auto i) __attribute__((always_inline)) {
+      s = s + c[i + 1] * run.from(Constant<kLanes - 1>() - i);
+    });
+    for (int i = kLanes + 1; i <= kOrder; ++i) s = s + c[i] * load(x + k - i);
+    store(y + k, s);
+  }
 }
 
 }  // namespace
@@ -131,9 +140,9 @@ void synthesis_filter_pair(int m, const double* a, const double* x0, const doubl
 }
 
 void residual_filter(int m, const double* a, const double* x, double* y, int n) {
+  if (m == kOrder && n % kLanes == 0) return residual_10(a, x, y, n / kLanes);
   int k = 0;
-  for (; k + kLanes <= n; k += kLanes)
-    store(y + k, m == kOrder ? residual<kOrder>(a, x + k) : residual(m, a, x + k));
+  for (; k + kLanes <= n; k += kLanes) store(y + k, residual(m, a, x + k));
   for (; k < n; ++k) {
     double s = x[k];
     for (int i = 1; i <= m; ++i) s += a[i] * x[k - i];
@@ -150,11 +159,11 @@ void convolve(const double* x, const double* h, double* y) {
   store(padded, splat(0.0));
   for (int b = 0; b < kBlocks; ++b) store(padded + (b + 1) * kLanes, load(h + b * kLanes));
   Vec8 s[kBlocks] = {};
-  for (int r = 0; r < kLanes; ++r) {
+  for_places<kLanes>([&](auto r) __attribute__((always_inline)) {
     Vec8 terms[kBlocks] = {};
 #pragma GCC unroll 5
     for (int d = 0; d < kBlocks; ++d) {
-      const Vec8 taps = load(padded + (d + 1) * kLanes - r);
+      const Vec8 taps = SampleRun<2>(padded + d * kLanes).from(Constant<kLanes>() - r);
 #pragma GCC unroll 5
       for (int b = d; b < kBlocks; ++b) {
         const Vec8 term = splat(x[(b - d) * kLanes + r]) * taps;
@@ -162,7 +171,7 @@ void convolve(const double* x, const double* h, double* y) {
       }
     }
     for (int b = 0; b < kBlocks; ++b) s[b] = s[b] + terms[b];
-  }
+  });
   for (int b = 0; b < kBlocks; ++b) store(y + b * kLanes, s[b]);
 }
 

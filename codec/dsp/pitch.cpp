@@ -1,6 +1,6 @@
 #include "codec/dsp/pitch.h"
 
-#include "codec/dsp/stream.h"
+#include "codec/dsp/sample_run.h"
 
 namespace g729::inline KELG729F_TARGET {
 
@@ -22,15 +22,17 @@ void pitch_excitation_interpolate(double* exc, int t0, int frac, int n) {
   const double* older = kPitchInterpolation - frac;      // taps of x[0], x[-1], ...
   const double* newer = kPitchInterpolation + 3 + frac;  // taps of x[1], x[2], ...
   // Eight samples at once: the newest read, x[10], lies at least 10 samples before the output.
+  // What the run holds beyond it is not used.
   static_assert(kPitchMin - kInterpolationTaps >= kLanes);
+  constexpr Constant<kInterpolationTaps - 1> kX;  // place of exc[k - t0] in the run
   for (int k = 0; k < n; k += kLanes) {
-    const double* x = exc + k - t0;
-    Stream8 past = splat_stream(0.0), future = splat_stream(0.0);
-    for (int i = 0; i < kInterpolationTaps; ++i) {
-      past = past + splat_stream(older[3 * i]) * load_stream(x - i);
-      future = future + splat_stream(newer[3 * i]) * load_stream(x + 1 + i);
-    }
-    store(exc + k, whole(past + future));
+    const SampleRun<4> run(exc + k - t0 - kX);
+    Vec8 past = splat(0.0), future = splat(0.0);
+    for_places<kInterpolationTaps>([&](auto i) __attribute__((always_inline)) {
+      past = past + splat(older[3 * i]) * run.from(kX - i);
+      future = future + splat(newer[3 * i]) * run.from(kX + Constant<1>() + i);
+    });
+    store(exc + k, past + future);
   }
 }
 
