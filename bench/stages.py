@@ -40,14 +40,16 @@ def encoder_stages(triples):
         Stage("open-loop pitch", ("open_loop_pitch",), 124 * 80 + 3 * 80,
               "124 lags of 80 samples, 3 energies"),
         Stage("target, impulse response",
-              ("find_target", "find_target_10", "find_target_plain", "code_subframe>residual_filter"),
+              ("find_target", "find_target_10", "find_target_plain", "code_subframe>residual_filter",
+               "code_subframe>residual_10"),
               2 * (40 * 40 + 40 * 20), "2 times: 40 samples through 4 filters, the response through 2"),
         Stage("closed-loop pitch", ("closed_loop_pitch", "encode_lag"),
               2 * TRIANGLE + (15 + 18) * 120, "2 convolutions; 15 and 18 lags: move, correlate, energy of 40"),
         Stage("adaptive codebook", ("pitch_excitation_interpolate", "convolve", "pitch_gain",
                                     "taming_test"),
               2 * (40 * 20 + TRIANGLE + 3 * 40), "2 times: 40 samples of 20 taps, convolution, gain, new target"),
-        Stage("fixed codebook", ("acelp_search_17bit",), 2 * (2 * TRIANGLE + search + 160),
+        Stage("fixed codebook", ("acelp_search_17bit", "code_subframe>impulse_energies",
+                                 "code_subframe>split_signs"), 2 * (2 * TRIANGLE + search + 160),
               f"2 times: backward filter, correlation matrix, 512 triples, {triples:.0f} of them with 16 fourth pulses of 7"),
         Stage("gains", ("gain_correlations", "gain_quantize", "sharpening_gain"),
               2 * (4 * 40 + 32 * 8), "2 times: 4 sums of 40, 32 pairs"),
@@ -57,7 +59,7 @@ def encoder_stages(triples):
               2 * (80 + 400 + 60), "2 times: excitation 80, synthesis 400, error memories 60"),
         Stage("silence compression", ("vad_decide", "music_detect", "dtx_update", "dtx_encode_frame",
                                       "synthesize_noise_subframe")),
-        Stage("bit stream", ("parameters_to_bytes",)),
+        Stage("bit stream", ("parameters_to_bytes", "encode_serial_frame>parameters_to_serial")),
         Stage("rest of the subframes", ("code_subframe",)),
         Stage("rest of the frame", ("encoder_process_frame", "encode_serial_frame")),
     ]
@@ -65,7 +67,8 @@ def encoder_stages(triples):
 
 def decoder_stages(_):
     return [
-        Stage("bit stream", ("bytes_to_parameters", "pitch_parity_check")),
+        Stage("bit stream", ("bytes_to_parameters", "pitch_parity_check", "serial_to_parameters",
+                             "{lambda>serial_to_parameters")),
         Stage("LSP decoding", ("lsp_decode", "lsp_reconstruct"), 4 * 10 + 10, "prediction of order 4"),
         Stage("interpolation", ("interpolate_quantized_lpc", "lsp_to_lpc", "lsp_to_lpc_pair"), 2 * 50, "2 LP vectors"),
         Stage("adaptive codebook", ("pitch_excitation_interpolate", "pitch_lag_decode_first",
