@@ -122,11 +122,10 @@ void synthesis_filter(int m, const double* a, const double* x, double* y, int n,
     return;
   }
   double work[kBackwardOrder + kFrame];
-  const bool continues = mem + m == y;
-  double* const out = continues ? y : work + m;
-  if (!continues) copy_vector(mem, work, m);
+  double* const out = work + m;
+  copy_vector(mem, work, m);
   synthesize(m, a, x, out, n);
-  if (!continues) copy_vector(out, y, n);
+  copy_vector(out, y, n);
   if (update && n > 0) copy_vector(out + n - m, mem, m);
 }
 
