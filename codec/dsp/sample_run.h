@@ -14,7 +14,6 @@ namespace g729::inline KELG729F_TARGET {
 // An int known at compile time.
 template <int v>
 struct Constant {
-  static constexpr int value = v;
   constexpr operator int() const { return v; }
 };
 template <int a, int b>
