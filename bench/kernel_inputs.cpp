@@ -8,7 +8,8 @@
 #include "codec/encoder/lsp_quantizer.h"
 #include "codec/encoder/open_loop_pitch.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 constexpr double kLoud = 1e7;  // energy of a frame worth measuring on: 350 rms
@@ -96,4 +97,5 @@ int collect_kernel_inputs(const int16_t* samples, int frames, int count, KernelI
   return found;
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -10,7 +10,8 @@
 #include "codec/encoder/gain_quantizer.h"
 #include "codec/encoder_handle.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 // One frame's inputs, first subframe where a kernel works on subframes.
 struct KernelInput {
@@ -39,4 +40,5 @@ struct KernelInput {
 // many there are.
 int collect_kernel_inputs(const int16_t* samples, int frames, int count, KernelInput* inputs);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -24,7 +24,8 @@
 #include "codec/encoder/lsp_quantizer.h"
 #include "codec/encoder/open_loop_pitch.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 void register_kernel_benchmarks();
 void register_peak_benchmark();
@@ -234,4 +235,5 @@ void register_kernel_benchmarks() {
   register_peak_benchmark();
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

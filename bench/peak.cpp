@@ -2,9 +2,10 @@
 // instruction set of this build. Products are added without fusing, as everywhere in the codec.
 #include <benchmark/benchmark.h>
 
-#include "codec/dsp/vec.h"
+#include "codec/dsp/simd/vec.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 void register_peak_benchmark();
 
@@ -51,4 +52,5 @@ void register_peak_benchmark() {
   benchmark::RegisterBenchmark("peak/" KELG729F_NAME(KELG729F_TARGET), peak);
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -4,7 +4,8 @@
 
 #include "codec/dsp/diagnostics.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 // Widths of the fields in bits, in the order of transmission.
@@ -189,4 +190,5 @@ void bytes_to_parameters(const uint8_t* bytes, int bits, int32_t* word) {
   }
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -6,7 +6,8 @@
 
 #include "codec/dsp/constants.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 inline constexpr uint16_t kSyncWord = 0x6B21;
 inline constexpr uint16_t kBitZero = 0x007F;
@@ -41,4 +42,5 @@ int parameters_to_bytes(const int32_t* word, uint8_t* bytes);
 // fatal like that of a serial frame.
 void bytes_to_parameters(const uint8_t* bytes, int bits, int32_t* word);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -1,9 +1,10 @@
 #include "codec/decoder_handle.h"
 
-#include "codec/dsp/recursions.h"
 #include "codec/dsp/flush_denormals.h"
+#include "codec/dsp/recursions.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 constexpr int kShortResponse = 20;  // impulse response that measures the tilt
@@ -175,4 +176,5 @@ void decode_packed_frame(DecoderHandle* handle, const uint8_t* bytes, uint32_t s
   decode(handle, bits, false, samples);
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -8,7 +8,8 @@
 #include "codec/decoder/postfilter.h"
 #include "codec/decoder/postprocess.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 inline constexpr int kInitialVoicing = 60;
 
@@ -42,4 +43,5 @@ void decode_serial_frame(DecoderHandle* handle, const uint16_t* serial, int16_t*
 void decode_packed_frame(DecoderHandle* handle, const uint8_t* bytes, uint32_t size,
                          int16_t* samples);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -2,7 +2,8 @@
 
 #include "codec/dsp/flush_denormals.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 constexpr int kCounterLast = 32767;  // after it the frame counter goes on at kCounterWrap, so that
@@ -41,4 +42,5 @@ void encode_packed_frame(EncoderHandle* handle, const int16_t* samples, uint8_t*
   *size = static_cast<uint32_t>(parameters_to_bytes(handle->parameters, bytes));
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

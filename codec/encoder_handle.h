@@ -8,7 +8,8 @@
 #include "codec/encoder/driver.h"
 #include "codec/encoder/preprocess.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 struct EncoderHandle {
   BiquadMemory preprocessing = {};
@@ -29,4 +30,5 @@ void encode_serial_frame(EncoderHandle* handle, const int16_t* samples, int rate
 void encode_packed_frame(EncoderHandle* handle, const int16_t* samples, uint8_t* bytes,
                          uint32_t* size);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -3,7 +3,8 @@
 #include "codec/dispatch.h"
 #include "codec/encoder_handle.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 struct Encoder : G729EncoderState {
@@ -63,4 +64,5 @@ G729DecoderState* create_decoder() {
 
 }  // namespace
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

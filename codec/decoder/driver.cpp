@@ -7,7 +7,8 @@
 #include "codec/dsp/diagnostics.h"
 #include "codec/dsp/filters.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 constexpr int kStationaryBackward = 30;  // backward subframes that make a signal stationary
@@ -175,8 +176,8 @@ void read_gains(DecoderCoreState* state, Frame* frame, const double* code, bool 
 }
 
 // At 6.4 kbit/s what is heard is a dispersed form of the excitation.
-void decode_speech(DecoderCoreState* state, Frame* frame, const double* past,
-                   DecodedFrame* decoded, HeardExcitation* heard) {
+void decode_speech(DecoderCoreState* state, Frame* frame, const double* past, DecodedFrame* decoded,
+                   HeardExcitation* heard) {
   state->noise_seed = kNoiseSeed;
   speech_filters(state, frame, past, decoded);
   double* exc = state->old_exc + kExcitationPast;
@@ -247,8 +248,8 @@ void decoder_core_init(DecoderCoreState* state) {
   lsp_decoder_init(&state->lsp);
 }
 
-void decode_excitation(DecoderCoreState* state, int32_t* parameters, int voicing,
-                       double* synthesis, DecodedFrame* decoded, HeardExcitation* heard) {
+void decode_excitation(DecoderCoreState* state, int32_t* parameters, int voicing, double* synthesis,
+                       DecodedFrame* decoded, HeardExcitation* heard) {
   if (!state->prev_bfi) state->prev_mode_word = voicing;
   Frame frame = begin_frame(state, parameters);
   decoded->type = frame.type;
@@ -289,4 +290,5 @@ void decode_frame_core(DecoderCoreState* state, int32_t* parameters, int voicing
   finish_frame(state, *decoded, synthesis);
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

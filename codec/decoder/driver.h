@@ -6,7 +6,8 @@
 
 #include "codec/decoder/state.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 // Entries of a parameter set: the erasure flag, the frame type, then the fields.
 enum ParameterEntry : int { kErased = 0, kType = 1, kFields = 2 };
@@ -45,10 +46,11 @@ void decode_frame_core(DecoderCoreState* state, int32_t* parameters, int voicing
 // samples; then 1/A(z) on each subframe's excitation in turn, behind the past synthesis; then what
 // depends on the samples. The last returns true when it has dropped a signal that was growing
 // without end: the buffer is zero then.
-void decode_excitation(DecoderCoreState* state, int32_t* parameters, int voicing,
-                       double* synthesis, DecodedFrame* decoded, HeardExcitation* heard);
+void decode_excitation(DecoderCoreState* state, int32_t* parameters, int voicing, double* synthesis,
+                       DecodedFrame* decoded, HeardExcitation* heard);
 void synthesize_subframe(const DecodedFrame& decoded, const HeardExcitation& heard, int subframe,
                          double* synthesis);
 bool finish_frame(DecoderCoreState* state, const DecodedFrame& decoded, double* synthesis);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

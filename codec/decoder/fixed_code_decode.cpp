@@ -1,9 +1,10 @@
 #include "codec/decoder/fixed_code_decode.h"
 
-#include "codec/dsp/algebraic_tables.h"
 #include "codec/dsp/filters.h"
+#include "codec/dsp/tables/algebraic_tables.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 constexpr int kPositionMask = kTrackPositions - 1;
@@ -66,4 +67,5 @@ void fixed_code_decode_bwd_11k8(const int* words, double* code) {
     add_track(words[i], (first_track + i) % kTracks, kPulses[i], code);
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -5,7 +5,8 @@
 
 #include "codec/dsp/constants.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 inline constexpr int kMaxCodeWords = 5;
 
@@ -27,4 +28,5 @@ void fixed_code_decode_fwd_11k8(const int* words, double* code);
 // first word names.
 void fixed_code_decode_bwd_11k8(const int* words, double* code);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -1,6 +1,7 @@
 #include "codec/decoder/gain_decode.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 constexpr double kMaxConcealedPitch = 0.9;
@@ -57,4 +58,5 @@ void gain_conceal_11k8(bool bwd_stationary, GainDecoderState* state) {
   gain_history_conceal(&state->past_energy);
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -5,7 +5,8 @@
 #include "codec/dsp/constants.h"
 #include "codec/dsp/gain_predictor.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 struct GainDecoderState {
   double gain_pitch = 0;             // adaptive gain of the last subframe
@@ -29,4 +30,5 @@ void gain_conceal(GainDecoderState* state);
 // (bwd_stationary). Does not advance erasure_count.
 void gain_conceal_11k8(bool bwd_stationary, GainDecoderState* state);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -2,7 +2,8 @@
 
 #include "codec/dsp/pitch.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 constexpr int kFractionalIndices = 197;  // first-subframe indices with a fraction: 19 1/3 to 84 2/3
@@ -30,4 +31,5 @@ PitchLag pitch_lag_decode_second(int index, int first_t0, int rate) {
   return {t0_min + q - 1, index + 1 - 3 * q};
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -1,7 +1,7 @@
 #include "codec/decoder/long_term_postfilter.h"
 
 #include "codec/dsp/filters.h"
-#include "codec/dsp/sample_run.h"
+#include "codec/dsp/simd/sample_run.h"
 
 // The candidates are the 15 delays L - 7/8 .. L + 7/8 around the best whole lag L. The short filter
 // makes a delayed signal from four neighbouring whole lags, so with
@@ -9,7 +9,8 @@
 //   phi[i][j] = sum_n r[n - i] r[n - j]        i, j = L - 2 .. L + 2
 // every candidate's correlation is h^T c and its energy h^T phi h over four of the five lags: the
 // delayed signals need not be formed, and eight phases are one vector.
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 constexpr double kMinEnergy = 0.1;     // weaker residuals and candidates are left alone
@@ -172,4 +173,5 @@ int long_term_postfilter(const double* residual, int t0, double gamma_h, double*
   return winner.phase == 0 ? winner.lag : winner.lag + 1;
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

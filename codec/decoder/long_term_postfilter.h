@@ -4,7 +4,8 @@
 
 #include "codec/dsp/constants.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 inline constexpr int kDelayPhases = 8;  // eighths of a sample
 inline constexpr int kShortTaps = 4;    // taps k = -1..2 of the filter that ranks the delays
@@ -24,4 +25,5 @@ extern const double kLongDelay[kDelayPhases][kLongTaps];
 // weak or not periodic and out is the residual unchanged. out must not overlap the residual.
 int long_term_postfilter(const double* residual, int t0, double gamma_h, double* out);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

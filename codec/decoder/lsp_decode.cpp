@@ -3,7 +3,8 @@
 #include "codec/dsp/filters.h"
 #include "codec/dsp/math.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 void lsp_decoder_init(LspDecoderState* state) {
   lsp_history_reset(&state->lsp_predictor);
@@ -24,4 +25,5 @@ void lsp_decode(const int index[2], bool erased, LspDecoderState* state, double 
   cosine(state->prev_lsf, lsp, kOrder);
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

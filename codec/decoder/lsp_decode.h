@@ -4,7 +4,8 @@
 #include "codec/dsp/constants.h"
 #include "codec/dsp/lsp_codebook.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 struct LspDecoderState {
   LspHistory lsp_predictor;  // residuals of the last four frames; silence descriptors push too
@@ -19,4 +20,5 @@ void lsp_decoder_init(LspDecoderState* state);
 // (index is not read then) and pushes the residual that would have given them.
 void lsp_decode(const int index[2], bool erased, LspDecoderState* state, double lsp[kOrder]);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

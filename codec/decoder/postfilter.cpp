@@ -4,9 +4,10 @@
 #include <cstring>
 
 #include "codec/dsp/filters.h"
-#include "codec/dsp/vec.h"
+#include "codec/dsp/simd/vec.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 constexpr double kTiltPositive = 0.2;  // share of the first reflection that is compensated
@@ -98,4 +99,5 @@ int postfilter_subframe(PostFilterState* state, int t0, const double* speech, co
   return postfilter_finish(state, speech, work, out);
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

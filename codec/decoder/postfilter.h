@@ -5,7 +5,8 @@
 #include "codec/decoder/long_term_postfilter.h"
 #include "codec/dsp/constants.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 struct PostFilterState {
   double residual[kResidualPast + kSubframe] = {};  // past residual, then the current subframe's
@@ -54,4 +55,5 @@ void postfilter_flatten(PostFilterState* state, int t0, const double* speech,
 int postfilter_finish(PostFilterState* state, const double* speech, const PostFilterWork& work,
                       double* out);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

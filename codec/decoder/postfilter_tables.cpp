@@ -3,7 +3,8 @@
 // decimals; H = 2 for the short filter, 8 for the long one.
 #include "codec/decoder/long_term_postfilter.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 // clang-format off
 // Row: tap k = -1..2; column: phase.
@@ -34,4 +35,5 @@ const double kLongDelay[kDelayPhases][kLongTaps] = {
 };
 // clang-format on
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

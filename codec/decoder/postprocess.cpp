@@ -2,7 +2,8 @@
 
 #include "codec/dsp/constants.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 int postprocess_highpass(BiquadMemory* memory, double* signal, int n) {
   biquad_filter(kOutputHighpass, memory, signal, n);
@@ -17,4 +18,5 @@ void wrap_to_samples(const double* signal, int16_t* samples) {
   }
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -5,7 +5,8 @@
 
 #include "codec/dsp/filters.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 inline constexpr BiquadCoefficients kOutputHighpass = {0.93980581, -1.8795834, 0.93980581,
                                                        1.9330735, -0.93589199};
@@ -18,4 +19,5 @@ int postprocess_highpass(BiquadMemory* memory, double* signal, int n);
 // signal[0..79] to samples[0..79].
 void wrap_to_samples(const double* signal, int16_t* samples);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -13,7 +13,8 @@
 #include "codec/dsp/random.h"
 #include "codec/dtx/comfort_noise.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 struct DecoderCoreState {
   // Excitation: the past, then the current frame's 80 samples.
@@ -51,4 +52,5 @@ struct DecoderCoreState {
 
 void decoder_core_init(DecoderCoreState* state);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -1,9 +1,10 @@
 #include "codec/dsp/backward_lp.h"
 
 #include "codec/dsp/filters.h"
-#include "codec/dsp/vec.h"
+#include "codec/dsp/simd/vec.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 namespace {
 
@@ -59,4 +60,5 @@ void backward_lp_analysis(BackwardLpState* state, const double* past, double* a)
   weight_lpc(a, kExpansion, kBackwardOrder, a);
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -5,7 +5,8 @@
 #include "codec/dsp/constants.h"
 #include "codec/dsp/lpc.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 // Samples under the hybrid window: 30 (order) + 80 (frame) + 35 (newest).
 inline constexpr int kHybridWindow = kBackwardOrder + kFrame + 35;
@@ -26,4 +27,5 @@ struct BackwardLpState {
 // last accepted one.
 void backward_lp_analysis(BackwardLpState* state, const double* past, double* a);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

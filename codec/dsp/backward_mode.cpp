@@ -5,7 +5,8 @@
 #include "codec/dsp/filters.h"
 #include "codec/dsp/math.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 // Quieter frames do not count: synthesis_energy_db first reaches 40 dB at this energy, the least
@@ -63,4 +64,5 @@ double synthesis_energy_db(const double* x, int n) {
   return 10.0 * log10_of(leading);
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

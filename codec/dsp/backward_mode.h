@@ -8,7 +8,8 @@
 
 #include "codec/dsp/constants.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 inline constexpr double kBackwardInterpStart = 1.1;  // before the first backward frame of a run
 inline constexpr double kBackwardInterpStep = 0.1;
@@ -44,4 +45,5 @@ void backward_dominance_update(BackwardDominance* state, int lp_mode, const doub
 // fixed-point logarithm: the energy is cut to its five leading bits.
 double synthesis_energy_db(const double* x, int n);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -1,7 +1,8 @@
 // Sizes of the coder (ITU-T G.729 clause 2 and Annex E) and the codes that every module shares.
 #pragma once
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 inline constexpr int kFrame = 80;                      // samples of a 10 ms frame at 8000 Hz
 inline constexpr int kSubframes = 2;                   // subframes of a frame
@@ -56,4 +57,5 @@ enum LpMode : int { kForward = 0, kBackward = 1 };
 inline constexpr double kInitialLsp[kOrder] = {0.9595,  0.8413,  0.6549,  0.4154,  0.1423,
                                                -0.1423, -0.4154, -0.6549, -0.8413, -0.9595};
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

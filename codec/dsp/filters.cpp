@@ -1,9 +1,10 @@
 #include "codec/dsp/filters.h"
 
 #include "codec/dsp/recursions.h"
-#include "codec/dsp/sample_run.h"
+#include "codec/dsp/simd/sample_run.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 namespace {
 
@@ -194,4 +195,5 @@ void biquad_filter(const BiquadCoefficients& c, BiquadMemory* mem, double* x, in
   *mem = m;
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

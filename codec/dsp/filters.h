@@ -3,9 +3,10 @@
 #pragma once
 
 #include "codec/dsp/constants.h"
-#include "codec/dsp/vec.h"
+#include "codec/dsp/simd/vec.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 // dst[i] = src[i], i = 0..n-1; source first. The two must not overlap.
 inline void copy_vector(const double* src, double* dst, int n) {
@@ -88,4 +89,5 @@ KELG729F_VEC void biquad_two(const BiquadCoefficients& c, BiquadMemory* m, doubl
 // y[n] = b0 x[n] + b1 x[n-1] + b2 x[n-2] + a1 y[n-1] + a2 y[n-2], in place over n samples.
 void biquad_filter(const BiquadCoefficients& c, BiquadMemory* mem, double* x, int n);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

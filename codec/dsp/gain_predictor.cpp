@@ -3,7 +3,8 @@
 #include "codec/dsp/filters.h"
 #include "codec/dsp/math.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 constexpr double kMeanEnergy = 36.0;                            // dB
@@ -34,4 +35,5 @@ void gain_history_conceal(GainHistory* history) {
   push(history, lowered < kMinEnergy ? kMinEnergy : lowered);
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -3,7 +3,8 @@
 
 #include "codec/dsp/constants.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 inline constexpr double kMinEnergy = -14.0;  // dB, the history at the start and its floor
 
@@ -48,4 +49,5 @@ extern const int kGainIndexB6k4[kGainStageB6k4];
 // Floor of the factor that the 6.4 kbit/s history receives.
 inline constexpr double kGainFloor6k4 = 0.2;
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -2,9 +2,10 @@
 
 #include "codec/dsp/filters.h"
 #include "codec/dsp/math.h"
-#include "codec/dsp/vec_four.h"
+#include "codec/dsp/simd/vec_four.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 constexpr double kUnstable = 0.999451;    // largest reflection coefficient of a stable filter
@@ -132,4 +133,5 @@ void lsp_to_lsf(const double* lsp, double* lsf, int n) {
   arc_cosine(lsp, lsf, n);
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

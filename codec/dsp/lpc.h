@@ -4,7 +4,8 @@
 
 #include "codec/dsp/constants.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 // What levinson_durbin falls back to: the last stable filter and its first two reflection
 // coefficients. levinson_durbin refreshes it after every stable recursion.
@@ -43,4 +44,5 @@ void interpolate_lsp(const double* lsp_old, const double* lsp_new, double* lsp);
 // LSPs, the second from the new (clause 3.2.5).
 void interpolate_quantized_lpc(const double* lsp_old_q, const double* lsp_new_q, double* aq);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -11,10 +11,11 @@
 
 #include "codec/dsp/filters.h"
 #include "codec/dsp/lpc.h"
-#include "codec/dsp/vec_lanes.h"
-#include "codec/dsp/vec_or_scalar.h"
+#include "codec/dsp/simd/vec_lanes.h"
+#include "codec/dsp/simd/vec_or_scalar.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 constexpr int kHalfOrder = kOrder / 2;
@@ -183,4 +184,5 @@ void lpc_to_lsp_plain(const double* a, double* lsp, const double* old_lsp) {
   if (found < kOrder) copy_vector(old_lsp, lsp, kOrder);
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

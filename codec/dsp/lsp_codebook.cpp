@@ -4,9 +4,10 @@
 
 #include "codec/dsp/diagnostics.h"
 #include "codec/dsp/filters.h"
-#include "codec/dsp/vec_or_scalar.h"
+#include "codec/dsp/simd/vec_or_scalar.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 constexpr double kPi = 3.14159265358979311600;
@@ -129,4 +130,5 @@ void lsp_reconstruct(const int index[2], const LspHistory& history, double* buf,
   lsp_stabilize(lsf);
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -5,7 +5,8 @@
 
 #include "codec/dsp/constants.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 inline constexpr int kFirstStage = 128;   // rows of the first-stage codebook
 inline constexpr int kSecondStage = 32;   // rows of the second-stage codebook
@@ -85,4 +86,5 @@ void lsp_codevector(int first, int lower, int upper, double* buf);
 // The caller pushes buf into the history.
 void lsp_reconstruct(const int index[2], const LspHistory& history, double* buf, double* lsf);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -1,7 +1,8 @@
 // MA predictors of the LSF quantiser (clause 3.2.4) and of silence descriptors (Annex B).
 #include "codec/dsp/lsp_codebook.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 using Coefficients = double[kMaOrder][kOrder];
@@ -42,4 +43,5 @@ consteval LspPredictor blend(double weight0, double weight1) {
 constexpr LspPredictor kSpeechPredictor[2] = {blend(1.0, 0.0), blend(0.0, 1.0)};
 constexpr LspPredictor kNoisePredictor[2] = {blend(1.0, 0.0), blend(0.6, 0.4)};
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

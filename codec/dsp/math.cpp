@@ -3,9 +3,10 @@
 #include <cstdint>
 #include <cstring>
 
-#include "codec/dsp/vec_or_scalar.h"
+#include "codec/dsp/simd/vec_or_scalar.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 constexpr double kPi = 3.14159265358979311600;
@@ -164,4 +165,5 @@ double power_of_10(double x) {
   return e_r * from_bits(static_cast<uint64_t>(1023 + n) << 52);
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

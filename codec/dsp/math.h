@@ -6,9 +6,10 @@
 // 4e-16 of the function's scale (tests compare with the C library).
 #pragma once
 
-#include "codec/dsp/vec.h"
+#include "codec/dsp/simd/vec.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 // Cosine, x in [0, pi] radians (any x of magnitude up to 4 is accurate).
 double cosine(double x);
@@ -27,4 +28,5 @@ double log10_of(double x);
 // 10^x, |x| below 300.
 double power_of_10(double x);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -1,8 +1,9 @@
 #include "codec/dsp/phase_dispersion.h"
 
-#include "codec/dsp/vec.h"
+#include "codec/dsp/simd/vec.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 constexpr double kOnsetRatio = 2.0;
@@ -83,4 +84,5 @@ const double* total_excitation(DispersionState* state, bool disperse, double gai
   return disperse ? dispersed : exc;
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -3,7 +3,8 @@
 
 #include "codec/dsp/constants.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 // How strongly a subframe's code is dispersed.
 enum DispersionStrength : int { kStrong = 0, kMedium = 1, kNone = 2 };
@@ -39,4 +40,5 @@ const double* total_excitation(DispersionState* state, bool disperse, double gai
                                double gain_code, const double* code, double* exc,
                                double* dispersed);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -1,8 +1,9 @@
 #include "codec/dsp/pitch.h"
 
-#include "codec/dsp/sample_run.h"
+#include "codec/dsp/simd/sample_run.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 // clang-format off
 // 0.898517 sinc(0.9 n / 3) (0.54 + 0.46 cos(pi n / 29.5)), n = 0..29, and 0.
@@ -58,4 +59,5 @@ int second_lag_min(int t0) {
   return lowest + 9 > kPitchMax ? kPitchMax - 9 : lowest;
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

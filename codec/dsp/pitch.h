@@ -4,7 +4,8 @@
 
 #include "codec/dsp/constants.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 // A pitch lag of t0 + frac / 3 samples.
 struct PitchLag {
@@ -40,4 +41,5 @@ double sharpening_gain(double gain_pitch);
 // [kPitchMin, kPitchMax - 9].
 int second_lag_min(int t0);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

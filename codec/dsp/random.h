@@ -3,7 +3,8 @@
 
 #include <cstdint>
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 inline constexpr int16_t kErasureSeed = 21845;  // codebook words of erased frames
 inline constexpr int16_t kNoiseSeed = 11111;    // comfort noise
@@ -14,4 +15,5 @@ inline int16_t random16(int16_t* seed) {
   return *seed;
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

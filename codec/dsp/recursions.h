@@ -11,9 +11,10 @@
 
 #include "codec/dsp/constants.h"
 #include "codec/dsp/filters.h"
-#include "codec/dsp/pair.h"
+#include "codec/dsp/simd/pair.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 inline constexpr int kTurns = kLanes / 2;  // turns of two samples in a block
 
@@ -44,7 +45,8 @@ KELG729F_VEC Pair all_pole_input(const AllPoleRun& run, int k) {
   return Pair{run.x[k], run.x[k + 1] - run.filter.a1 * run.x[k]};
 }
 
-// The outputs before the turn of two samples, oldest first: each twice, as its coefficients want it.
+// The outputs before the turn of two samples, oldest first: each twice, as its coefficients want
+// it.
 template <typename T>
 struct AllPoleHistory {
   static constexpr int kPairs = kOrder / 2;
@@ -101,8 +103,8 @@ class AllPoleRecursions {
   KELG729F_VEC AllPoleRecursions(const AllPoleRun& a, const AllPoleRun& b) : a_(a), b_(b) {
     for (int i = 1; i < kCoeffs; ++i) c_[i] = join(a.filter.c[i], b.filter.c[i]);
     for (int i = 0; i < History::kPairs; ++i)
-      history_.put(i, join(Pair{a.mem[2 * i], a.mem[2 * i + 1]},
-                           Pair{b.mem[2 * i], b.mem[2 * i + 1]}));
+      history_.put(
+          i, join(Pair{a.mem[2 * i], a.mem[2 * i + 1]}, Pair{b.mem[2 * i], b.mem[2 * i + 1]}));
   }
   KELG729F_VEC void turn(int k, int t) {
     const Quad x = join(all_pole_input(a_, k + 2 * t), all_pole_input(b_, k + 2 * t));
@@ -151,4 +153,5 @@ KELG729F_VEC void run_side_by_side(int blocks, Recursion... recursion) {
   }
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -9,7 +9,8 @@
 #include "codec/dsp/random.h"
 #include "codec/dtx/gaussian_noise.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 namespace {
 
@@ -134,4 +135,5 @@ void comfort_noise_decode(ComfortNoiseState* state, int previous_type, const Sid
   copy_vector(state->lsp_sid, lsp_old, kOrder);
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

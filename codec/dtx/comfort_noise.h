@@ -7,7 +7,8 @@
 #include "codec/dsp/lsp_codebook.h"
 #include "codec/dtx/sid.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 struct ComfortNoiseState {
   double sid_gain = 0;  // gain of the last silence descriptor
@@ -37,4 +38,5 @@ void comfort_noise_decode(ComfortNoiseState* state, int previous_type, const Sid
                           double frame_energy, double* exc, double* lsp_old, double* a,
                           int16_t* seed, LspHistory* history, NoiseSubframe applied[kSubframes]);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -1,6 +1,7 @@
 #include "codec/dtx/sid.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 // Gains of the energy levels: 10^((level + 6.02) / 20), levels as in sid_gain_quantize (Annex B
 // clause B.4.2.1).
@@ -19,4 +20,5 @@ const int kSidSecondStageLower[kSidSecond] = {31, 21, 9,  3,  10, 2,  19, 26,
 const int kSidSecondStageUpper[kSidSecond] = {16, 1,  0,  0,  8, 25, 22, 20,
                                               19, 23, 20, 31, 4, 31, 20, 31};
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

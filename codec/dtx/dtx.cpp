@@ -7,7 +7,8 @@
 #include "codec/dsp/lpc.h"
 #include "codec/dtx/sid.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 namespace {
 
@@ -133,4 +134,5 @@ void dtx_encode_frame(DtxState* state, double* exc, int previous_vad, int32_t* w
   if (state->fr_cur == 0) push_current(state);
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

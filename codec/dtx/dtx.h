@@ -8,7 +8,8 @@
 #include "codec/dsp/lsp_codebook.h"
 #include "codec/dtx/comfort_noise.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 inline constexpr int kSumAcf = 3;  // completed pairs of frames kept
 
@@ -36,4 +37,5 @@ void dtx_encode_frame(DtxState* state, double* exc, int previous_vad, int32_t* w
                       double* lsp_old_q, double* a, int16_t* seed, LspHistory* history,
                       NoiseSubframe applied[kSubframes]);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

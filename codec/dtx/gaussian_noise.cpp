@@ -9,7 +9,8 @@
 
 #include "codec/dsp/random.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 namespace {
 
@@ -92,4 +93,5 @@ void gaussian_noise(int16_t* seed, double* out) {
 
 #endif
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -5,7 +5,8 @@
 
 #include "codec/dsp/constants.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 inline constexpr int kGaussianDraws = 12;  // draws summed for one sample
 
@@ -16,4 +17,5 @@ void gaussian_noise(int16_t* seed, double* out);
 // The same, draw by draw.
 void gaussian_noise_plain(int16_t* seed, double* out);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -2,11 +2,12 @@
 
 #include <algorithm>
 
-#include "codec/dsp/lane_minimum.h"
 #include "codec/dsp/math.h"
-#include "codec/dsp/vec.h"
+#include "codec/dsp/simd/lane_minimum.h"
+#include "codec/dsp/simd/vec.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 namespace {
 
@@ -175,4 +176,5 @@ void sid_quantize_lsp(const double* lsp, const LspHistory& history, SidParameter
   }
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -4,7 +4,8 @@
 #include "codec/dsp/constants.h"
 #include "codec/dsp/lsp_codebook.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 inline constexpr int kSidFirst = 32;     // first-stage rows that a descriptor can name
 inline constexpr int kSidSecond = 16;    // pairs of second-stage rows
@@ -35,4 +36,5 @@ void sid_codevector(int first, int second, double* buf);
 // the frame; whoever decodes the words moves it.
 void sid_quantize_lsp(const double* lsp, const LspHistory& history, SidParameters* sid);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -5,7 +5,8 @@
 
 #include "codec/dsp/math.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 namespace {
 
@@ -226,4 +227,5 @@ int vad_decide(VadState* state, double rc, double* lsf, const double* r, const d
   return marker;
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -3,7 +3,8 @@
 
 #include "codec/dsp/constants.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 inline constexpr int kVadOrder = 12;  // autocorrelation order of the low-band energy
 
@@ -33,4 +34,5 @@ struct VadState {
 int vad_decide(VadState* state, double rc, double* lsf, const double* r, const double* speech,
                int frame_count, int prev_marker, int pprev_marker, double* energy_db);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

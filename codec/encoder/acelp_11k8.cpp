@@ -6,7 +6,8 @@
 #include "codec/dsp/pitch.h"
 #include "codec/encoder/fixed_codebook.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 constexpr int kForwardPulses = 10;
@@ -220,4 +221,5 @@ void acelp_search_118(LpMode lp_mode, const double* target, double* impulse, int
   pitch_sharpen(code, t0, pitch_sharp);
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

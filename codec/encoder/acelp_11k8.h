@@ -4,7 +4,8 @@
 
 #include "codec/dsp/constants.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 inline constexpr int kCodebookWords118 = 5;
 
@@ -21,4 +22,5 @@ inline constexpr int kCodebookWords118 = 5;
 void acelp_search_118(LpMode lp_mode, const double* target, double* impulse, int t0,
                       double pitch_sharp, double* code, double* y, int* words);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

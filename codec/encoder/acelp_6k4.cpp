@@ -4,7 +4,8 @@
 #include "codec/dsp/pitch.h"
 #include "codec/encoder/fixed_codebook.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 // In track order, the positions of pulse 0 are tracks 1 and 3 in turn, those of pulse 1 tracks 0,
@@ -77,4 +78,5 @@ int acelp_search_11bit(const double* target, double* impulse, int t0, double pit
   return kGray[table_index_0(pair.pulse[0])] + 16 * kGray[table_index_1(pair.pulse[1])];
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -3,7 +3,8 @@
 
 #include "codec/dsp/constants.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 // Searches the innovation of one subframe over all 512 pairs of positions; arguments as for
 // acelp_search_17bit. Both pulses may stand on one position, whose sample is then +2 or -2. Writes
@@ -11,4 +12,5 @@ namespace g729::inline KELG729F_TARGET {
 int acelp_search_11bit(const double* target, double* impulse, int t0, double pitch_sharp,
                        double* code, double* y, int* sign_index);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -6,12 +6,13 @@
 #include <cstring>
 
 #include "codec/dsp/filters.h"
-#include "codec/dsp/float_lanes.h"
 #include "codec/dsp/pitch.h"
-#include "codec/dsp/whole_lanes.h"
+#include "codec/dsp/simd/float_lanes.h"
+#include "codec/dsp/simd/whole_lanes.h"
 #include "codec/encoder/fixed_codebook.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 constexpr int kPulses = 4;
@@ -281,4 +282,5 @@ int acelp_search_17bit(const double* target, double* impulse, int t0, double pit
   return position_index;
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -3,7 +3,8 @@
 
 #include "codec/dsp/constants.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 // Searches the innovation of one subframe. target[40] is what the adaptive codebook left over;
 // impulse[40], the weighted synthesis filter's response, is pitch-sharpened in place with lag t0
@@ -17,4 +18,5 @@ int acelp_search_17bit(const double* target, double* impulse, int t0, double pit
                        int subframe_start, double* code, double* y, int* sign_index,
                        int* fcb_extra);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -4,9 +4,10 @@
 #include <cmath>
 
 #include "codec/dsp/filters.h"
-#include "codec/dsp/vec.h"
+#include "codec/dsp/simd/vec.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 constexpr int kLastFractionalLag = 84;  // first subframe
@@ -184,4 +185,5 @@ double pitch_gain(const double* y1, const double* xn, double g_coeff[2]) {
   return std::clamp(xy / yy, 0.0, kMaxPitchGain);
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -3,7 +3,8 @@
 
 #include "codec/dsp/pitch.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 // Integer lags searched, at most ten: the first subframe's centre on the open-loop lag, the
 // second's are set by encode_lag.
@@ -30,4 +31,5 @@ int encode_lag(PitchLag lag, LagRange* range, int i_subfr, int rate);
 // vector. g_coeff receives what the gain quantiser needs: 0.01 + <y1, y1> and 0.01 - 2 <xn, y1>.
 double pitch_gain(const double* y1, const double* xn, double g_coeff[2]);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -10,7 +10,8 @@
 #include "codec/encoder/subframe.h"
 #include "codec/encoder/target.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 const double* speech_of(const EncoderCoreState* state) {
@@ -194,4 +195,5 @@ void encoder_process_frame(EncoderCoreState* state, const double* input, int32_t
   shift_histories(state);
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -5,7 +5,8 @@
 
 #include "codec/encoder/state.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 // Brings the record to its state at the start of a call.
 void encoder_core_init(EncoderCoreState* state);
@@ -18,4 +19,5 @@ void encoder_core_init(EncoderCoreState* state);
 void encoder_process_frame(EncoderCoreState* state, const double* input, int32_t* word,
                            int frame_counter, int dtx_enable, int rate);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

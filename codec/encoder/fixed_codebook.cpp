@@ -1,6 +1,7 @@
 #include "codec/encoder/fixed_codebook.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 constexpr int kGroups = kSubframe / kLanes;
@@ -136,4 +137,5 @@ void filter_pulses(const PaddedImpulse& impulse, const int* position, const doub
   for (int g = 0; g < kGroups; ++g) store(y + g * kLanes, acc[g]);
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

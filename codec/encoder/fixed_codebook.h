@@ -5,11 +5,12 @@
 // [n mod 5][n div 5], so that the eight positions of a track are one Vec8.
 #pragma once
 
-#include "codec/dsp/algebraic_tables.h"
 #include "codec/dsp/constants.h"
-#include "codec/dsp/vec_lanes.h"
+#include "codec/dsp/simd/vec_lanes.h"
+#include "codec/dsp/tables/algebraic_tables.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 static_assert(kTrackPositions == kLanes, "a track is one vector");
 
@@ -93,4 +94,5 @@ PaddedImpulse pad_impulse(const double* impulse);
 void filter_pulses(const PaddedImpulse& impulse, const int* position, const double* sign,
                    int pulses, double* y);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -4,7 +4,8 @@
 #include "codec/dsp/constants.h"
 #include "codec/encoder/lp_analysis.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 // An LP filter in use: a[0..order].
 struct LpFilter {
@@ -38,4 +39,5 @@ struct FrameWork {
   WeightedFilter weighting[kSubframes];
 };
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -5,10 +5,11 @@
 #include <cstdint>
 
 #include "codec/dsp/filters.h"
-#include "codec/dsp/lane_minimum.h"
-#include "codec/dsp/vec_lanes.h"
+#include "codec/dsp/simd/lane_minimum.h"
+#include "codec/dsp/simd/vec_lanes.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 constexpr double kTamedOptimum = 0.94;
@@ -168,4 +169,5 @@ int gain_quantize_6k4(const double* code, const double* gain_coeff, int length, 
   return kGainStageB6k4 * kGainCodeA6k4[choice.a] + kGainCodeB6k4[choice.b];
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -10,7 +10,8 @@
 #include "codec/dsp/constants.h"
 #include "codec/dsp/gain_predictor.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 inline constexpr int kGainTerms = 5;
 
@@ -29,4 +30,5 @@ int gain_quantize(const double* code, const double* gain_coeff, int length, doub
 int gain_quantize_6k4(const double* code, const double* gain_coeff, int length, double* gain_pitch,
                       double* gain_code, int tame_flag, GainHistory* past_energy);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -4,9 +4,10 @@
 
 #include "codec/dsp/filters.h"
 #include "codec/dsp/lpc.h"
-#include "codec/dsp/vec.h"
+#include "codec/dsp/simd/vec.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 // The stored digits are the coder's constants: some differ from the formulas by a few units of the
 // last decimal, and must not be computed anew.
@@ -103,4 +104,5 @@ void interpolate_lpc(const double* lsp_old, const double* lsp_new, double* lsf, 
   lsp_to_lsf(lsp, lsf, kSubframes * kOrder);
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

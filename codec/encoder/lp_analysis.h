@@ -4,7 +4,8 @@
 
 #include "codec/dsp/constants.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 inline constexpr int kAutocorrelations = 12;  // highest lag the analysis computes
 
@@ -26,4 +27,5 @@ void apply_lag_window(int highest, double* r);
 // new, with the LSFs (radians) of the two sets, lsf[0..9] and lsf[10..19].
 void interpolate_lpc(const double* lsp_old, const double* lsp_new, double* lsf, double* a);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

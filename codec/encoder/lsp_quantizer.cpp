@@ -4,10 +4,11 @@
 #include <cmath>
 #include <cstdint>
 
-#include "codec/dsp/float_lanes.h"
 #include "codec/dsp/math.h"
+#include "codec/dsp/simd/float_lanes.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 constexpr int kModes = 2;
@@ -178,4 +179,5 @@ void lsp_quantize(const LspHistory& history, const double* lsf, double* lsp_q, d
   cosine(lsf_q, lsp_q, kOrder);
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -3,7 +3,8 @@
 
 #include "codec/dsp/lsp_codebook.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 // Quantises the ten LSFs of a frame (radians, increasing) against the predictor memory, which stays
 // as it is. Writes
@@ -14,4 +15,5 @@ namespace g729::inline KELG729F_TARGET {
 void lsp_quantize(const LspHistory& history, const double* lsf, double* lsp_q, double* residual,
                   int index[2]);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

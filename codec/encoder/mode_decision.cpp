@@ -5,7 +5,8 @@
 #include "codec/dsp/filters.h"
 #include "codec/dsp/math.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 constexpr int kStationarityDecay = 2621;     // a frame without the full decision
@@ -123,4 +124,5 @@ void simple_mode_update(ModeState* state) {
     state->stationarity = std::max(state->stationarity - kStationarityDecay, kStationarityStart);
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -14,7 +14,8 @@
 #include "codec/dsp/backward_mode.h"
 #include "codec/dsp/constants.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 inline constexpr int kStationarityStart = 10000;
 inline constexpr int kStationarityMax = 32767;
@@ -44,4 +45,5 @@ LpMode mode_decide(ModeState* state, const ModeInput& in, double* a_backward);
 // falls back towards its start.
 void simple_mode_update(ModeState* state);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 constexpr double kPitchGainMemory = 0.8;
@@ -81,4 +82,5 @@ void music_detect(MusicDetectorState* state, Rate rate, const double* rc, const 
   if (rate == kRate11k8 && *vad == 0 && state->evidence >= kEvidenceNeeded) *vad = 1;
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -5,7 +5,8 @@
 
 #include "codec/dsp/constants.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 inline constexpr int kMusicHistory = 5;  // open-loop lags and pitch gains looked at
 inline constexpr int kMusicOrder = 4;    // reflection coefficients in the spectral features
@@ -26,4 +27,5 @@ void music_detect(MusicDetectorState* state, Rate rate, const double* rc, const 
                   const double* pgain_buf, LpMode prev_lp_mode, int past_vad, double energy_db,
                   int* vad);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

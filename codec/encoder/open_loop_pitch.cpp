@@ -6,11 +6,12 @@
 #include <cstdint>
 
 #include "codec/dsp/filters.h"
-#include "codec/dsp/float_lanes.h"
-#include "codec/dsp/lane_minimum.h"
-#include "codec/dsp/whole_lanes.h"
+#include "codec/dsp/simd/float_lanes.h"
+#include "codec/dsp/simd/lane_minimum.h"
+#include "codec/dsp/simd/whole_lanes.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 // Correlations are kept by position, 143 - lag, so that eight of them read consecutive samples:
@@ -247,4 +248,5 @@ int open_loop_pitch(const double* wsp) {
   return choose_lag(candidate[0], candidate[1], candidate[2]);
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

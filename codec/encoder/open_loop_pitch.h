@@ -3,7 +3,8 @@
 
 #include "codec/dsp/constants.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 // Pitch lag, kPitchMin..kPitchMax, of the weighted speech wsp[0..79]; wsp[-143..-1] must be valid.
 // Three sections of lags (80..143, 40..79, 20..39) compete by their greatest normalised
@@ -14,4 +15,5 @@ int open_loop_pitch(const double* wsp);
 // The same without the screening in single precision.
 int open_loop_pitch_plain(const double* wsp);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

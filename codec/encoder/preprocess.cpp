@@ -1,6 +1,7 @@
 #include "codec/encoder/preprocess.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 constexpr BiquadCoefficients kHighPass140 = {
@@ -53,4 +54,5 @@ void preprocess_highpass(BiquadMemory* state, double* x, int n) {
   *state = m;
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -18,7 +18,8 @@
 #include "codec/encoder/taming.h"
 #include "codec/encoder/weighting.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 // Where the frame being coded stands in the signal buffers.
 inline constexpr int kSpeechPast = kWindow - kFrame - kLookAhead;  // 120 samples before the frame
@@ -66,4 +67,5 @@ struct EncoderCoreState {
   double pgain_buf[kMusicHistory] = {0.7, 0.7, 0.7, 0.7, 0.7};  // pitch gains, oldest first
 };
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -2,14 +2,15 @@
 
 #include "codec/dsp/diagnostics.h"
 #include "codec/dsp/filters.h"
-#include "codec/dsp/vec.h"
+#include "codec/dsp/simd/vec.h"
 #include "codec/encoder/acelp_11k8.h"
 #include "codec/encoder/acelp_6k4.h"
 #include "codec/encoder/acelp_8k.h"
 #include "codec/encoder/gain_quantizer.h"
 #include "codec/encoder/target.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 constexpr double kTamedGain = 0.95;  // highest pitch gain of a tamed subframe
@@ -151,4 +152,5 @@ void synthesize_noise_subframe(EncoderCoreState* state, const FrameWork& w, int 
   push_pitch_gain(state, kNoiseGain);
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -8,7 +8,8 @@
 #include "codec/encoder/frame_work.h"
 #include "codec/encoder/state.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 // Codes subframe k (0, 1) of the frame at the front of the state's buffers and moves every memory
 // past it. range holds the first subframe's lags; coding it sets the second's. Writes the
@@ -20,4 +21,5 @@ int32_t* code_subframe(EncoderCoreState* state, const FrameWork& w, int k, int r
 // error memories as coding it would have.
 void synthesize_noise_subframe(EncoderCoreState* state, const FrameWork& w, int k);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

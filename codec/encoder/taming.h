@@ -2,7 +2,8 @@
 // predictor (clause 3.10's instability guard).
 #pragma once
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 // Worst-case error gain of the excitation, subframe by subframe, newest first.
 struct TamingState {
@@ -15,4 +16,5 @@ int taming_test(const TamingState& state, int t0, int frac);
 // Pushes the subframe coded with the quantised pitch gain g_p and the integer lag T0.
 void taming_update(TamingState* state, double g_p, int t0);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -1,9 +1,10 @@
 #include "codec/encoder/target.h"
 
 #include "codec/dsp/filters.h"
-#include "codec/dsp/pair.h"
+#include "codec/dsp/simd/pair.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 constexpr double kRest[kBackwardOrder] = {};
@@ -125,4 +126,5 @@ void find_target(const double* residual, const double* error_mem, const double* 
   find(residual, error_mem, weighted_error_mem, w, k, xn, h);
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

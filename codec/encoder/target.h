@@ -5,7 +5,8 @@
 #include "codec/dsp/constants.h"
 #include "codec/encoder/frame_work.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 // A(z/gamma1) and A(z/gamma2) of w.weighting, from w.gamma1 and w.gamma2.
 void expand_bandwidth(FrameWork* w);
@@ -25,4 +26,5 @@ void find_target_plain(const double* residual, const double* error_mem,
                        const double* weighted_error_mem, const FrameWork& w, int k, double* xn,
                        double* h);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -4,7 +4,8 @@
 
 #include "codec/dsp/lsp_codebook.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 // Log-area ratios beyond which a flat spectrum becomes a tilted one, -1.74 and 0.65, and back,
@@ -52,4 +53,5 @@ void fixed_weighting_factors(double* gamma1, double* gamma2, int bwd_dominant) {
   }
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

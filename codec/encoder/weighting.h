@@ -3,7 +3,8 @@
 
 #include "codec/dsp/constants.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 // Memory of the adaptation. Frames with fixed factors leave it alone.
 struct WeightingState {
@@ -19,4 +20,5 @@ void perceptual_weighting_factors(double* gamma1, double* gamma2, const double* 
 // Factors of backward-mode frames (Annex E), the same for both subframes.
 void fixed_weighting_factors(double* gamma1, double* gamma2, int bwd_dominant);
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -7,7 +7,8 @@
 
 #include "tests/codec/decoder/random_frames.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 struct Layout {
@@ -64,4 +65,5 @@ TEST(Bitstream, DisagreeingModeBitsEraseTheFrame) {
 }
 
 }  // namespace
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

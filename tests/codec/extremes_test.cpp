@@ -12,7 +12,8 @@
 #include "codec/encoder_handle.h"
 #include "tests/support/signals.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 using signals::Samples;
@@ -185,4 +186,5 @@ INSTANTIATE_TEST_SUITE_P(Rates, Extremes,
                                           testing::Bool()));
 
 }  // namespace
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -11,7 +11,8 @@
 #include "codec/dsp/constants.h"
 #include "codec/g729.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 constexpr int16_t kSilence[kFrame] = {};
@@ -70,4 +71,5 @@ TEST(FatalDeathTest, EveryBrokenCallEndsTheProcessWithItsText) {
 }
 
 }  // namespace
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -5,7 +5,8 @@
 #include "codec/encoder_handle.h"
 #include "tests/codec/golden.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 template <typename T>
@@ -51,4 +52,5 @@ GoldenHash golden_hash(const int16_t* samples, int frames, GoldenPlan plan) {
   return hash;
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -11,7 +11,8 @@
 #include "tests/support/heap_counter.h"
 #include "tests/support/signals.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 static_assert(sizeof(EncoderHandle) + sizeof(DecoderHandle) <= 40 * 1024);
@@ -139,4 +140,5 @@ TEST(Handle, RoundTripIsCloseToTheFilteredInput) {
 }
 
 }  // namespace
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

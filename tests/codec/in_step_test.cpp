@@ -8,7 +8,8 @@
 #include "codec/encoder_handle.h"
 #include "tests/support/signals.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 struct Case {
@@ -75,4 +76,5 @@ INSTANTIATE_TEST_SUITE_P(Rates, InStep,
                                           testing::Bool()));
 
 }  // namespace
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -5,6 +5,8 @@
 // Fails when a value in the decoder stops being finite, when a word beside the samples is written,
 // or when the decoder is not back at speech level 50 good frames after a storm. Frames lie in heap
 // blocks of their own size, so that AddressSanitizer sees a read beyond one.
+#include "tests/codec/decoder/random_frames.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -16,10 +18,10 @@
 
 #include "codec/decoder_handle.h"
 #include "codec/encoder_handle.h"
-#include "tests/codec/decoder/random_frames.h"
 #include "tests/support/signals.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 constexpr int kGoodFrames = 50;      // until the level must be back
@@ -229,7 +231,8 @@ Outcome run(long long count, uint32_t seed) {
 }
 
 }  // namespace
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729
 
 int main(int argc, char** argv) {
   const long long count = argc > 1 ? std::atoll(argv[1]) : 100000;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <iterator>
 
 #include "src/audio/g729f/buffer_map.h"
 #include "src/audio/g729f/dec.h"

@@ -7,7 +7,8 @@
 
 #include "tests/codec/decoder/random_frames.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 static_assert(sizeof(DecoderHandle) < 16 * 1024);
@@ -112,4 +113,5 @@ TEST(DecoderHandle, PostFilterFollowsTheBackwardMode) {
 }
 
 }  // namespace
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -8,7 +8,8 @@
 #include "codec/bitstream.h"
 #include "codec/dsp/filters.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 struct Decoder {
@@ -169,4 +170,5 @@ TEST(DecoderDriver, RunawayIsDropped) {
 }
 
 }  // namespace
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

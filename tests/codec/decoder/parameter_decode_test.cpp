@@ -10,7 +10,8 @@
 #include "codec/decoder/lsp_decode.h"
 #include "codec/dsp/pitch.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 int thirds(PitchLag lag) {
@@ -116,4 +117,5 @@ TEST(LspDecode, ErasureRepeatsTheSpectrum) {
 }
 
 }  // namespace
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -12,7 +12,8 @@
 #include "codec/decoder/postprocess.h"
 #include "codec/dsp/filters.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 using Signal = std::vector<double>;
@@ -195,4 +196,5 @@ TEST(PostProcess, SamplesWrapTowardZero) {
 }
 
 }  // namespace
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -8,7 +8,8 @@
 #include "codec/bitstream.h"
 #include "codec/dsp/pitch.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 // The bits of a serial frame as bytes, first bit in the highest place.
 inline std::vector<uint8_t> packed_bytes(const uint16_t* serial) {
@@ -67,4 +68,5 @@ class RandomFrames {
   std::mt19937 random_;
 };
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

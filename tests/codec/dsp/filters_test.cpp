@@ -9,7 +9,8 @@
 #include "codec/dsp/pitch.h"
 #include "tests/codec/random_filters.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 using test::Noise;
@@ -165,4 +166,5 @@ TEST(Pitch, OneFlippedTopBitIsNoticed) {
 }
 
 }  // namespace
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -12,7 +12,8 @@
 #include "codec/dsp/lsp_codebook.h"
 #include "codec/dsp/random.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 // Ten LSFs at least `gap` apart, as cosines.
@@ -209,4 +210,5 @@ TEST(Random16, HasTheFullPeriodAndKnownStart) {
 }
 
 }  // namespace
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

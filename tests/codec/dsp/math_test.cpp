@@ -5,7 +5,8 @@
 #include <cmath>
 #include <random>
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 constexpr double kTolerance = 4e-16;
@@ -50,4 +51,5 @@ TEST(Math, ArraysEqualScalars) {
 }
 
 }  // namespace
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

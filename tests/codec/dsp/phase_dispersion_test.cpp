@@ -7,7 +7,8 @@
 #include <numbers>
 #include <vector>
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 TEST(PhaseDispersion, ResponsesAreAllPass) {
@@ -78,4 +79,5 @@ TEST(PhaseDispersion, Strength) {
 }
 
 }  // namespace
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

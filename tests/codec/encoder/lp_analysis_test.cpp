@@ -11,7 +11,8 @@
 #include "codec/encoder/preprocess.h"
 #include "tests/codec/encoder/search_signals.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 using std::numbers::pi;
@@ -123,4 +124,5 @@ TEST(LpAnalysis, InterpolationMeetsTheQuantisedOneAndItsLsfs) {
 }
 
 }  // namespace
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -9,7 +9,8 @@
 #include "codec/dsp/math.h"
 #include "tests/codec/encoder/search_signals.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 using std::numbers::pi;
@@ -195,4 +196,5 @@ TEST(LspQuantizer, ExtremesAreMadeStableAndReported) {
 }
 
 }  // namespace
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -10,7 +10,8 @@
 #include "codec/encoder/open_loop_pitch.h"
 #include "tests/codec/encoder/search_signals.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 // x / sqrt(e), the root in single precision.
@@ -257,4 +258,5 @@ TEST(PitchGain, IsTheBoundedProjection) {
 }
 
 }  // namespace
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -6,7 +6,8 @@
 
 #include "tests/codec/random_filters.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 using test::Noise;
@@ -45,4 +46,5 @@ TEST(Target, CascadeEqualsTheFiltersOneByOne) {
 }
 
 }  // namespace
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

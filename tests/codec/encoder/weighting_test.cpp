@@ -8,7 +8,8 @@
 #include "codec/encoder/taming.h"
 #include "tests/codec/encoder/search_signals.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 double reflection_of(double log_area_ratio) {
@@ -108,4 +109,5 @@ TEST(Taming, BoundsTheErrorOverALongVowel) {
 }
 
 }  // namespace
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -1,9 +1,10 @@
 // For code that serves single doubles and Vec8 alike: T is either.
 #pragma once
 
-#include "codec/dsp/vec.h"
+#include "codec/dsp/simd/vec.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 template <typename T>
 KELG729F_VEC T load_as(const double* p);
@@ -31,4 +32,5 @@ KELG729F_VEC double select(bool m, double a, double b) {
   return m ? a : b;
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

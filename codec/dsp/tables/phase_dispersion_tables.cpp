@@ -1,7 +1,8 @@
 // Impulse responses of the phase dispersion (Annex D).
 #include "codec/dsp/phase_dispersion.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 namespace {
 
 // clang-format off
@@ -31,4 +32,5 @@ consteval DispersionResponse two_periods(const int* q15) {
 constinit const DispersionResponse kDispersionResponse[2] = {two_periods(kStrongQ15),
                                                              two_periods(kMediumQ15)};
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

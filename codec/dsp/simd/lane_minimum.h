@@ -1,9 +1,10 @@
 // Search for the smallest of many values, eight at a time.
 #pragma once
 
-#include "codec/dsp/vec.h"
+#include "codec/dsp/simd/vec.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 // Every lane keeps its smallest value and that value's index. To find a greatest value, hand in the
 // negated ones.
@@ -59,4 +60,5 @@ KELG729F_VEC int lowest_index(const LaneMinimum& m) {
   return static_cast<int>(smallest_lane(select(least, m.index, splat(kAboveAnyIndex))));
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -1,7 +1,8 @@
 // Windows of the backward LP analysis (Annex E), rounded to 8 decimals.
 #include "codec/dsp/backward_lp.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 // clang-format off
 // Oldest sample first: 0.98886 a^j for the 110 older samples (a = (3/4)^(1/40), j = 0 for the newest
@@ -37,4 +38,5 @@ const double kBackwardLagWindow[kBackwardOrder] = {
 };
 // clang-format on
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

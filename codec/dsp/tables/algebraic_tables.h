@@ -3,7 +3,8 @@
 
 #include "codec/dsp/constants.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 inline constexpr int kTracks = 5;                            // track t holds t, t+5, ..., t+35
 inline constexpr int kTrackPositions = kSubframe / kTracks;  // eight positions each
@@ -17,4 +18,5 @@ extern const int kPulse1Track6k4[kPulse1Positions6k4];
 extern const int kGray[kPulse1Positions6k4];
 extern const int kGrayInverse[kPulse1Positions6k4];
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

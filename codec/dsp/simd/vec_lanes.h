@@ -2,13 +2,14 @@
 // or compare values and never round, so every build agrees on them as on the rest of Vec8.
 #pragma once
 
-#include "codec/dsp/vec.h"
+#include "codec/dsp/simd/vec.h"
 
 #if !defined(KELG729F_PLAIN) && defined(__SSE2__)
 #include <immintrin.h>
 #endif
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 // Lane i is lane(i). What lane() reads may just have been stored as vectors: eight loads get it
 // without a stall, which storing the lanes and loading them as vectors does not.
@@ -88,4 +89,5 @@ KELG729F_VEC Vec8 shift_down(Vec8 v) {
   return v;
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -1,9 +1,10 @@
 // Four doubles at a time, built like Vec8.
 #pragma once
 
-#include "codec/dsp/vec.h"
+#include "codec/dsp/simd/vec.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 #if defined(__AVX512F__) && !defined(KELG729F_PLAIN)
 typedef double FourPart __attribute__((vector_size(32)));
@@ -39,4 +40,5 @@ KELG729F_VEC void store(double* p, Four v) {
   __builtin_memcpy(p, &v, sizeof v);
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -1,7 +1,8 @@
 // Gain codebooks of clause 3.9.2 and, for 6.4 kbit/s, of Annex D; the index maps of both.
 #include "codec/dsp/gain_predictor.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 // clang-format off
 const GainPair kGainA[kGainStageA] = {
@@ -33,4 +34,5 @@ const int kGainIndexA6k4[kGainStageA] = {0, 5, 4, 7, 1, 3, 2, 6};
 const int kGainIndexB6k4[kGainStageB6k4] = {0, 5, 7, 2, 1, 4, 6, 3};
 // clang-format on
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

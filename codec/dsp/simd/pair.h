@@ -1,9 +1,10 @@
 // Two or four doubles: outputs of a recursion in a row, or of two filters side by side.
 #pragma once
 
-#include "codec/dsp/vec.h"
+#include "codec/dsp/simd/vec.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 #if defined(KELG729F_PLAIN)
 struct Pair {
@@ -114,4 +115,5 @@ KELG729F_VEC void store_pairs(double* p, const Pair (&x)[4]) {
 #endif
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

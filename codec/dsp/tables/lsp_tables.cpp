@@ -1,7 +1,8 @@
 // LSF codebooks of clause 3.2.4: two stages, radians.
 #include "codec/dsp/lsp_codebook.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 // clang-format off
 constexpr double kLspFirstStage[kFirstStage][kOrder] = {
@@ -207,4 +208,5 @@ constexpr CodebookBlocks<kSecondStage> kLspSecondStageBlocks = blocks_of(kLspSec
 static_assert(within(kLspFirstStageBlocks, kFirstStageMost, kHalfSquareMost));
 static_assert(within(kLspSecondStageBlocks, kSecondStageMost, kHalfSquareMost));
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

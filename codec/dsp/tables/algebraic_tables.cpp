@@ -1,6 +1,7 @@
-#include "codec/dsp/algebraic_tables.h"
+#include "codec/dsp/tables/algebraic_tables.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 // clang-format off
 const int kPulse0Track6k4[kPulse0Positions6k4] = {
@@ -20,4 +21,5 @@ const int kGrayInverse[kPulse1Positions6k4] = {
 };
 // clang-format on
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -10,7 +10,8 @@
 #include <immintrin.h>
 #endif
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 #if defined(KELG729F_PLAIN)
 inline constexpr int kNativeLanes = 1;
@@ -147,8 +148,8 @@ KELG729F_VEC double sum(Vec8 v) {
 #if defined(__AVX__)
 #if defined(__AVX512F__)
   const Native all = v.part[0];
-  const auto four = __builtin_shufflevector(all, all, 0, 1, 2, 3) +
-                    __builtin_shufflevector(all, all, 4, 5, 6, 7);
+  const auto four =
+      __builtin_shufflevector(all, all, 0, 1, 2, 3) + __builtin_shufflevector(all, all, 4, 5, 6, 7);
 #else
   const auto four = v.part[0] + v.part[1];
 #endif
@@ -161,4 +162,5 @@ KELG729F_VEC double sum(Vec8 v) {
 #endif
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

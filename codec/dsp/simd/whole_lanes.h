@@ -5,9 +5,10 @@
 #include <bit>
 #include <cstdint>
 
-#include "codec/dsp/float_lanes.h"
+#include "codec/dsp/simd/float_lanes.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 #if defined(KELG729F_PLAIN)
 using NativeWhole = int32_t;
@@ -132,4 +133,5 @@ KELG729F_VEC unsigned low_bits(float x, unsigned n) {
   return std::bit_cast<unsigned>(x) & ~(~0U << n);
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

@@ -2,9 +2,10 @@
 // is decided in double precision, so no result depends on these. As many parts as a Vec8 has.
 #pragma once
 
-#include "codec/dsp/vec.h"
+#include "codec/dsp/simd/vec.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 inline constexpr int kFloatLanes = 2 * kLanes;
 
@@ -202,4 +203,5 @@ KELG729F_VEC unsigned lanes_above(Float16 a, Float16 b) {
   return ~lanes_at_most(a, b) & ((1U << kFloatLanes) - 1);
 }
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729

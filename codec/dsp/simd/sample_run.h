@@ -7,9 +7,10 @@
 
 #include <utility>
 
-#include "codec/dsp/vec.h"
+#include "codec/dsp/simd/vec.h"
 
-namespace g729::inline KELG729F_TARGET {
+namespace g729 {
+inline namespace KELG729F_TARGET {
 
 // An int known at compile time.
 template <int v>
@@ -80,4 +81,5 @@ KELG729F_VEC void for_places(const F& f) {
 
 #endif
 
-}  // namespace g729::inline KELG729F_TARGET
+}  // namespace KELG729F_TARGET
+}  // namespace g729
