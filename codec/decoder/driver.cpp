@@ -113,7 +113,6 @@ PitchLag conceal_lag(DecoderCoreState* state, int rate) {
   if (rate == kRate11k8) return {state->old_t0, state->old_t0_frac};
   const PitchLag lag = {state->old_t0, 0};
   state->old_t0 = lag.t0 < kPitchMax ? lag.t0 + 1 : kPitchMax;
-  state->old_t0_frac = 0;
   return lag;
 }
 

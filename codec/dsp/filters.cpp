@@ -116,10 +116,10 @@ void residual_10(const double* a, const double* x, double* y, int blocks) {
 
 void synthesis_filter(int m, const double* a, const double* x, double* y, int n, double* mem,
                       bool update) {
-  if (m == kOrder && n % kLanes == 0) {
+  if (m == kOrder && n >= m && n % kLanes == 0) {
     const AllPole filter = all_pole(a);
     run_side_by_side(n / kLanes, AllPoleRecursion({filter, x, mem, y}));
-    if (update && n >= m) copy_vector(y + n - m, mem, m);
+    if (update) copy_vector(y + n - m, mem, m);
     return;
   }
   double work[kBackwardOrder + kFrame];

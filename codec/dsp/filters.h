@@ -31,9 +31,9 @@ inline double dot(const double* x, const double* y, int n) {
 
 // y[k] = x[k] - sum_{i=1..m} a[i] y[k-i], the all-pole filter 1/A(z) (clause 3.2.6 convention
 // A(z) = 1 + a[1] z^-1 + ...). a[0] is never read. mem[0..m-1] are the outputs before y[0],
-// mem[m-1] the newest; with update they become the last m outputs (n >= m then). x may be y.
-// m is 0..kBackwardOrder; 0 copies x to y and leaves mem alone. n is at most kFrame. Without update
-// mem may stand just before y, mem + m == y.
+// mem[m-1] the newest; with update they become the last m outputs, those of mem among them when n
+// is below m. x may be y. m is 0..kBackwardOrder; 0 copies x to y and leaves mem alone. n is at
+// most kFrame. Without update mem may stand just before y, mem + m == y.
 void synthesis_filter(int m, const double* a, const double* x, double* y, int n, double* mem,
                       bool update);
 

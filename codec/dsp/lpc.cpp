@@ -66,11 +66,9 @@ double levinson_durbin_10(const double* r, double* a, double* rc, LevinsonMemory
     c[i] = k;
   }
   if (!stable) {
-    stable = true;
-    for (int i = 0; i < kOrder; ++i) {
-      stable = stable && rc[i] <= kUnstable && rc[i] >= -kUnstable;
-      if (!stable) rc[i] = 0.0;
-    }
+    int last = 0;
+    while (rc[last] <= kUnstable && rc[last] >= -kUnstable) ++last;
+    zero_vector(rc + last + 1, kOrder - 1 - last);
     copy_vector(mem->a, a, kCoeffs);
     copy_vector(mem->rc, rc, 2);
     return kUnstableError;

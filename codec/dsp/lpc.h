@@ -21,7 +21,7 @@ struct LevinsonMemory {
 double levinson_durbin(int m, const double* r, double* a, double* rc, LevinsonMemory* mem);
 
 // The same for order 10 and r[0] > 0 in half the time; rounds differently. Where the filter is
-// unstable, rc is 0 from the coefficient on that exceeds the limit, but for rc[0..1] from mem.
+// unstable, rc is 0 behind the coefficient that exceeds the limit, but for rc[0..1] from mem.
 double levinson_durbin_10(const double* r, double* a, double* rc, LevinsonMemory* mem);
 
 // LSPs of an order-10 LP vector by the Chebyshev root search (clause 3.2.3), decreasing from near

@@ -33,8 +33,12 @@ struct EncoderCoreState {
   alignas(kAlign) double exc_lead[lead(kExcitationPast)] = {};
   double old_exc[kExcitationPast + kFrame] = {};  // excitation: past, frame
   alignas(kAlign) double synthesis_lead[lead(kSynthesisPast)] = {};
-  double synthesis[kSynthesisPast + kFrame] = {};  // local synthesis: past, frame
-  double error_mem[kBackwardOrder] = {};           // speech - synthesis
+  double synthesis[kSynthesisPast + kFrame] = {};  // local synthesis as it is heard: past, frame
+  // The past of the same without phase dispersion, which the targets do not know. Kept from the
+  // first dispersed subframe on; before it, synthesis serves as both.
+  double undispersed[kBackwardOrder] = {};
+  bool has_dispersed = false;
+  double error_mem[kBackwardOrder] = {};           // speech - undispersed synthesis
   double weighted_error_mem[kBackwardOrder] = {};  // xn - g_p y1 - g_c y2
 
   // Spectrum.

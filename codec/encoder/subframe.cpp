@@ -98,9 +98,31 @@ void push_pitch_gain(EncoderCoreState* state, double gain) {
   buf[4] = gain;
 }
 
-void synthesize(const SubframeWork& s, const double* excitation) {
-  const int m = s.quantised.order;
-  synthesis_filter(m, s.quantised.a, excitation, s.synthesis, kSubframe, s.synthesis - m, false);
+void run_synthesis(const LpFilter& filter, const double* excitation, double* out) {
+  synthesis_filter(filter.order, filter.a, excitation, out, kSubframe, out - filter.order, false);
+}
+
+// Local synthesis of what is heard, s.exc or its dispersed form.
+void synthesize(EncoderCoreState* state, const SubframeWork& s, const double* heard) {
+  if (heard != s.exc && !state->has_dispersed) {
+    state->has_dispersed = true;
+    copy_vector(s.synthesis - kBackwardOrder, state->undispersed, kBackwardOrder);
+  }
+  run_synthesis(s.quantised, heard, s.synthesis);
+}
+
+// error[0..39] = speech - undispersed synthesis, whose end the next subframe's target starts from.
+void find_error(EncoderCoreState* state, const SubframeWork& s, double* error) {
+  const double* synthesis = s.synthesis;
+  double work[kBackwardOrder + kSubframe];
+  if (state->has_dispersed) {
+    copy_vector(state->undispersed, work, kBackwardOrder);
+    run_synthesis(s.quantised, s.exc, work + kBackwardOrder);
+    copy_vector(work + kSubframe, state->undispersed, kBackwardOrder);
+    synthesis = work + kBackwardOrder;
+  }
+  for (int i = 0; i < kSubframe; ++i) error[i] = s.speech[i] - synthesis[i];
+  copy_vector(error + kSubframe - kBackwardOrder, state->error_mem, kBackwardOrder);
 }
 
 // The excitation and all that remembers it.
@@ -109,13 +131,13 @@ void finish_subframe(EncoderCoreState* state, const SubframeWork& s, int rate) {
   const double* heard = total_excitation(&state->dispersion, rate == kRate6k4, s.gain_pitch,
                                          s.gain_code, s.code, s.exc, dispersed);
   taming_update(&state->exc_err, s.gain_pitch, s.lag.t0);
-  synthesize(s, heard);
+  synthesize(state, s, heard);
+  double error[kSubframe];
+  find_error(state, s, error);
   constexpr int kFirst = kSubframe - kBackwardOrder;
-  for (int i = kFirst; i < kSubframe; ++i) {
-    state->error_mem[i - kFirst] = s.speech[i] - s.synthesis[i];
+  for (int i = kFirst; i < kSubframe; ++i)
     state->weighted_error_mem[i - kFirst] =
         s.xn[i] - s.gain_pitch * s.y1[i] - s.gain_code * s.y2[i];
-  }
 }
 
 }  // namespace
@@ -140,14 +162,13 @@ void synthesize_noise_subframe(EncoderCoreState* state, const FrameWork& w, int 
   constexpr double kNoiseGain = 0.5;  // pitch gain that the music detector sees
   SubframeWork s;
   start_subframe(state, w, k, &s);
-  synthesize(s, s.exc);
+  synthesize(state, s, s.exc);
   double error[kBackwardOrder + kSubframe], weighted[kSubframe];
   copy_vector(state->error_mem, error, kBackwardOrder);
-  for (int i = 0; i < kSubframe; ++i) error[kBackwardOrder + i] = s.speech[i] - s.synthesis[i];
+  find_error(state, s, error + kBackwardOrder);
   residual_filter(kOrder, w.weighting[k].ap1, error + kBackwardOrder, weighted, kSubframe);
   synthesis_filter(kOrder, w.weighting[k].ap2, weighted, weighted, kSubframe,
                    state->weighted_error_mem + kBackwardOrder - kOrder, false);
-  copy_vector(error + kSubframe, state->error_mem, kBackwardOrder);
   copy_vector(weighted + kSubframe - kBackwardOrder, state->weighted_error_mem, kBackwardOrder);
   push_pitch_gain(state, kNoiseGain);
 }
