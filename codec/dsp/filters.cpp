@@ -71,10 +71,7 @@ void synthesize_pair_10(const double* a, const PairSignals& p) {
   for (int k = 0; k < kSubframe; k += kOrder) {
 #pragma GCC unroll 10
     for (int j = 0; j < kOrder; ++j) {
-      Pair y = input(p, k + j);
-#pragma GCC unroll 10
-      for (int i = kOrder; i >= 1; --i) y = y - c[i] * last[(j - i + kOrder) % kOrder];
-      output(p, k + j, last[j] = y);
+      output(p, k + j, last[j] = all_pole_next(c, last, j, input(p, k + j)));
     }
   }
 }

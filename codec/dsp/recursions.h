@@ -32,6 +32,19 @@ KELG729F_VEC AllPole all_pole(const double* a) {
   return f;
 }
 
+// The output number j modulo 10 of such filters, one a lane, without look-ahead: input x,
+// coefficients c[1..10], last[i] the newest output whose number is i modulo 10. The newest outputs'
+// terms come last, as they arrive last.
+template <typename T>
+KELG729F_VEC T all_pole_next(const T* c, const T* last, int j, T x) {
+  const auto term = [&](int i) __attribute__((always_inline)) {
+    return c[i] * last[(j - i + kOrder) % kOrder];
+  };
+  const T oldest = (term(10) + term(9)) + (term(8) + term(7));
+  const T older = (term(6) + term(5)) + (term(4) + term(3));
+  return ((x - (oldest + older)) - term(2)) - term(1);
+}
+
 // A filter with its input, its ten outputs before y[0] (the newest last), and its output. y may be
 // x, or mem + 10.
 struct AllPoleRun {

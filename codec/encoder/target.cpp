@@ -1,7 +1,7 @@
 #include "codec/encoder/target.h"
 
 #include "codec/dsp/filters.h"
-#include "codec/dsp/simd/pair.h"
+#include "codec/dsp/recursions.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {
@@ -9,26 +9,28 @@ namespace {
 
 constexpr double kRest[kBackwardOrder] = {};
 
-// With two lanes a register the cascade below takes longer than the plain way.
-bool suits_cascade(const FrameWork& w) {
-  return kNativeLanes >= 4 && w.quantised[0].order == kOrder &&
-         w.weighting[0].filter.order == kOrder;
-}
-
-// Two signals in pass the filter 1/A(z) of `first`, then that of `second`, both of order 10; each
-// step takes sample k through the one and sample k - kLag through the other. In lanes 0 and 1 are
-// the first filter's outputs, in lanes 2 and 3 the second's. Signal 0 has memories, signal 1 is at
-// rest. Both inputs have kLag samples more than the outputs.
+// Two signals in pass the filter 1/A(z) of `first`, then that of `second`, both of order 10. Signal
+// 0 has memories, signal 1 is at rest. Both inputs have kLag samples more than the outputs.
 constexpr int kLag = 2;
-static_assert(kSubframe % kOrder == 0 && kLag < kOrder);
 
 struct Cascade {
   const double *first, *second, *first_mem, *second_mem;
-  const double* in[2];
+  double* in[2];
   double* out[2];
 };
 
-void run_cascade(const Cascade& f) {
+// One filter after the other.
+void filter_in_turn(const Cascade& f) {
+  synthesis_filter_pair(kOrder, f.first, f.in[0], f.first_mem, f.in[0], f.in[1], kRest, f.in[1]);
+  synthesis_filter_pair(kOrder, f.second, f.in[0], f.second_mem, f.out[0], f.in[1], kRest,
+                        f.out[1]);
+}
+
+// Both filters side by side: each step takes sample k through the one and sample k - kLag through
+// the other. In lanes 0 and 1 are the first filter's outputs, in lanes 2 and 3 the second's. A lane
+// sees the operations of filter_in_turn() in their order.
+void filter_side_by_side(const Cascade& f) {
+  static_assert(kSubframe % kOrder == 0 && kLag < kOrder);
   Quad c[kCoeffs], last[kOrder];  // last[k modulo 10] are the outputs of step k
   for (int i = 1; i <= kOrder; ++i) c[i] = join(twice(f.first[i]), twice(f.second[i]));
   for (int i = 0; i < kOrder; ++i)
@@ -39,18 +41,15 @@ void run_cascade(const Cascade& f) {
     for (int j = 0; j < kOrder; ++j) {
       const int k = block + j;
       if (k == kSubframe + kLag) return;
-      const auto term = [&](int i) { return c[i] * last[(j - i + kOrder) % kOrder]; };
-      // The newest outputs' terms come last, as they arrive last.
-      const Quad oldest = (term(10) + term(9)) + (term(8) + term(7));
-      const Quad older = (term(6) + term(5)) + (term(4) + term(3));
       const Quad x = join(Pair{f.in[0][k], f.in[1][k]}, low(last[(j - kLag + kOrder) % kOrder]));
-      last[j] = ((x - (oldest + older)) - term(2)) - term(1);
+      const Quad y = all_pole_next(c, last, j, x);
+      last[j] = y;
       if (k < kLag) {
-        last[j] = join(low(last[j]), Pair{f.second_mem[kOrder - kLag + k], 0.0});
+        last[j] = join(low(y), Pair{f.second_mem[kOrder - kLag + k], 0.0});
         continue;
       }
-      f.out[0][k - kLag] = lane(high(last[j]), 0);
-      f.out[1][k - kLag] = lane(high(last[j]), 1);
+      f.out[0][k - kLag] = lane(high(y), 0);
+      f.out[1][k - kLag] = lane(high(y), 1);
     }
   }
 }
@@ -73,12 +72,13 @@ void find_target_10(const double* residual, const double* error_mem,
   copy_vector(residual, past + kPast, kSubframe);
   residual_filter(kOrder, ap1, past + kPast, target, kSubframe);
   copy_vector(ap1, response, kCoeffs);
-  run_cascade({a,
-               w.weighting[k].ap2,
-               weighted_past + kPast - kOrder,
-               weighted_error_mem + kBackwardOrder - kOrder,
-               {target, response},
-               {xn, h}});
+  const auto run = kNativeLanes >= 4 ? filter_side_by_side : filter_in_turn;
+  run({a,
+       w.weighting[k].ap2,
+       weighted_past + kPast - kOrder,
+       weighted_error_mem + kBackwardOrder - kOrder,
+       {target, response},
+       {xn, h}});
 }
 
 }  // namespace
@@ -122,7 +122,9 @@ void find_target_plain(const double* residual, const double* error_mem,
 
 void find_target(const double* residual, const double* error_mem, const double* weighted_error_mem,
                  const FrameWork& w, int k, double* xn, double* h) {
-  const auto find = suits_cascade(w) ? find_target_10 : find_target_plain;
+  const bool short_filters =
+      w.quantised[k].order == kOrder && w.weighting[k].filter.order == kOrder;
+  const auto find = short_filters ? find_target_10 : find_target_plain;
   find(residual, error_mem, weighted_error_mem, w, k, xn, h);
 }
 

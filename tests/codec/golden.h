@@ -2,13 +2,14 @@
 #pragma once
 
 #include <cstdint>
-#include <span>
+#include <vector>
 
 struct GoldenHash {
   uint64_t stream = 0;     // words of the serial frames
   uint64_t synthesis = 0;  // doubles before the post-filter
   uint64_t output = 0;     // doubles after post-filter and output filter
-  bool operator==(const GoldenHash&) const = default;
+  std::vector<uint64_t> states =
+      {};  // of each frame, all doubles that encoder and decoder remember
 };
 
 // How a signal is coded: the rate (-1: a new one every few frames), silence compression, and the

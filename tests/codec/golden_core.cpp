@@ -1,4 +1,5 @@
 // Compiled once per build of the codec core.
+#include <cmath>
 #include <cstring>
 
 #include "codec/decoder_handle.h"
@@ -19,6 +20,15 @@ void fold(const T* values, int n, uint64_t* hash) {
   }
 }
 
+// All doubles of a record, told from its other words by their size.
+template <typename Record>
+void fold_state(const Record& record, uint64_t* hash) {
+  double words[sizeof record / sizeof(double)];
+  std::memcpy(words, &record, sizeof words);
+  for (const double& x : words)
+    if (std::fabs(x) > 1e-100 && std::fabs(x) < 1e100) fold(&x, 1, hash);
+}
+
 uint32_t scramble(uint32_t x) {
   x = (x ^ (x >> 15)) * 2654435761u;
   return x ^ (x >> 13);
@@ -27,8 +37,8 @@ uint32_t scramble(uint32_t x) {
 }  // namespace
 
 GoldenHash golden_hash(const int16_t* samples, int frames, GoldenPlan plan) {
-  auto* encoder = new EncoderHandle;
-  auto* decoder = new DecoderHandle;
+  auto* encoder = new EncoderHandle();
+  auto* decoder = new DecoderHandle();
   encoder_init(encoder, plan.annexb);
   decoder_init(decoder);
   GoldenHash hash;
@@ -46,6 +56,8 @@ GoldenHash golden_hash(const int16_t* samples, int frames, GoldenPlan plan) {
     decode_serial_frame(decoder, serial, out);
     fold(decoder->synthesis + kSynthesisPast, kFrame, &hash.synthesis);
     fold(decoder->output, kFrame, &hash.output);
+    fold_state(*encoder, &hash.states.emplace_back());
+    fold_state(*decoder, &hash.states.back());
   }
   delete encoder;
   delete decoder;
