@@ -4,8 +4,7 @@
 
 #include <algorithm>
 #include <random>
-
-#include "tests/codec/decoder/random_frames.h"
+#include <vector>
 
 namespace g729 {
 inline namespace KELG729F_TARGET {
@@ -22,6 +21,14 @@ constexpr Layout kLayouts[] = {
     {kSpeech11k8, 118, {0, 8, 10, 8, 1, 7, 7, 7, 7, 7, 7, 5, 7, 7, 7, 7, 7, 7}},
     {kSpeech11k8, 118, {1, 8, 1, 13, 10, 7, 7, 7, 7, 5, 13, 10, 7, 7, 7, 7}},
 };
+
+// The bits of a serial frame as bytes, first bit in the highest place.
+std::vector<uint8_t> packed_bytes(const uint16_t* serial) {
+  std::vector<uint8_t> bytes(serial[1] / 8u);
+  for (size_t i = 0; i < 8 * bytes.size(); ++i)
+    bytes[i / 8] = static_cast<uint8_t>(bytes[i / 8] << 1 | (serial[2 + i] == kBitOne));
+  return bytes;
+}
 
 TEST(Bitstream, RandomParametersSurviveTheRoundTrip) {
   std::mt19937 random(11);

@@ -181,6 +181,21 @@ TEST(FlushDenormals, EndsWithTheFrame) {
   EXPECT_GT(smallest / 2, 0.0);
 }
 
+TEST(Samples, WrapAndRoundTowardZero) {
+  const struct {
+    double in;
+    int16_t out;
+  } cases[] = {{0.9, 0},           {-0.9, 0},         {-1.0, -1},         {32767.9, 32767},
+               {32768.0, -32768},  {65536.0, 0},      {40000.7, -25536},  {-32769.0, 32767},
+               {2147483647.5, -1}, {2147483648.0, 0}, {-2147483648.5, 0}, {-2147483649.0, 0},
+               {1e300, 0},         {-1e300, 0},       {std::nan(""), 0},  {-65537.5, -1}};
+  double x[kFrame] = {};
+  int16_t y[kFrame];
+  for (size_t n = 0; n < std::size(cases); ++n) x[n] = cases[n].in;
+  wrap_to_samples(x, y);
+  for (size_t n = 0; n < std::size(cases); ++n) EXPECT_EQ(y[n], cases[n].out) << x[n];
+}
+
 INSTANTIATE_TEST_SUITE_P(Rates, Extremes,
                          testing::Combine(testing::Values(kRate6k4, kRate8k, kRate11k8),
                                           testing::Bool()));

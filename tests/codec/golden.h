@@ -12,10 +12,11 @@ struct GoldenHash {
       {};  // of each frame, all doubles that encoder and decoder remember
 };
 
-// How a signal is coded: the rate (-1: a new one every few frames), silence compression, and the
-// share of frames that the decoder loses, in 1/64.
+// How a signal is coded: the rate (-1: a new one every few frames), silence compression, the share
+// of frames that the decoder loses, in 1/64, and what makes losses and rates those of another call.
 struct GoldenPlan {
   int rate;
   bool annexb;
   uint32_t loss;
+  uint32_t call = 0;
 };

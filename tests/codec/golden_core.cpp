@@ -44,12 +44,13 @@ GoldenHash golden_hash(const int16_t* samples, int frames, GoldenPlan plan) {
   GoldenHash hash;
   for (int f = 0; f < frames; ++f) {
     const auto frame = static_cast<uint32_t>(f);
-    const int rate = plan.rate >= 0 ? plan.rate : static_cast<int>(scramble(frame / 7) % 3);
+    const int rate =
+        plan.rate >= 0 ? plan.rate : static_cast<int>(scramble(frame / 7 + plan.call) % 3);
     uint16_t serial[kSerialWords] = {};
     int16_t out[kFrame];
     encode_serial_frame(encoder, samples + f * kFrame, rate, serial);
     fold(serial, 2 + serial[1], &hash.stream);
-    if (scramble(frame * 3 + 1) % 64 < plan.loss) {
+    if (scramble(frame * 3 + 1 + 100003 * plan.call) % 64 < plan.loss) {
       for (int i = 0; i < serial[1]; ++i) serial[2 + i] = kBitErased;
       if (serial[1] == 0) serial[0] = 0;
     }

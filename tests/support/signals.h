@@ -139,4 +139,27 @@ inline Samples noisy_speech(int frames, double snr, uint32_t seed = 1) {
   return mix(speech, noise(frames, deviation, seed + 1), 1.0);
 }
 
+// Pieces of everything above, each at a level of its own.
+inline Samples varied(int frames, uint32_t seed) {
+  std::mt19937 random(seed);
+  Samples out;
+  while (out.size() < static_cast<size_t>(frames) * 80) {
+    const int n = 5 + static_cast<int>(random() % 60) * (random() % 4 ? 1 : 4);
+    const double level = std::pow(10.0, -static_cast<double>(random() % 50) / 20);
+    const auto piece = static_cast<uint32_t>(random());
+    const Samples pieces[] = {loud_speech(n, piece),
+                              noisy_speech(n, piece % 30, piece),
+                              chord(n),
+                              noise(n, 8000, piece),
+                              square(n, 1 + static_cast<int>(piece % 90)),
+                              clicks(n, 20 + static_cast<int>(piece % 900)),
+                              sweep(n),
+                              silence(n)};
+    const Samples& x = pieces[random() % std::size(pieces)];
+    out = join({out, mix(silence(n), x, level)});
+  }
+  out.resize(static_cast<size_t>(frames) * 80);
+  return out;
+}
+
 }  // namespace signals

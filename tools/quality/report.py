@@ -66,8 +66,9 @@ def plot_curves(curves, path):
 
 
 def random_frames(program, count):
-    done = subprocess.run([program, str(count)], stderr=subprocess.PIPE, text=True)
-    return done.stderr.strip().splitlines()[-1]
+    done = subprocess.run([program, "--gtest_filter=Storm.*"], stdout=subprocess.PIPE, text=True,
+                          env=os.environ | {"STORM_FRAMES": str(count)})
+    return next(line for line in done.stdout.splitlines() if "random frames" in line)
 
 
 def sections(options):
@@ -106,7 +107,7 @@ def main():
     parser.add_argument("tool", help="build/tools/kelg729f")
     parser.add_argument("--forward-only", metavar="TOOL",
                         help="the tool of a build whose mode decision always answers forward")
-    parser.add_argument("--random-frames", metavar="PROGRAM", help="build/tests/random-frames")
+    parser.add_argument("--random-frames", metavar="PROGRAM", help="build/tests/codec-tests")
     parser.add_argument("--count", type=int, default=10_000_000, help="random frames")
     options = parser.parse_args()
     here = os.path.dirname(os.path.abspath(__file__))

@@ -4,17 +4,15 @@
 
 #include <vector>
 
-#include "tests/codec/random_filters.h"
+#include "tests/codec/random_signals.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {
 namespace {
 
-using test::Noise;
-
 // The quick way with filters of order 10 against the plain one, relative to the largest value.
 TEST(Target, CascadeEqualsTheFiltersOneByOne) {
-  Noise noise;
+  test::Random noise;
   for (int round = 0; round < 200; ++round) {
     const std::vector<double> quantised = test::stable_filter(kOrder, noise),
                               forward = test::stable_filter(kOrder, noise),
