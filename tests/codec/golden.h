@@ -8,6 +8,8 @@ struct GoldenHash {
   uint64_t stream = 0;     // words of the serial frames
   uint64_t synthesis = 0;  // doubles before the post-filter
   uint64_t output = 0;     // doubles after post-filter and output filter
+  int lossless = 0;        // frames before the first lost one
+  int in_step = 0;         // of these, frames whose synthesis is the same in encoder and decoder
   std::vector<uint64_t> states =
       {};  // of each frame, all doubles that encoder and decoder remember
 };

@@ -1,4 +1,5 @@
 // Compiled once per build of the codec core.
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -42,6 +43,7 @@ GoldenHash golden_hash(const int16_t* samples, int frames, GoldenPlan plan) {
   encoder_init(encoder, plan.annexb);
   decoder_init(decoder);
   GoldenHash hash;
+  bool lost = false;
   for (int f = 0; f < frames; ++f) {
     const auto frame = static_cast<uint32_t>(f);
     const int rate =
@@ -50,13 +52,20 @@ GoldenHash golden_hash(const int16_t* samples, int frames, GoldenPlan plan) {
     int16_t out[kFrame];
     encode_serial_frame(encoder, samples + f * kFrame, rate, serial);
     fold(serial, 2 + serial[1], &hash.stream);
-    if (scramble(frame * 3 + 1 + 100003 * plan.call) % 64 < plan.loss) {
+    const bool erased = scramble(frame * 3 + 1 + 100003 * plan.call) % 64 < plan.loss;
+    if (erased) {
       for (int i = 0; i < serial[1]; ++i) serial[2 + i] = kBitErased;
       if (serial[1] == 0) serial[0] = 0;
     }
     decode_serial_frame(decoder, serial, out);
     fold(decoder->synthesis + kSynthesisPast, kFrame, &hash.synthesis);
     fold(decoder->output, kFrame, &hash.output);
+    lost = lost || erased;
+    if (!lost && std::equal(decoder->synthesis + kSynthesisPast,
+                            decoder->synthesis + kSynthesisPast + kFrame,
+                            encoder->core.synthesis + kSynthesisPast))
+      ++hash.in_step;
+    hash.lossless += !lost;
     fold_state(*encoder, &hash.states.emplace_back());
     fold_state(*decoder, &hash.states.back());
   }

@@ -154,6 +154,7 @@ inline Samples varied(int frames, uint32_t seed) {
                               square(n, 1 + static_cast<int>(piece % 90)),
                               clicks(n, 20 + static_cast<int>(piece % 900)),
                               sweep(n),
+                              constant(n, 20000),
                               silence(n)};
     const Samples& x = pieces[random() % std::size(pieces)];
     out = join({out, mix(silence(n), x, level)});
