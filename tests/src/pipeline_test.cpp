@@ -1,9 +1,24 @@
 // The elements in real pipelines, on the system's clock.
 #include "tests/src/pipeline.h"
 
+#include <dlfcn.h>
 #include <gst/app/gstappsink.h>
 
 #include <atomic>
+
+// Stands before the framework's own, in whose place libraries call it: whatever the base class
+// says, it says in another language, as under a translated locale.
+extern "C" __attribute__((visibility("default"))) void gst_element_message_full(
+    GstElement* element, GstMessageType type, GQuark domain, gint code, gchar* text, gchar* debug,
+    const gchar* file, const gchar* function, gint line) {
+  static const auto next = reinterpret_cast<decltype(&gst_element_message_full)>(
+      dlsym(RTLD_NEXT, "gst_element_message_full"));
+  if (g_strrstr(file, "gstaudiodecoder")) {
+    g_free(text);
+    text = g_strdup("mehr Rahmen als erwartet");
+  }
+  next(element, type, domain, code, text, debug, file, function, line);
+}
 
 namespace {
 
@@ -12,7 +27,7 @@ void warn(gpointer element, const char* text) {
 }
 
 // Of all that is posted, only the base class's complaint about comfort noise goes missing.
-TEST(Pipeline, ComfortNoiseIsQuiet) {
+TEST(Pipeline, ComfortNoiseIsQuietInEveryLanguage) {
   Pipeline pipeline(std::string("appsrc name=src format=time caps=\"") + kG729Caps +
                     "\" ! kelg729fdec name=dec ! appsink name=sink sync=false async=false");
   const auto decoder = pipeline.get("dec");

@@ -63,36 +63,7 @@ struct Lossy : Live {
     GstClockTime end = GST_SECOND;
     return take(end);
   }
-  gsize gaps_passed_on() {
-    gsize count = 0;
-    while (GstEvent* event = gst_harness_try_pull_event(h.get())) {
-      count += GST_EVENT_TYPE(event) == GST_EVENT_GAP;
-      gst_event_unref(event);
-    }
-    return count;
-  }
 };
-
-// Whatever the pieces, the audio lasts as long as the loss.
-TEST(Concealment, LastsAsLongAsTheLoss) {
-  const std::vector<GstClockTime> losses[] = {
-      {10 * GST_MSECOND},
-      {25 * GST_MSECOND, 15 * GST_MSECOND, 3 * GST_MSECOND},
-      {2500 * GST_MSECOND},
-      std::vector<GstClockTime>(200, 20062500 + 12345),
-      std::vector<GstClockTime>(200, 19999999),
-      std::vector<GstClockTime>(200, 70000),  // about half a sample each
-      {0, 10 * GST_MSECOND, 0},
-  };
-  const auto voice = coded_voice(20);
-  for (const auto& loss : losses) {
-    Lossy link;
-    for (const auto& frame : voice) link.speech(frame);
-    for (const GstClockTime duration : loss) link.gap(duration);
-    EXPECT_EQ(link.take().size(), (link.now - GST_SECOND + kSample / 2) / kSample);
-    EXPECT_EQ(link.gaps_passed_on(), 0u);
-  }
-}
 
 double gain_between(const gint16* from, const gint16* to) {
   double product = 0, power = 1e-9;
@@ -164,51 +135,6 @@ TEST(Concealment, NeverLouderAndSoonOver) {
   }
 }
 
-// A loss of which nobody says how long it was is concealed when the next packet comes, as if somebody
-// had said so; of a long one the first 100 ms, and nothing if the packet follows at once.
-TEST(Concealment, OfUnknownLength) {
-  const auto voice = coded_voice(30);
-  for (const GstClockTime loss : {0, 10, 20, 35, 100}) {
-    Lossy told, untold;
-    for (gsize i = 0; i < voice.size(); i++) {
-      if (i == 20) {
-        told.gap(loss * GST_MSECOND);
-        untold.gap(0);
-        untold.now += loss * GST_MSECOND;
-      }
-      told.speech(voice[i]);
-      untold.speech(voice[i]);
-    }
-    EXPECT_EQ(told.take(), untold.take()) << loss;
-  }
-}
-
-TEST(Concealment, OfUnknownLengthEndsWithTheFade) {
-  const auto voice = coded_voice(30);
-  Lossy link;
-  for (gsize i = 0; i < 20; i++) link.speech(voice[i]);
-  link.gap(0);
-  link.now += 3 * GST_SECOND;
-  GstClockTime end = GST_SECOND;
-  link.speech(voice[20]);
-  std::vector<GstClockTime> begins;
-  gsize samples = 0;
-  while (Buffer buffer{gst_harness_try_pull(link.h.get())}) {
-    begins.push_back(GST_BUFFER_PTS(buffer.get()));
-    samples += gst_buffer_get_size(buffer.get()) / sizeof(gint16);
-  }
-  EXPECT_EQ(samples, 20 * 80 + 800 + 80u);
-  ASSERT_GE(begins.size(), 2u);
-  EXPECT_EQ(begins[begins.size() - 2], end + 20 * kTick);
-  EXPECT_EQ(begins.back(), end + 20 * kTick + 3 * GST_SECOND);
-}
-
-TEST(Concealment, BeforeAnythingCame) {
-  Lossy link;
-  link.gap(50 * GST_MSECOND);
-  EXPECT_EQ(link.take(), Samples(400, 0));
-}
-
 // A flush takes what was heard before with it.
 TEST(Concealment, NothingFromBeforeAFlush) {
   Lossy link;
@@ -218,32 +144,6 @@ TEST(Concealment, NothingFromBeforeAFlush) {
   GstClockTime end = link.now;
   link.gap(20 * GST_MSECOND);
   EXPECT_EQ(link.take(end), Samples(160, 0));
-}
-
-// Which gaps are losses. The others reach the sink as they are.
-TEST(Concealment, OnlyOfLosses) {
-  const std::vector<guint8> voice = coded_voice(1)[0], sid(2);
-  const struct {
-    const std::vector<guint8>& last;
-    int flags;  // -1: none given
-    GstClockTime duration;
-    bool loss;
-  } cases[] = {
-      {voice, GST_GAP_FLAG_MISSING_DATA, kTick, true},
-      {voice, -1, kTick, true},
-      {voice, 0, kTick, false},
-      {voice, -1, GST_CLOCK_TIME_NONE, false},
-      {sid, GST_GAP_FLAG_MISSING_DATA, kTick, false},
-      {sid, -1, kTick, false},
-  };
-  for (const auto& c : cases) {
-    Lossy link;
-    link.speech(c.last);
-    link.take();
-    link.gap(c.duration, c.flags);
-    EXPECT_EQ(gst_harness_buffers_in_queue(link.h.get()), c.loss ? 1u : 0u);
-    EXPECT_EQ(link.gaps_passed_on(), c.loss ? 0u : 1u);
-  }
 }
 
 // What a jitter buffer tells a depayloader of lost packets arrives as a loss.
@@ -277,23 +177,6 @@ TEST(Concealment, OfLostRtpPackets) {
     end += GST_BUFFER_DURATION(buffer.get());
   }
   EXPECT_EQ(end, 40 * kTick);
-}
-
-// Comfort noise goes on through gaps, and speech after it can be concealed again.
-TEST(Concealment, AfterComfortNoise) {
-  Lossy link;
-  link.speech(std::vector<guint8>(2));
-  link.now += kTick;
-  link.take();
-  for (int i = 0; i < 3; i++) {
-    link.gap(kTick);
-    EXPECT_EQ(gst_buffer_get_size(link.noise().get()), kPcm);
-  }
-  link.speech(coded_voice(1)[0]);
-  link.gap(kTick);
-  EXPECT_FALSE(link.waiting());
-  GstClockTime end = GST_SECOND + 4 * kTick;
-  EXPECT_EQ(link.take(end).size(), 2u * 80);
 }
 
 }  // namespace

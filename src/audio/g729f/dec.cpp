@@ -25,6 +25,7 @@
 
 #include "src/audio/g729f/buffer_map.h"
 #include "src/audio/g729f/dtx.h"
+#include "src/audio/g729f/fill.h"
 #include "src/audio/g729f/frame.h"
 #include "src/audio/g729f/tags.h"
 
@@ -90,15 +91,6 @@ bool decode_packet(KelG729fDec* dec, const Packet& packet, const BufferMap& in, 
 
 }  // namespace
 
-void kel_g729f_dec_place(KelG729fDec* dec, GstBuffer* buffer) {
-  const GstClockTime given = GST_BUFFER_PTS(buffer);
-  // As a rule a buffer begins where the last one ended: nothing to tolerate, nothing to change.
-  const GstClockTime tolerance =
-      given == dec->timeline.end ? 0 : gst_audio_decoder_get_tolerance(GST_AUDIO_DECODER(dec));
-  const GstClockTime pts = timeline_enter(dec->timeline, given, tolerance);
-  if (pts != given && gst_buffer_is_writable(buffer)) GST_BUFFER_PTS(buffer) = pts;
-}
-
 static void kel_g729f_dec_finalize(GObject* object) {
   KelG729fDec* dec = as_dec(object);
   g_mutex_clear(&dec->lock);
@@ -121,7 +113,9 @@ static gboolean kel_g729f_dec_start(GstAudioDecoder* base) {
   KelG729fDec* dec = as_dec(base);
   GST_DEBUG_OBJECT(dec, "Start");
   dec->decoder = g729_decoder_create();
-  timeline_reset(dec->timeline);
+  timeline_restart(dec->line, kUnknown);
+  dec->in_segment = FALSE;
+  dec->begin = GST_CLOCK_TIME_NONE;
   plc_reset(dec->plc);
   dec->raw = {};
   stats_reset(dec->stats);
@@ -158,10 +152,44 @@ static GstFlowReturn kel_g729f_dec_parse(GstAudioDecoder*, GstAdapter* adapter, 
   return GST_FLOW_OK;
 }
 
+// A loss, or silence that somebody tells of.
+static GstFlowReturn handle_gap(KelG729fDec* dec, GstBuffer* gap) {
+  GST_AUDIO_DECODER_STREAM_LOCK(dec);
+  const GstFlowReturn flow = kel_g729f_fill_gap(dec, gap);
+  const GstFlowReturn end = gst_audio_decoder_finish_frame(GST_AUDIO_DECODER(dec), nullptr, 1);
+  GST_AUDIO_DECODER_STREAM_UNLOCK(dec);
+  return flow == GST_FLOW_OK ? end : flow;
+}
+
+// Gives the packet its time, and fills what is missing before it if that is wanted.
+static GstFlowReturn enter(KelG729fDec* dec, const Packet& packet, GstBuffer* buffer, gsize* cut) {
+  if (!GST_BUFFER_PTS_IS_VALID(buffer)) GST_BUFFER_PTS(buffer) = dec->begin;
+  dec->begin = GST_CLOCK_TIME_NONE;
+  if (gst_audio_decoder_get_plc(GST_AUDIO_DECODER(dec))) {
+    return kel_g729f_fill_before(dec, buffer, packet.frames(), packet.sid, cut);
+  }
+  g_mutex_lock(&dec->lock);
+  timeline_restart(dec->line, kUnknown);
+  g_mutex_unlock(&dec->lock);
+  return GST_FLOW_OK;
+}
+
+// Takes `cut` bytes off the audio's beginning; nothing may be left.
+static GstBuffer* without(GstBuffer* audio, gsize cut) {
+  if (cut == 0) return audio;
+  const gsize size = gst_buffer_get_size(audio);
+  if (cut < size) {
+    gst_buffer_resize(audio, static_cast<gssize>(cut), static_cast<gssize>(size - cut));
+  } else {
+    gst_clear_buffer(&audio);
+  }
+  return audio;
+}
+
 static GstFlowReturn kel_g729f_dec_handle_frame(GstAudioDecoder* base, GstBuffer* buffer) {
   KelG729fDec* dec = as_dec(base);
   if (gst_buffer_get_size(buffer) == 0 && gst_audio_decoder_get_plc(base)) {
-    return kel_g729f_plc_conceal(dec, buffer);
+    return handle_gap(dec, buffer);
   }
   kel_g729f_dtx_stop(dec);
 
@@ -175,7 +203,8 @@ static GstFlowReturn kel_g729f_dec_handle_frame(GstAudioDecoder* base, GstBuffer
     return gst_audio_decoder_finish_frame(base, nullptr, 1);
   }
 
-  const GstFlowReturn flow = kel_g729f_plc_catch_up(dec, buffer);
+  gsize cut = 0;
+  const GstFlowReturn flow = enter(dec, packet, buffer, &cut);
   if (flow != GST_FLOW_OK) {
     in.unmap();
     gst_audio_decoder_finish_frame(base, nullptr, 1);
@@ -186,32 +215,50 @@ static GstFlowReturn kel_g729f_dec_handle_frame(GstAudioDecoder* base, GstBuffer
   GST_LOG_OBJECT(dec, "we have %u frames, %" G_GSIZE_FORMAT " in, %" G_GSIZE_FORMAT " out",
                  static_cast<guint>(packet.speech), in.size(), size);
   GstBuffer* output = gst_audio_decoder_allocate_output_buffer(base, size);
-  kel_g729f_dec_place(dec, buffer);
   if (!output || !decode_packet(dec, packet, in, output)) {
     gst_clear_buffer(&output);
     in.unmap();
     GST_WARNING_OBJECT(dec, "failed to alloc buffer");
     return GST_FLOW_ERROR;
   }
-  timeline_add(dec->timeline, packet.frames() * kFrameTime);
   in.unmap();
   GST_LOG_OBJECT(dec, "Finished decoding");
-  return gst_audio_decoder_finish_frame(base, output, 1);
+  return gst_audio_decoder_finish_frame(base, without(output, cut), 1);
 }
 
 // What comes next has nothing to do with what came before. It begins at `time`, if that is known.
 static void restart(KelG729fDec* dec, GstClockTime time) {
   kel_g729f_dtx_cancel(dec);
   GST_AUDIO_DECODER_STREAM_LOCK(dec);
-  timeline_reset(dec->timeline);
-  dec->timeline.end = time;
+  g_mutex_lock(&dec->lock);
+  timeline_restart(dec->line, kUnknown);
+  g_mutex_unlock(&dec->lock);
+  dec->begin = time;
   plc_reset(dec->plc);
   GST_AUDIO_DECODER_STREAM_UNLOCK(dec);
 }
 
+// Whether the segment is the one that the stream is in already.
+static bool is_unchanged(KelG729fDec* dec, const GstSegment& segment) {
+  GstAudioDecoder* base = GST_AUDIO_DECODER(dec);
+  if (!dec->in_segment || segment.format != GST_FORMAT_TIME) return false;
+  GST_AUDIO_DECODER_STREAM_LOCK(base);
+  GstSegment now = base->input_segment;
+  GST_AUDIO_DECODER_STREAM_UNLOCK(base);
+  now.position = segment.position;
+  return gst_segment_is_equal(&now, &segment);
+}
+
+// Null when nothing is left to do.
 static GstEvent* take_segment(KelG729fDec* dec, GstEvent* event) {
   const GstSegment* segment;
   gst_event_parse_segment(event, &segment);
+  // The base class would lose its place in the stream.
+  if (is_unchanged(dec, *segment)) {
+    gst_event_unref(event);
+    return nullptr;
+  }
+  dec->in_segment = TRUE;
   GstClockTime begin = GST_CLOCK_TIME_NONE;
   const bool raw = segment->format == GST_FORMAT_BYTES;
   if (raw) event = raw_take_segment(GST_AUDIO_DECODER(dec), dec->raw, event, &begin);
@@ -220,12 +267,38 @@ static GstEvent* take_segment(KelG729fDec* dec, GstEvent* event) {
   return event;
 }
 
-// Whether there is a segment for output to lie in: none after a flush, until one comes.
-static bool has_segment(GstAudioDecoder* base) {
-  GstEvent* segment = gst_pad_get_sticky_event(base->sinkpad, GST_EVENT_SEGMENT, 0);
-  if (!segment) return false;
-  gst_event_unref(segment);
-  return true;
+// Whether a gap means lost packets: not if it says that it is none.
+static bool is_loss(GstEvent* gap) {
+  if (!gst_structure_has_field(gst_event_get_structure(gap), "gap-flags")) return true;
+  GstGapFlags flags = {};
+  gst_event_parse_gap_flags(gap, &flags);
+  return (flags & GST_GAP_FLAG_MISSING_DATA) != 0;
+}
+
+// Whether a gap shall become audio: a loss, or silence, which is noise then. The others are passed
+// on, and those for which there is no segment.
+static bool take_gap(KelG729fDec* dec, GstEvent* gap) {
+  GstAudioDecoder* base = GST_AUDIO_DECODER(dec);
+  GstClockTime pts = GST_CLOCK_TIME_NONE, duration = GST_CLOCK_TIME_NONE;
+  gst_event_parse_gap(gap, &pts, &duration);
+  if (!gst_audio_decoder_get_plc(base) || !dec->in_segment) return false;
+  if (kel_g729f_time(pts) == kUnknown || kel_g729f_time(duration) == kUnknown) return false;
+  GST_AUDIO_DECODER_STREAM_LOCK(base);
+  const bool taken = dec->plc.silent || is_loss(gap);
+  g_mutex_lock(&dec->lock);
+  if (!taken) timeline_skip(dec->line, kel_g729f_time(pts), kel_g729f_time(duration));
+  g_mutex_unlock(&dec->lock);
+  GST_AUDIO_DECODER_STREAM_UNLOCK(base);
+  return taken;
+}
+
+// The stream is over: nothing may follow but what is known to be missing.
+static void finish(KelG729fDec* dec) {
+  kel_g729f_dtx_cancel(dec);
+  GST_AUDIO_DECODER_STREAM_LOCK(dec);
+  kel_g729f_fill_rest(dec);
+  GST_AUDIO_DECODER_STREAM_UNLOCK(dec);
+  dec->in_segment = FALSE;
 }
 
 // Comfort noise ends where its stream ends: nothing may follow an end of stream, nor come between
@@ -233,19 +306,25 @@ static bool has_segment(GstAudioDecoder* base) {
 static gboolean kel_g729f_dec_sink_event(GstAudioDecoder* base, GstEvent* event) {
   KelG729fDec* dec = as_dec(base);
   switch (GST_EVENT_TYPE(event)) {
+    case GST_EVENT_STREAM_START:
+      dec->in_segment = FALSE;
+      break;
     case GST_EVENT_FLUSH_STOP:
+      dec->in_segment = FALSE;
       restart(dec, GST_CLOCK_TIME_NONE);
       break;
     case GST_EVENT_SEGMENT:
       event = take_segment(dec, event);
+      if (!event) return TRUE;
       break;
     case GST_EVENT_FLUSH_START:
-    case GST_EVENT_EOS:
       kel_g729f_dtx_cancel(dec);
       break;
+    case GST_EVENT_EOS:
+      finish(dec);
+      break;
     case GST_EVENT_GAP:
-      // Other gaps are passed on.
-      gst_audio_decoder_set_plc_aware(base, has_segment(base) && plc_is_loss(dec->plc, event));
+      gst_audio_decoder_set_plc_aware(base, take_gap(dec, event));
       break;
     default:
       break;
@@ -253,8 +332,30 @@ static gboolean kel_g729f_dec_sink_event(GstAudioDecoder* base, GstEvent* event)
   return GST_AUDIO_DECODER_CLASS(kel_g729f_dec_parent_class)->sink_event(base, event);
 }
 
+// The base class hands this on to the source pad at once.
+static GstFlowReturn kel_g729f_dec_pre_push(GstAudioDecoder* base, GstBuffer**) {
+  g_atomic_pointer_set(&as_dec(base)->finisher, nullptr);
+  return GST_FLOW_OK;
+}
+
+static void take_latency(KelG729fDec* dec, GstEvent* event) {
+  GstClockTime total = 0, upstream = 0;
+  gst_event_parse_latency(event, &total);
+  GstQuery* query = gst_query_new_latency();
+  if (gst_pad_peer_query(GST_AUDIO_DECODER_SINK_PAD(dec), query)) {
+    gboolean live = FALSE;
+    gst_query_parse_latency(query, &live, &upstream, nullptr);
+    if (!live) upstream = 0;
+  }
+  gst_query_unref(query);
+  if (kel_g729f_time(total) == kUnknown || kel_g729f_time(upstream) == kUnknown) return;
+  kel_g729f_dtx_set_allowance(dec,
+                              timeline_allowance(kel_g729f_time(total), kel_g729f_time(upstream)));
+}
+
 static gboolean kel_g729f_dec_src_event(GstAudioDecoder* base, GstEvent* event) {
   KelG729fDec* dec = as_dec(base);
+  if (GST_EVENT_TYPE(event) == GST_EVENT_LATENCY) take_latency(dec, event);
   if (GST_EVENT_TYPE(event) == GST_EVENT_SEEK && g_atomic_int_get(&dec->raw.active) &&
       raw_seek(base, dec->raw, event)) {
     gst_event_unref(event);
@@ -268,9 +369,20 @@ static gboolean kel_g729f_dec_src_query(GstAudioDecoder* base, GstQuery* query) 
   return GST_AUDIO_DECODER_CLASS(kel_g729f_dec_parent_class)->src_query(base, query);
 }
 
+// A clock is changed as in a pause.
+static gboolean kel_g729f_dec_set_clock(GstElement* element, GstClock* clock) {
+  KelG729fDec* dec = as_dec(element);
+  const bool playing = kel_g729f_dtx_pause(dec);
+  const gboolean result = GST_ELEMENT_CLASS(kel_g729f_dec_parent_class)->set_clock(element, clock);
+  if (playing) kel_g729f_dtx_play(dec);
+  return result;
+}
+
 static GstStateChangeReturn kel_g729f_dec_change_state(GstElement* element,
                                                        GstStateChange transition) {
   KelG729fDec* dec = as_dec(element);
+  if (transition == GST_STATE_CHANGE_PAUSED_TO_PLAYING) kel_g729f_dtx_play(dec);
+  if (transition == GST_STATE_CHANGE_PLAYING_TO_PAUSED) kel_g729f_dtx_pause(dec);
   if (transition == GST_STATE_CHANGE_PAUSED_TO_READY) kel_g729f_dtx_join(dec);
   const GstStateChangeReturn result =
       GST_ELEMENT_CLASS(kel_g729f_dec_parent_class)->change_state(element, transition);
@@ -284,17 +396,16 @@ static GstStateChangeReturn kel_g729f_dec_change_state(GstElement* element,
 }
 
 // The base class warns of every frame that is finished without an input frame. Comfort noise is
-// made of such frames.
+// made of such frames. The warning's words may be translated.
 static bool is_noise_warning(KelG729fDec* dec, GstMessage* message) {
-  if (GST_MESSAGE_TYPE(message) != GST_MESSAGE_WARNING || g_thread_self() != dec->thread ||
-      GST_MESSAGE_SRC(message) != GST_OBJECT_CAST(dec)) {
+  if (GST_MESSAGE_TYPE(message) != GST_MESSAGE_WARNING ||
+      GST_MESSAGE_SRC(message) != GST_OBJECT_CAST(dec) ||
+      g_atomic_pointer_get(&dec->finisher) != g_thread_self()) {
     return false;
   }
   GError* error = nullptr;
   gst_message_parse_warning(message, &error, nullptr);
-  const bool matches = g_error_matches(error, GST_STREAM_ERROR, GST_STREAM_ERROR_DECODE) &&
-                       g_str_has_prefix(error->message, "received more decoded frames ") &&
-                       std::strstr(error->message, " than provided ");
+  const bool matches = g_error_matches(error, GST_STREAM_ERROR, GST_STREAM_ERROR_DECODE);
   g_error_free(error);
   return matches;
 }
@@ -328,9 +439,11 @@ static void kel_g729f_dec_class_init(KelG729fDecClass* klass) {
   decoder_class->parse = GST_DEBUG_FUNCPTR(kel_g729f_dec_parse);
   decoder_class->handle_frame = GST_DEBUG_FUNCPTR(kel_g729f_dec_handle_frame);
   decoder_class->sink_event = GST_DEBUG_FUNCPTR(kel_g729f_dec_sink_event);
+  decoder_class->pre_push = GST_DEBUG_FUNCPTR(kel_g729f_dec_pre_push);
   decoder_class->src_event = GST_DEBUG_FUNCPTR(kel_g729f_dec_src_event);
   decoder_class->src_query = GST_DEBUG_FUNCPTR(kel_g729f_dec_src_query);
   element_class->change_state = GST_DEBUG_FUNCPTR(kel_g729f_dec_change_state);
+  element_class->set_clock = GST_DEBUG_FUNCPTR(kel_g729f_dec_set_clock);
   element_class->post_message = GST_DEBUG_FUNCPTR(kel_g729f_dec_post_message);
 
   GST_DEBUG_CATEGORY_INIT(g729fdec, "g729fdec", 0, "g729fdec");
@@ -339,5 +452,6 @@ static void kel_g729f_dec_class_init(KelG729fDecClass* klass) {
 static void kel_g729f_dec_init(KelG729fDec* dec) {
   g_mutex_init(&dec->lock);
   g_cond_init(&dec->cond);
+  dec->line = Timeline{};
   gst_audio_decoder_set_needs_format(GST_AUDIO_DECODER(dec), TRUE);
 }

@@ -20,11 +20,19 @@ struct KelG729fDec {
   GstClockID clock_id;    // what the thread waits for, or none
   GThread* thread;
   G729DecoderState* decoder;
-  guint dtx_run;           // counts the starts of comfort noise
-  GstClockTime dtx_delay;  // by which this run's first packet comes later
+  guint dtx_run;     // counts the starts of comfort noise
+  gboolean playing;  // else no noise is made
+  guint pauses;      // counts the ends of `playing` and the changes of the clock
+  Time paused_at;    // running time of the last of these, by the base time then
+  GstClockTime paused_base;
+  Timeline line;  // written with the base class's stream lock, too
 
-  Timeline timeline;  // under the base class's stream lock
+  // Under the base class's stream lock.
   Concealment plc;
+  GstClockTime begin;   // of the next packet without a timestamp, if that is known
+  gboolean in_segment;  // one has come since the last flush or end
+  GThread* finisher;    // hands a packet of noise to the base class just now; atomic
+
   RawStream raw;
   DecoderStats stats;
 };
@@ -34,6 +42,3 @@ struct KelG729fDecClass {
 };
 
 GType kel_g729f_dec_get_type();
-
-// Stamps an input buffer, which the base class has made its own, with the output's time.
-void kel_g729f_dec_place(KelG729fDec* dec, GstBuffer* buffer);

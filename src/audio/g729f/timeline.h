@@ -1,57 +1,83 @@
-// The decoder's output against its input's timestamps.
+// When audio is due that no packet brings, and where a packet's audio belongs.
 //
-// Comfort noise is made by the clock, before anybody knows how long the silence lasts. So when a
-// buffer ends it, the output may already reach past that buffer's timestamp: by one frame when
-// both fall on the same tick, by more when the network was late.
+// There are two receivers. One goes by the clock alone: noise is due 10 ms, 20 ms ... after a
+// descriptor, and nothing here looks at timestamps. The other follows the packets' timestamps:
 //
-//   output   | SID | noise | noise | noise | speech ...
-//   input    | SID |       |       | speech ...
-//                                  ^pts    ^end       lead = end - pts
+//   packets   | speech |   (lost)   | speech |SID|                  | speech |
+//   output    | speech | concealed  | speech |SID| noise | noise |no| speech |
+//                                                ^end    ^+ latency: due     ^ to the sample
 //
-// Speech is then neither cut nor stamped with a time that has gone: it follows on from the noise,
-// and the next run of comfort noise starts later by the lead, which brings it back to nothing.
-// Everything here is guarded by the base class's stream lock.
+// - Audio has no holes and no overlaps: every piece begins at `end`, where the last one ended.
+// - A packet's audio begins within a frame of its timestamp; after audio that was made for want of
+//   packets, at the nearest sample. What is missing before it is made first; what of it comes too
+//   late, because its time is already filled, is cut off.
+// - So `end` is what the timestamps say, to within a frame: the audio made is the time passed.
+// - Noise for a moment is due at that moment plus what the pipeline allows, never by arrival. As
+//   long as no latency or no timestamps are known, it is due by the clock alone.
+// - A timestamp so far off that no loss explains it begins a new time, at which `end` starts again.
+//
+// Times are nanoseconds: of the stream (timestamps) or of the pipeline (running time). Nothing here
+// calls GStreamer or the codec, waits or locks.
 #pragma once
 
-#include <gst/gst.h>
+#include <cstdint>
 
-#include "src/audio/g729f/frame.h"
+using Time = std::int64_t;
+
+constexpr Time kUnknown = INT64_MIN;
+constexpr Time kMillisecond = 1000000;
+constexpr Time kLineFrame = 10 * kMillisecond;
+constexpr Time kLineSample = kLineFrame / 80;
+static_assert(kLineSample * 80 == kLineFrame);
+
+// The longest silence or loss that is filled, and the most by which a packet may come too late.
+constexpr Time kMostMissing = 3600000 * kMillisecond;
+constexpr Time kMostLate = 1000 * kMillisecond;
 
 struct Timeline {
-  GstClockTime end;   // of the output; none until a timestamp has come in
-  GstClockTime lead;  // how far comfort noise may have put the output ahead of the input
+  Time end = kUnknown;        // of the audio made; unknown until a timestamp has come
+  Time told = kUnknown;       // up to where gaps in silence have said that nothing will come
+  bool follows = false;       // the last packet had a timestamp
+  bool silent = false;        // the last packet ended with a descriptor
+  bool made = false;          // audio has been made since the last packet
+  Time next = kUnknown;       // the running time at which noise is due by the clock alone
+  Time shift = kUnknown;      // running time less stream time
+  Time allowance = kUnknown;  // how long after its running time audio may be made
 };
 
-inline void timeline_reset(Timeline& line) {
-  line = {GST_CLOCK_TIME_NONE, 0};
-}
+// What to do for a packet, in this order; whole samples, none of them negative.
+struct Entry {
+  Time begin;  // timestamp of what comes out first, or unknown
+  Time fill;   // to be made before the packet
+  Time cut;    // off the beginning of the packet's audio
+};
 
-inline void timeline_add(Timeline& line, GstClockTime duration) {
-  if (GST_CLOCK_TIME_IS_VALID(line.end)) line.end += duration;
-}
+// Forgets the stream, not the pipeline. What comes next begins at `begin`, if that is known.
+void timeline_restart(Timeline& line, Time begin);
 
-inline void timeline_add_noise(Timeline& line) {
-  timeline_add(line, kFrameTime);
-  line.lead += kFrameTime;
-}
+// A packet with a timestamp or none, whose audio lasts `duration`, and whether it ends with a
+// descriptor.
+Entry timeline_packet(Timeline& line, Time pts, Time duration, bool descriptor);
 
-// Returns the timestamp at which the output of a buffer with timestamp `pts` (or none) begins, or
-// none if nothing is known. The base class stamps the output with it, unless the buffer is within
-// the application's `tolerance` of where the last one ended.
-inline GstClockTime timeline_enter(Timeline& line, GstClockTime pts, GstClockTime tolerance) {
-  if (!GST_CLOCK_TIME_IS_VALID(pts)) return line.end;
-  if (GST_CLOCK_TIME_IS_VALID(line.end)) {
-    const GstClockTimeDiff ahead = GST_CLOCK_DIFF(pts, line.end);
-    // A frame's grace: the sender's clock is not ours.
-    const auto most = static_cast<GstClockTimeDiff>(line.lead > 0 ? line.lead + kFrameTime : 0);
-    if (ahead > 0 && ahead <= most) {
-      line.lead = static_cast<GstClockTime>(ahead);
-      return line.end;
-    }
-    line.lead = 0;
-    if (static_cast<GstClockTime>(ABS(ahead)) <= tolerance) return pts;
-  }
-  line.end = pts;
-  line.lead = 0;
-  return pts;
-}
+// A loss, or a gap in silence, that somebody has told of. `cut` is 0; in silence `fill` is, too:
+// noise has its own time.
+Entry timeline_gap(Timeline& line, Time pts, Time duration);
+
+// A stretch that shall stay without audio.
+void timeline_skip(Timeline& line, Time pts, Time duration);
+
+// The stream ends: what gaps in silence have told of and has not been made.
+Time timeline_rest(Timeline& line);
+
+// Noise begins at this running time. A frame of it is due at the running time that timeline_due
+// answers; timeline_noise says that it was made.
+void timeline_begin_noise(Timeline& line, Time now);
+Time timeline_due(const Timeline& line);
+void timeline_noise(Timeline& line);
+
+// Running time went on by `lost` while nothing was to be made.
+void timeline_resume(Timeline& line, Time lost);
+
+// The allowance in a pipeline whose latency is `total`, of which `upstream` passes before a packet
+// is here: half of the rest is left to what comes after.
+Time timeline_allowance(Time total, Time upstream);

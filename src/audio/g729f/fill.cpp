@@ -1,0 +1,112 @@
+#include "src/audio/g729f/fill.h"
+
+#include <algorithm>
+
+#include "src/audio/g729f/buffer_map.h"
+#include "src/audio/g729f/frame.h"
+
+#define GST_CAT_DEFAULT g729fdec
+
+namespace {
+
+static_assert(kLineFrame == Time{kFrameTime});
+
+// What is made without a break: a second, so that the end of a stream is not far off.
+constexpr gsize kMostSamples = GST_SECOND / kLineSample;
+
+GstClockTime clock_time(Time time) {
+  return time == kUnknown ? GST_CLOCK_TIME_NONE : static_cast<GstClockTime>(time);
+}
+
+// The next of the samples that are missing, at most a second of them; null without memory. Counts
+// them off.
+GstBuffer* make_part(KelG729fDec* dec, gsize* samples) {
+  const gsize count = std::min(*samples, kMostSamples);
+  GstBuffer* part =
+      gst_audio_decoder_allocate_output_buffer(GST_AUDIO_DECODER(dec), count * sizeof(gint16));
+  if (part && !kel_g729f_fill_buffer(dec, part)) gst_clear_buffer(&part);
+  *samples -= count;
+  return part;
+}
+
+// Pushes the samples from `begin` on, as parts of what the base class takes for the frame `input`.
+GstFlowReturn push(KelG729fDec* dec, GstBuffer* input, Time begin, Time missing) {
+  auto samples = static_cast<gsize>(missing / kLineSample);
+  GST_LOG_OBJECT(dec, "Making %" G_GSIZE_FORMAT " samples", samples);
+  GstFlowReturn flow = GST_FLOW_OK;
+  const Time end = begin + missing;
+  while (flow == GST_FLOW_OK && samples > 0) {
+    GST_BUFFER_PTS(input) = clock_time(end - static_cast<Time>(samples) * kLineSample);
+    GstBuffer* part = make_part(dec, &samples);
+    if (!part) return GST_FLOW_ERROR;
+    flow = gst_audio_decoder_finish_subframe(GST_AUDIO_DECODER(dec), part);
+  }
+  return flow;
+}
+
+// Where the segment puts the stream into running time; a plain one only.
+Time shift_of(const GstSegment& segment) {
+  if (segment.format != GST_FORMAT_TIME || segment.rate != 1) return kUnknown;
+  return kel_g729f_time(segment.base) - static_cast<Time>(segment.start) -
+         static_cast<Time>(segment.offset);
+}
+
+}  // namespace
+
+Time kel_g729f_time(GstClockTime time) {
+  constexpr GstClockTime most = INT64_MAX / 4;
+  return time <= most ? static_cast<Time>(time) : kUnknown;
+}
+
+bool kel_g729f_fill_buffer(KelG729fDec* dec, GstBuffer* buffer) {
+  const BufferMap out(buffer, GST_MAP_WRITE);
+  if (out.size() == 0) return false;
+  const gsize made = plc_fill(dec->plc, dec->decoder, out.data(), out.size() / sizeof(gint16));
+  stats_add(dec->plc.silent ? dec->stats.comfort_noise : dec->stats.concealed, made);
+  return true;
+}
+
+GstFlowReturn kel_g729f_finish_noise(KelG729fDec* dec, GstBuffer* noise) {
+  g_atomic_pointer_set(&dec->finisher, g_thread_self());
+  const GstFlowReturn flow = gst_audio_decoder_finish_frame(GST_AUDIO_DECODER(dec), noise, 1);
+  g_atomic_pointer_set(&dec->finisher, nullptr);
+  return flow;
+}
+
+GstFlowReturn kel_g729f_fill_before(KelG729fDec* dec, GstBuffer* packet, gsize frames,
+                                    bool descriptor, gsize* cut) {
+  const GstSegment& segment = GST_AUDIO_DECODER(dec)->input_segment;
+  g_mutex_lock(&dec->lock);
+  dec->line.shift = shift_of(segment);
+  const Entry entry = timeline_packet(dec->line, kel_g729f_time(GST_BUFFER_PTS(packet)),
+                                      static_cast<Time>(frames * kFrameTime), descriptor);
+  g_mutex_unlock(&dec->lock);
+  *cut = static_cast<gsize>(entry.cut / kLineSample) * sizeof(gint16);
+  const GstFlowReturn flow = push(dec, packet, entry.begin, entry.fill);
+  if (entry.begin != kUnknown) GST_BUFFER_PTS(packet) = clock_time(entry.begin + entry.fill);
+  return flow;
+}
+
+GstFlowReturn kel_g729f_fill_gap(KelG729fDec* dec, GstBuffer* gap) {
+  const Time pts = kel_g729f_time(GST_BUFFER_PTS(gap));
+  const Time duration = kel_g729f_time(GST_BUFFER_DURATION(gap));
+  if (pts == kUnknown || duration == kUnknown) return GST_FLOW_OK;
+  g_mutex_lock(&dec->lock);
+  const Entry entry = timeline_gap(dec->line, pts, duration);
+  g_mutex_unlock(&dec->lock);
+  return push(dec, gap, entry.begin, entry.fill);
+}
+
+void kel_g729f_fill_rest(KelG729fDec* dec) {
+  g_mutex_lock(&dec->lock);
+  const Time rest = timeline_rest(dec->line);
+  timeline_restart(dec->line, kUnknown);
+  g_mutex_unlock(&dec->lock);
+  auto samples = static_cast<gsize>(rest / kLineSample);
+  GstFlowReturn flow = GST_FLOW_OK;
+  while (flow == GST_FLOW_OK && samples > 0) {
+    GstBuffer* part = make_part(dec, &samples);
+    if (!part) return;
+    flow = kel_g729f_finish_noise(dec, part);
+  }
+}
