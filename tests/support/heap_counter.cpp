@@ -1,9 +1,19 @@
 #include "tests/support/heap_counter.h"
 
+#include <dlfcn.h>
+
 #include <atomic>
 #include <cstddef>
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || !defined(__GLIBC__)
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define SANITIZED
+#endif
+#elif defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define SANITIZED
+#endif
+
+#ifdef SANITIZED
 
 long heap_calls() {
   return 0;
@@ -15,8 +25,18 @@ bool heap_is_counted() {
 #else
 
 namespace {
+
 std::atomic<long> calls{0};
+
+// Counts, then does what the C library's function of that name does. Looked up every time: a
+// variable that remembers would have to be guarded, and a guard may want memory itself.
+template <typename Result, typename... Arguments>
+Result counted(const char* name, Arguments... arguments) {
+  ++calls;
+  return reinterpret_cast<Result (*)(Arguments...)>(dlsym(RTLD_NEXT, name))(arguments...);
 }
+
+}  // namespace
 
 long heap_calls() {
   return calls.load();
@@ -25,29 +45,36 @@ bool heap_is_counted() {
   return true;
 }
 
-// Seen by libstdc++, whatever the rest of the program hides.
+// Seen by the libraries, whatever the rest of the program hides. The headers that declare these
+// differ in attributes; without them any C library's will do.
 #pragma GCC visibility push(default)
 extern "C" {
-void* __libc_malloc(size_t);
-void* __libc_calloc(size_t, size_t);
-void* __libc_realloc(void*, size_t);
-void* __libc_memalign(size_t, size_t);
-
 void* malloc(size_t size) {
-  ++calls;
-  return __libc_malloc(size);
+  return counted<void*>("malloc", size);
 }
 void* calloc(size_t count, size_t size) {
-  ++calls;
-  return __libc_calloc(count, size);
+  return counted<void*>("calloc", count, size);
 }
 void* realloc(void* block, size_t size) {
-  ++calls;
-  return __libc_realloc(block, size);
+  return counted<void*>("realloc", block, size);
+}
+void* reallocarray(void* block, size_t count, size_t size) {
+  return counted<void*>("reallocarray", block, count, size);
 }
 void* aligned_alloc(size_t alignment, size_t size) {
-  ++calls;
-  return __libc_memalign(alignment, size);
+  return counted<void*>("aligned_alloc", alignment, size);
+}
+void* memalign(size_t alignment, size_t size) {
+  return counted<void*>("memalign", alignment, size);
+}
+int posix_memalign(void** block, size_t alignment, size_t size) {
+  return counted<int>("posix_memalign", block, alignment, size);
+}
+void* valloc(size_t size) {
+  return counted<void*>("valloc", size);
+}
+void* pvalloc(size_t size) {
+  return counted<void*>("pvalloc", size);
 }
 }
 #pragma GCC visibility pop

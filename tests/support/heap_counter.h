@@ -1,4 +1,4 @@
-// Counts the process's calls of malloc, calloc, realloc and aligned_alloc (operator new included).
+// Counts the process's calls of malloc and all its kin that give memory (operator new included).
 // Under a sanitizer, which brings its own heap, nothing is counted.
 #pragma once
 
