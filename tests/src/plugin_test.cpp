@@ -1,4 +1,8 @@
 // What the registry and gst-inspect-1.0 show of the plug-in.
+#include <set>
+#include <span>
+#include <string>
+
 #include "tests/src/harness.h"
 
 namespace {
@@ -94,6 +98,31 @@ TEST(Plugin, EncoderProperties) {
   g_object_get(element.get(), "annexb", &annexb_now, "frames", &frames_now, nullptr);
   EXPECT_TRUE(annexb_now);
   EXPECT_EQ(frames_now, 7);
+}
+
+// What can be set beyond the base class's properties, with the default, and what can be read.
+std::set<std::string> own_properties(const char* factory) {
+  Object<GstElement> element(
+      GST_ELEMENT(gst_object_ref_sink(gst_element_factory_make(factory, nullptr))));
+  guint count = 0;
+  GParamSpec** all = g_object_class_list_properties(G_OBJECT_GET_CLASS(element.get()), &count);
+  std::set<std::string> own;
+  for (GParamSpec* property : std::span(all, count)) {
+    if (property->owner_type != G_OBJECT_TYPE(element.get())) continue;
+    const bool settable = property->flags & G_PARAM_WRITABLE;
+    gchar* value =
+        settable ? gst_value_serialize(g_param_spec_get_default_value(property)) : nullptr;
+    own.insert(property->name + (value ? std::string("=") + value : ""));
+    g_free(value);
+  }
+  g_free(all);
+  return own;
+}
+
+TEST(Plugin, OwnPropertiesAndDefaults) {
+  using Names = std::set<std::string>;
+  EXPECT_EQ(own_properties("kelg729fenc"), (Names{"annexb=false", "frames=2", "stats"}));
+  EXPECT_EQ(own_properties("kelg729fdec"), (Names{"stats"}));
 }
 
 }  // namespace
