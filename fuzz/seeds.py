@@ -88,6 +88,48 @@ def sound_seeds():
     put("wav", "claims-a-year", b"\x01fLaC\x80\x00\x00\x22" + info + b"\xff\xf8" + bytes(20))
 
 
+def udp(payload, v6=False):
+    """An IP packet."""
+    datagram = struct.pack(">HHHH", 4000, 5000, 8 + len(payload), 0) + payload
+    if v6:
+        options = bytes([17, 0, 1, 4, 0, 0, 0, 0])
+        return (struct.pack(">IHBB", 6 << 28, 8 + len(datagram), 0, 64) + bytes(15) + b"\1" +
+                bytes(15) + b"\2" + options + datagram)
+    return struct.pack(">BBHIBBH", 0x45, 0, 20 + len(datagram), 0, 64, 17, 0) + bytes(
+        [10, 0, 0, 1, 10, 0, 0, 2]) + datagram
+
+
+def rtp(number, payload):
+    """With a contributing source, a header extension and padding by turns."""
+    head = 0x80 | (1 if number % 3 == 1 else 0) | (0x10 if number % 5 == 2 else 0)
+    extra = bytes(4) * (head & 1) + (bytes([0, 0, 0, 1]) + bytes(4)) * (head >> 4 & 1)
+    pad = b"\0\0\3" if number % 7 == 3 else b""
+    return struct.pack(">BBHII", head | (0x20 if pad else 0), 18, number, 160 * number, 9) + (
+        extra + payload + pad)
+
+
+def capture_seeds():
+    links = {"ethernet": (1, bytes(12) + b"\x08\0"), "vlan": (1, bytes(12) + b"\x81\0\0\1\x08\0"),
+             "v6": (1, bytes(12) + b"\x86\xdd"), "cooked": (113, bytes(14) + b"\x08\0"),
+             "cooked2": (276, b"\x08\0" + bytes(18)), "raw": (101, b"")}
+    for name, (link, front) in links.items():
+        file = struct.pack("<IHHIIII", 0xA1B2C3D4, 2, 4, 0, 0, 65535, link)
+        for i in range(6):
+            data = front + udp(rtp(i + i // 4, rng.randbytes(20 if i != 3 else 12)), name == "v6")
+            file += struct.pack("<IIII", 5, 20000 * i, len(data), len(data)) + data
+        put("capture", name, b"\x01" + file)
+    blocks = [struct.pack("<III", 0x0A0D0D0A, 28, 0x1A2B3C4D) + struct.pack("<HHqI", 1, 0, -1, 28),
+              struct.pack("<IIHHII", 1, 20, 1, 0, 0, 20)]
+    for i in range(5):
+        data = bytes(12) + b"\x08\0" + udp(rtp(i, rng.randbytes(20)))
+        size = 32 + (len(data) + 3) // 4 * 4
+        blocks.append(struct.pack("<IIIIIII", 6, size, 0, 0, 20000 * i, len(data), len(data)) +
+                      data + bytes(-len(data) % 4) + struct.pack("<I", size))
+    put("capture", "pcapng", b"\x01" + b"".join(blocks))
+    for i in range(8):
+        put("capture", f"packets-{i}", bytes([2 + 128 * (i % 2)]) + rng.randbytes(60 * (1 + i)))
+
+
 def random_seeds():
     for i in range(12):
         put("packets", f"random-{i}", rng.randbytes(30 * (1 + i)))
@@ -104,4 +146,5 @@ def random_seeds():
 
 codec_seeds()
 sound_seeds()
+capture_seeds()
 random_seeds()

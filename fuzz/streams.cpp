@@ -34,7 +34,10 @@ void check(const fuzz::Scratch& scratch, const std::string& stream, const char* 
   bool sound;
   const uint64_t frames = count_frames(
       stream, *format == 'b' ? tool::StreamFormat::serial : tool::StreamFormat::packed, &sound);
-  const tool::Exit informed = tool::run_info({{stream}, format});
+  tool::InfoOptions info;
+  info.names = {stream};
+  info.format = format;
+  const tool::Exit informed = tool::run_info(info);
   tool::DecodeOptions options;
   options.names = {stream, scratch.path("out.wav")};
   options.format = format;

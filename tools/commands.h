@@ -18,17 +18,33 @@ struct EncodeOptions {
   bool annexb = false;
 };
 
+// What of a capture is meant.
+struct CaptureOptions {
+  int payload_type = 18;         // of RTP; this is G.729's by RFC 3551
+  std::optional<uint32_t> ssrc;  // none: every source
+  int longest_pause = 3600;      // seconds that are filled with comfort noise
+};
+
 struct DecodeOptions {
   std::vector<std::string> names;  // inputs, then the output
   std::string format;              // of the inputs
-  double loss = 0.0;               // per cent of frames
-  std::optional<double> burst;     // mean frames a burst; none: independent losses
+  CaptureOptions capture;
+  bool stereo = false;          // of a capture, both directions as two channels
+  double loss = 0.0;            // per cent of frames
+  std::optional<double> burst;  // mean frames a burst; none: independent losses
   uint32_t seed = 1;
 };
 
 struct InfoOptions {
   std::vector<std::string> names;
   std::string format;
+  CaptureOptions capture;
+  bool json = false;
+};
+
+struct Job {
+  std::string input;
+  std::string output;
 };
 
 struct CompareOptions {
@@ -38,6 +54,7 @@ struct CompareOptions {
 
 Exit run_encode(const EncodeOptions& options);
 Exit run_decode(const DecodeOptions& options);
+Exit decode_capture(const Job& job, const DecodeOptions& options);
 Exit run_info(const InfoOptions& options);
 Exit run_compare(const CompareOptions& options);
 

@@ -32,6 +32,9 @@ void check_packed(const EncodeOptions& options) {
 Exit encode_file(const Job& job, const EncodeOptions& options) {
   const StreamFormat format = stream_format(job.output, options.format);
   if (format == StreamFormat::packed) check_packed(options);
+  if (format == StreamFormat::capture) {
+    throw Failure(Exit::usage, job.output + ": captures are only read; write a .g729 or .bit");
+  }
   const InputFile input(job.input);
   WavReader wav(input);
   OutputFile output(job.output);

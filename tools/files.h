@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/commands.h"
+
 namespace tool {
 
 struct FileCloser {
@@ -61,11 +63,6 @@ int claim_standard_output();
 
 // Removes an unfinished output when the process is interrupted.
 void clean_up_on_signals();
-
-struct Job {
-  std::string input;
-  std::string output;
-};
 
 // Pairs every input with its output. names: one or more inputs, then an output, which is a folder
 // when there are several inputs (made when missing); suffix: of the files in a folder.

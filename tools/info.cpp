@@ -1,21 +1,29 @@
+#include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdio>
+#include <nlohmann/json.hpp>
 
+#include "tools/capture/capture.h"
 #include "tools/commands.h"
+#include "tools/parity.h"
 #include "tools/stream_io.h"
 
 namespace tool {
 namespace {
 
+using Json = nlohmann::ordered_json;
+
 struct FrameKind {
   int bits;
   const char* name;
+  const char* key;
 };
-constexpr std::array<FrameKind, 5> kKinds{{{64, "speech 6.4 kbit/s"},
-                                           {80, "speech 8 kbit/s"},
-                                           {118, "speech 11.8 kbit/s"},
-                                           {16, "silence descriptor"},
-                                           {0, "untransmitted"}}};
+constexpr std::array<FrameKind, 5> kKinds{{{64, "speech 6.4 kbit/s", "speech_6.4"},
+                                           {80, "speech 8 kbit/s", "speech_8"},
+                                           {118, "speech 11.8 kbit/s", "speech_11.8"},
+                                           {16, "silence descriptor", "silence_descriptor"},
+                                           {0, "untransmitted", "untransmitted"}}};
 
 struct Counts {
   std::array<uint64_t, kKinds.size()> of_kind{};
@@ -23,11 +31,16 @@ struct Counts {
   uint64_t erased = 0;
   uint64_t bits = 0;
   uint64_t frames = 0;
+  Parity parity;
+
+  double seconds() const { return 0.01 * static_cast<double>(frames); }
+  double rate() const { return static_cast<double>(bits) / seconds() / 1000.0; }
 };
 
 void count(const Frame& frame, Counts* counts) {
   ++counts->frames;
   counts->bits += frame.words[1];
+  counts->parity.look(frame);
   if (frame.erased()) {
     ++counts->erased;
     return;
@@ -38,18 +51,23 @@ void count(const Frame& frame, Counts* counts) {
   }
 }
 
+template <class Reader>
+Counts count_all(Reader* reader) {
+  Counts counts;
+  Frame frame;
+  while (reader->next(&frame)) count(frame, &counts);
+  return counts;
+}
+
 void print_row(const char* name, uint64_t number, uint64_t frames) {
   if (number == 0) return;
   std::printf("  %-20s %9llu  %5.1f %%\n", name, static_cast<unsigned long long>(number),
               100.0 * static_cast<double>(number) / static_cast<double>(frames));
 }
 
-void print(const std::string& name, StreamFormat format, const Counts& counts) {
-  const double seconds = 0.01 * static_cast<double>(counts.frames);
-  std::printf("%s: %s, %llu frames, %.2f s, mean %.2f kbit/s\n", name.c_str(),
-              format == StreamFormat::packed ? "packed stream" : "ITU serial stream",
-              static_cast<unsigned long long>(counts.frames), seconds,
-              static_cast<double>(counts.bits) / seconds / 1000.0);
+void print(const std::string& title, const Counts& counts) {
+  std::printf("%s, %llu frames, %.2f s, mean %.2f kbit/s\n", title.c_str(),
+              static_cast<unsigned long long>(counts.frames), counts.seconds(), counts.rate());
   for (size_t i = 0; i < kKinds.size(); ++i) {
     print_row(kKinds[i].name, counts.of_kind[i], counts.frames);
     if (kKinds[i].bits == 118) print_row("  of it backward", counts.backward, counts.frames);
@@ -57,26 +75,145 @@ void print(const std::string& name, StreamFormat format, const Counts& counts) {
   print_row("erased", counts.erased, counts.frames);
 }
 
-Exit show(const std::string& path, const std::string& format_option) {
-  const StreamFormat format = stream_format(path, format_option);
-  const InputFile input(path);
-  FrameReader reader(input, format);
-  Counts counts;
-  Frame frame;
-  while (reader.next(&frame)) count(frame, &counts);
-  if (counts.frames == 0) throw Failure(Exit::input, input.name() + ": has no whole frame");
-  print(input.name(), format, counts);
-  if (reader.dropped_bytes() == 0) return Exit::ok;
-  say(input.name() + ": ends in the middle of a frame; the last " +
-      std::to_string(reader.dropped_bytes()) + " bytes are not counted");
-  return Exit::truncated;
+// Two decimals are what is measured; more would only look so.
+double rounded(double value) {
+  return std::round(100 * value) / 100;
 }
+
+void add(const Counts& counts, Json* json) {
+  (*json)["frames"] = counts.frames;
+  (*json)["seconds"] = rounded(counts.seconds());
+  (*json)["kbit_per_second"] = rounded(counts.rate());
+  for (size_t i = 0; i < kKinds.size(); ++i) (*json)[kKinds[i].key] = counts.of_kind[i];
+  (*json)["backward"] = counts.backward;
+  (*json)["erased"] = counts.erased;
+  (*json)["parity_checked"] = counts.parity.checked();
+  (*json)["parity_errors"] = counts.parity.wrong();
+  (*json)["foreign"] = counts.parity.foreign();
+}
+
+std::string hexadecimal(uint32_t number) {
+  char text[16];
+  std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(number));
+  return text;
+}
+
+void print(const RtpStream::Figures& f) {
+  std::printf(
+      "  packets %llu, lost %llu (%.1f %%), duplicate %llu, reordered %llu, cut %llu\n"
+      "  jitter %.2f ms in the mean, %.2f ms at most\n",
+      static_cast<unsigned long long>(f.packets), static_cast<unsigned long long>(f.lost),
+      100.0 * static_cast<double>(f.lost) / static_cast<double>(f.packets + f.lost),
+      static_cast<unsigned long long>(f.duplicates), static_cast<unsigned long long>(f.reordered),
+      static_cast<unsigned long long>(f.cut), f.jitter, f.worst_jitter);
+}
+
+Json to_json(const RtpStream::Figures& figures) {
+  return {{"packets", figures.packets},
+          {"lost", figures.lost},
+          {"duplicates", figures.duplicates},
+          {"reordered", figures.reordered},
+          {"cut", figures.cut},
+          {"jitter_ms", rounded(figures.jitter)},
+          {"greatest_jitter_ms", rounded(figures.worst_jitter)}};
+}
+
+class Report {
+ public:
+  explicit Report(const InfoOptions& options) : options_(options) {}
+
+  Exit show(const std::string& path) {
+    const StreamFormat format = stream_format(path, options_.format);
+    const InputFile input(path);
+    return format == StreamFormat::capture ? show_capture(input) : show_stream(input, format);
+  }
+
+  void finish() const {
+    if (!options_.json) return;
+    // A file's name may hold any bytes; what is no UTF-8 is replaced.
+    std::puts(all_.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
+  }
+
+ private:
+  Exit show_stream(const InputFile& input, StreamFormat format) {
+    FrameReader reader(input, format);
+    const Counts counts = count_all(&reader);
+    if (counts.frames == 0) throw Failure(Exit::input, input.name() + ": has no whole frame");
+    const bool packed = format == StreamFormat::packed;
+    if (options_.json) {
+      Json json{{"file", input.name()}, {"format", packed ? "g729" : "bit"}};
+      add(counts, &json);
+      json["dropped_bytes"] = reader.dropped_bytes();
+      all_.push_back(json);
+    } else {
+      print(input.name() + (packed ? ": packed stream" : ": ITU serial stream"), counts);
+    }
+    if (counts.parity.foreign()) say(input.name() + ": " + counts.parity.remark());
+    if (reader.dropped_bytes() == 0) return Exit::ok;
+    say(input.name() + ": ends in the middle of a frame; the last " +
+        std::to_string(reader.dropped_bytes()) + " bytes are not counted");
+    return Exit::truncated;
+  }
+
+  Exit show_capture(const InputFile& input) {
+    const Capture capture = read_capture(input, options_.capture);
+    Json json{{"file", input.name()},           {"format", "pcap"},
+              {"packets", capture.packets},     {"fragments", capture.fragments},
+              {"whole", capture.fault.empty()}, {"streams", Json::array()}};
+    if (!options_.json) {
+      std::printf("%s: capture, %llu packets, %zu directions\n", input.name().c_str(),
+                  static_cast<unsigned long long>(capture.packets), capture.directions.size());
+    }
+    for (size_t d = 0; d < capture.directions.size(); ++d) {
+      for (const auto& part : capture.directions[d].parts) {
+        show_part(input.name(), capture, d, part, &json["streams"]);
+      }
+    }
+    if (options_.json) all_.push_back(json);
+    if (capture.fault.empty()) return Exit::ok;
+    say(input.name() + ": ends early (" + capture.fault + "); counted what there is");
+    return Exit::truncated;
+  }
+
+  void show_part(const std::string& file, const Capture& capture, size_t direction,
+                 const Direction::Part& part, Json* list) const {
+    const Flow& flow = capture.directions[direction].flow;
+    const int64_t since = std::max<int64_t>(0, part.stream.begin() - capture.begin);
+    const double begin = static_cast<double>(since) / kSecond;
+    Playout playout(part.stream, options_.capture.longest_pause);
+    const Counts counts = count_all(&playout);
+    const std::string ends = to_string(flow.from) + " to " + to_string(flow.to);
+    const std::string name = "direction " + std::to_string(direction + 1);
+    if (options_.json) {
+      Json json{{"direction", direction + 1},
+                {"from", to_string(flow.from)},
+                {"to", to_string(flow.to)},
+                {"ssrc", hexadecimal(part.ssrc)},
+                {"begin_seconds", rounded(begin)}};
+      json.update(to_json(part.stream.figures()));
+      add(counts, &json);
+      list->push_back(json);
+    } else {
+      std::printf("%s: %s, SSRC %s, begins at %.2f s\n", name.c_str(), ends.c_str(),
+                  hexadecimal(part.ssrc).c_str(), begin);
+      print(part.stream.figures());
+      print("  played in time", counts);
+    }
+    if (counts.parity.foreign()) say(file + ": " + name + ": " + counts.parity.remark());
+  }
+
+  const InfoOptions& options_;
+  Json all_ = Json::array();
+};
 
 }  // namespace
 
 Exit run_info(const InfoOptions& options) {
-  return for_each_file(options.names,
-                       [&](const std::string& path) { return show(path, options.format); });
+  Report report(options);
+  const Exit status =
+      for_each_file(options.names, [&](const std::string& path) { return report.show(path); });
+  report.finish();
+  return status;
 }
 
 }  // namespace tool

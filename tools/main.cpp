@@ -1,6 +1,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <functional>
+#include <set>
 
 #include "tools/commands.h"
 #include "tools/files.h"
@@ -31,9 +32,22 @@ CLI::Validator number_from(double least, double greatest) {
       "");
 }
 
+// The reason why text is no source's number; empty when it is one.
+std::string is_ssrc(std::string& text) {
+  const size_t prefix = text.starts_with("0x") || text.starts_with("0X") ? 2 : 0;
+  const size_t digits = text.size() - prefix;
+  const bool number = digits >= 1 && digits <= 8 &&
+                      text.find_first_not_of("0123456789abcdefABCDEF", prefix) == std::string::npos;
+  return number ? "" : text + " is no SSRC, up to eight hexadecimal digits";
+}
+
 // Files by command: inputs, and behind them the output where there is one.
 void add_files(CLI::App* app, std::vector<std::string>* names, const std::string& help) {
   app->add_option("FILES", *names, help)->required()->expected(1, -1);
+}
+
+void add_format(CLI::App* app, std::string* format, std::set<std::string> formats) {
+  app->add_option("--format", *format, kFormatHelp)->check(CLI::IsMember(formats));
 }
 
 void add_encode(CLI::App* app, tool::EncodeOptions* options) {
@@ -41,12 +55,23 @@ void add_encode(CLI::App* app, tool::EncodeOptions* options) {
   app->add_option("--rate", options->rate, "kbit/s: 6.4, 8 or 11.8")
       ->check(CLI::IsMember({"6.4", "8", "11.8"}));
   app->add_flag("--annexb", options->annexb, "silence compression; needs a .bit output");
-  app->add_option("--format", options->format, kFormatHelp)->check(CLI::IsMember({"g729", "bit"}));
+  add_format(app, &options->format, {"g729", "bit"});
+}
+
+void add_capture(CLI::App* app, tool::CaptureOptions* options) {
+  app->add_option("--payload-type", options->payload_type, "of G.729 in a capture; 18 unless given")
+      ->check(number_from(0, 127));
+  app->add_option_function<std::string>(
+         "--ssrc", [=](const std::string& text) { options->ssrc = std::stoul(text, nullptr, 16); },
+         "of a capture, only this source (hexadecimal)")
+      ->check(CLI::Validator(is_ssrc, ""));
 }
 
 void add_decode(CLI::App* app, tool::DecodeOptions* options) {
-  add_files(app, &options->names, "IN.g729|IN.bit... OUT.wav|FOLDER|-");
-  app->add_option("--format", options->format, kFormatHelp)->check(CLI::IsMember({"g729", "bit"}));
+  add_files(app, &options->names, "IN.g729|IN.bit|IN.pcap... OUT.wav|FOLDER|-");
+  add_format(app, &options->format, {"g729", "bit", "pcap"});
+  add_capture(app, &options->capture);
+  app->add_flag("--stereo", options->stereo, "of a capture, both directions as two channels");
   app->add_option("--loss", options->loss, "per cent of the frames to erase")
       ->check(number_from(0, 100));
   app->add_option("--burst", options->burst, "mean number of frames lost in a row")
@@ -56,8 +81,10 @@ void add_decode(CLI::App* app, tool::DecodeOptions* options) {
 }
 
 void add_info(CLI::App* app, tool::InfoOptions* options) {
-  add_files(app, &options->names, "IN.g729|IN.bit|-...");
-  app->add_option("--format", options->format, kFormatHelp)->check(CLI::IsMember({"g729", "bit"}));
+  add_files(app, &options->names, "IN.g729|IN.bit|IN.pcap|-...");
+  add_format(app, &options->format, {"g729", "bit", "pcap"});
+  add_capture(app, &options->capture);
+  app->add_flag("--json", options->json, "print JSON");
 }
 
 void add_compare(CLI::App* app, tool::CompareOptions* options) {

@@ -34,6 +34,8 @@ StreamFormat stream_format(const std::string& path, const std::string& option) {
   const std::string suffix = std::filesystem::path(path).extension();
   if (option == "g729" || (option.empty() && suffix == ".g729")) return StreamFormat::packed;
   if (option == "bit" || (option.empty() && suffix == ".bit")) return StreamFormat::serial;
+  const bool captured = suffix == ".pcap" || suffix == ".pcapng" || suffix == ".cap";
+  if (option == "pcap" || (option.empty() && captured)) return StreamFormat::capture;
   if (path == "-") {
     throw Failure(Exit::usage, "-: a stream there needs --format g729 or --format bit");
   }
@@ -51,6 +53,15 @@ void Frame::erase(int bits) {
   words.fill(G729_SERIAL_ERASED);
   words[0] = G729_SERIAL_SYNC;
   words[1] = static_cast<uint16_t>(bits);
+}
+
+void Frame::unpack(std::span<const uint8_t> bytes) {
+  words[0] = G729_SERIAL_SYNC;
+  words[1] = static_cast<uint16_t>(8 * bytes.size());
+  for (size_t i = 0; i < bytes.size(); ++i) {
+    const auto& bits = kByteWords[bytes[i]];
+    std::copy(bits.begin(), bits.end(), words.begin() + 2 + static_cast<ptrdiff_t>(8 * i));
+  }
 }
 
 bool FrameReader::next(Frame* frame) {
@@ -72,12 +83,7 @@ bool FrameReader::next_packed(Frame* frame) {
     return false;
   }
   position_ += count;
-  frame->words[0] = G729_SERIAL_SYNC;
-  frame->words[1] = kPackedBits;
-  for (size_t i = 0; i < sizeof bytes; ++i) {
-    const auto& words = kByteWords[bytes[i]];
-    std::copy(words.begin(), words.end(), frame->words.begin() + 2 + 8 * i);
-  }
+  frame->unpack(bytes);
   return true;
 }
 

@@ -4,6 +4,8 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
+#include <span>
 #include <string>
 
 #include "codec/g729.h"
@@ -14,11 +16,17 @@ namespace tool {
 enum class StreamFormat {
   packed,  // .g729: 10-byte speech frames at 8 kbit/s, nothing else
   serial,  // .bit: ITU serial frames of 16-bit little-endian words, every rate and frame type
+  capture  // .pcap, .pcapng: packets of a network; read only, by what is in tools/capture
 };
 
-// By the option --format ("g729", "bit" or empty), else by the name's suffix.
+// By the option --format ("g729", "bit", "pcap" or empty), else by the name's suffix.
 // Throws Failure when neither tells.
 StreamFormat stream_format(const std::string& path, const std::string& option);
+
+struct DecoderDeleter {
+  void operator()(G729DecoderState* decoder) const { g729_decoder_destroy(decoder); }
+};
+using DecoderHandle = std::unique_ptr<G729DecoderState, DecoderDeleter>;
 
 struct Frame {
   std::array<uint16_t, G729_SERIAL_WORDS> words{};
@@ -26,6 +34,8 @@ struct Frame {
   int bits() const { return words[1]; }
   bool erased() const;  // as the decoder sees it
   void erase(int bits);
+  // A packed frame of 10 bytes (speech), 2 (a silence descriptor) or none (untransmitted).
+  void unpack(std::span<const uint8_t> bytes);
 };
 
 class FrameReader {

@@ -109,10 +109,11 @@ std::vector<int16_t> read_wav(const std::string& path) {
   return samples;
 }
 
-WavWriter::WavWriter(const OutputFile& output) : output_(output) {
+WavWriter::WavWriter(const OutputFile& output, int channels)
+    : output_(output), channels_(static_cast<size_t>(channels)) {
   SF_INFO info{};
   info.samplerate = kSampleRate;
-  info.channels = 1;
+  info.channels = channels;
   info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
   sound_.reset(sf_open_fd(fileno(output.file()), SFM_WRITE, &info, SF_FALSE));
   if (!sound_) throw Failure(Exit::output, output.name() + ": " + sf_strerror(nullptr));
@@ -124,7 +125,7 @@ void WavWriter::write(const int16_t* samples, size_t count) {
 }
 
 void WavWriter::write_block() {
-  const auto wanted = static_cast<sf_count_t>(block_.size());
+  const auto wanted = static_cast<sf_count_t>(block_.size() / channels_);
   if (sf_writef_short(sound_.get(), block_.data(), wanted) != wanted) {
     throw Failure(Exit::output, output_.name() + ": cannot write; is the disk full?");
   }

@@ -41,8 +41,9 @@ std::vector<int16_t> read_wav(const std::string& path);
 
 class WavWriter {
  public:
-  explicit WavWriter(const OutputFile& output);
+  explicit WavWriter(const OutputFile& output, int channels = 1);
 
+  // The channels' samples by turns; count is of all of them together.
   void write(const int16_t* samples, size_t count);
   // Writes what is left and completes the header.
   void close();
@@ -51,6 +52,7 @@ class WavWriter {
   void write_block();
 
   const OutputFile& output_;
+  size_t channels_;
   std::unique_ptr<SNDFILE, SoundCloser> sound_;
   std::vector<int16_t> block_;  // to be written
 };

@@ -44,8 +44,8 @@ inline std::vector<int16_t> load_wav(const fs::path& path) {
   SF_INFO info{};
   SNDFILE* wav = sf_open(path.c_str(), SFM_READ, &info);
   if (!wav) return {};
-  std::vector<int16_t> samples(static_cast<size_t>(info.frames));
-  sf_read_short(wav, samples.data(), info.frames);
+  std::vector<int16_t> samples(static_cast<size_t>(info.frames * info.channels));
+  sf_readf_short(wav, samples.data(), info.frames);
   sf_close(wav);
   return samples;
 }

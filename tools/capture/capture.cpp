@@ -1,0 +1,186 @@
+#include "tools/capture/capture.h"
+
+#include <pcap/pcap.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <map>
+#include <memory>
+
+#include "tools/failure.h"
+
+namespace tool {
+namespace {
+
+// Two sources of one flow this close together are one after the other.
+constexpr int64_t kOverlap = kSecond / 2;
+
+struct CaptureCloser {
+  void operator()(pcap_t* capture) const { pcap_close(capture); }
+};
+using CaptureHandle = std::unique_ptr<pcap_t, CaptureCloser>;
+
+CaptureHandle open_capture(const InputFile& input) {
+  char reason[PCAP_ERRBUF_SIZE] = "";
+  std::FILE* file = fdopen(dup(fileno(input.file())), "rb");
+  CaptureHandle capture(
+      pcap_fopen_offline_with_tstamp_precision(file, PCAP_TSTAMP_PRECISION_NANO, reason));
+  if (capture) return capture;
+  std::fclose(file);
+  throw Failure(Exit::input, input.name() + ": no capture file (" + reason + ")");
+}
+
+Link link_of(pcap_t* capture, const std::string& name) {
+  const int type = pcap_datalink(capture);
+  switch (type) {
+    case DLT_EN10MB:
+      return Link::ethernet;
+    case DLT_LINUX_SLL:
+      return Link::cooked;
+    case DLT_LINUX_SLL2:
+      return Link::cooked2;
+    case DLT_RAW:
+    case DLT_IPV4:
+    case DLT_IPV6:
+      return Link::ip;
+  }
+  const char* found = pcap_datalink_val_to_name(type);
+  throw Failure(Exit::input, name + ": captured from a link of type " +
+                                 (found ? found : std::to_string(type)) +
+                                 "; Ethernet, Linux cooked and raw IP are read");
+}
+
+int64_t time_of(const pcap_pkthdr& header) {
+  const int64_t seconds = std::clamp<int64_t>(header.ts.tv_sec, 0, (int64_t{1} << 33) - 1);
+  return seconds * kSecond + std::clamp<int64_t>(header.ts.tv_usec, 0, kSecond - 1);
+}
+
+struct Source {
+  Flow flow;
+  uint32_t ssrc;
+
+  auto operator<=>(const Source&) const = default;
+};
+
+using Streams = std::map<Source, RtpStream>;
+
+void add_packet(Bytes bytes, Link link, int64_t time, const CaptureOptions& options,
+                Streams* streams, Capture* capture) {
+  const Datagram datagram = find_datagram(bytes, link);
+  if (datagram.content == Content::fragment) ++capture->fragments;
+  const bool whole = datagram.content == Content::datagram;
+  if (!whole && datagram.content != Content::cut) return;
+  const auto packet = parse_rtp(datagram.payload, whole);
+  if (!packet || packet->payload_type != options.payload_type) return;
+  if (options.ssrc && packet->ssrc != *options.ssrc) return;
+  RtpStream& stream = (*streams)[{datagram.flow, packet->ssrc}];
+  if (whole) {
+    stream.add(*packet, time);
+  } else {
+    stream.add_cut();
+  }
+}
+
+// Appends a stream to the direction that it continues, or else as one of its own.
+void append(const Source& source, RtpStream stream, std::vector<Direction>* directions) {
+  for (Direction& direction : *directions) {
+    if (direction.flow == source.flow && direction.end() <= stream.begin() + kOverlap) {
+      direction.parts.push_back({source.ssrc, std::move(stream)});
+      return;
+    }
+  }
+  directions->push_back({source.flow, {}});
+  directions->back().parts.push_back({source.ssrc, std::move(stream)});
+}
+
+std::vector<Direction> sort_out(Streams* streams) {
+  std::vector<Streams::value_type*> found;
+  for (auto& entry : *streams) {
+    if (!entry.second.plausible()) continue;
+    entry.second.finish();
+    found.push_back(&entry);
+  }
+  std::stable_sort(found.begin(), found.end(), [](const auto* a, const auto* b) {
+    return a->second.begin() < b->second.begin();
+  });
+  std::vector<Direction> directions;
+  for (auto* entry : found) append(entry->first, std::move(entry->second), &directions);
+  return directions;
+}
+
+std::string nothing_found(const Capture& capture, const Streams& streams,
+                          const CaptureOptions& options) {
+  uint64_t cut = 0;
+  for (const auto& [source, stream] : streams) cut += stream.cut();
+  if (cut > 0)
+    return "its packets were captured only in part; capture whole packets (tcpdump -s 0)";
+  std::string reason = "no stream of RTP payload type " + std::to_string(options.payload_type) +
+                       " in " + std::to_string(capture.packets) + " packets";
+  if (options.ssrc) return reason + " with that SSRC";
+  return reason + "; --payload-type names another";
+}
+
+bool overlap(const Direction& a, const Direction& b) {
+  return a.begin() <= b.end() && b.begin() <= a.end();
+}
+
+bool same_hosts(const Flow& a, const Flow& b) {
+  return a.from.address == b.to.address && a.to.address == b.from.address;
+}
+
+// How well b answers a; 0: not at all.
+int match(const Direction& a, const Direction& b, bool only_two) {
+  if (!overlap(a, b)) return 0;
+  if (a.flow == b.flow.reversed()) return 3;
+  if (same_hosts(a.flow, b.flow)) return 2;
+  return only_two ? 1 : 0;
+}
+
+}  // namespace
+
+Capture read_capture(const InputFile& input, const CaptureOptions& options) {
+  const CaptureHandle handle = open_capture(input);
+  const Link link = link_of(handle.get(), input.name());
+  Capture capture;
+  Streams streams;
+  pcap_pkthdr* header = nullptr;
+  const u_char* data = nullptr;
+  int status = 0;
+  while ((status = pcap_next_ex(handle.get(), &header, &data)) == 1) {
+    const int64_t time = time_of(*header);
+    if (capture.packets++ == 0) capture.begin = time;
+    add_packet({data, header->caplen}, link, time, options, &streams, &capture);
+  }
+  if (status == PCAP_ERROR) capture.fault = pcap_geterr(handle.get());
+  capture.directions = sort_out(&streams);
+  if (!capture.directions.empty()) return capture;
+  const std::string fault = capture.fault.empty() ? "" : " (" + capture.fault + ")";
+  throw Failure(Exit::input,
+                input.name() + ": " + nothing_found(capture, streams, options) + fault);
+}
+
+std::vector<std::vector<size_t>> recordings(const Capture& capture, bool stereo) {
+  const std::vector<Direction>& all = capture.directions;
+  std::vector<std::vector<size_t>> groups;
+  std::vector<bool> taken(all.size());
+  for (size_t i = 0; i < all.size(); ++i) {
+    if (taken[i]) continue;
+    groups.push_back({i});
+    if (!stereo) continue;
+    size_t best = i;
+    int best_match = 0;
+    for (size_t k = i + 1; k < all.size(); ++k) {
+      const int found = taken[k] ? 0 : match(all[i], all[k], all.size() == 2);
+      if (found > best_match) {
+        best_match = found;
+        best = k;
+      }
+    }
+    if (best_match == 0) continue;
+    taken[best] = true;
+    groups.back().push_back(best);
+  }
+  return groups;
+}
+
+}  // namespace tool

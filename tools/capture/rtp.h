@@ -1,0 +1,33 @@
+// RTP packets (RFC 3550) and G.729 in them (RFC 3551).
+#ifndef KELG729F_TOOLS_CAPTURE_RTP_H
+#define KELG729F_TOOLS_CAPTURE_RTP_H
+
+#include <cstdint>
+#include <optional>
+
+#include "tools/capture/datagram.h"
+
+namespace tool {
+
+struct RtpPacket {
+  uint8_t payload_type = 0;
+  uint16_t sequence = 0;
+  uint32_t timestamp = 0;
+  uint32_t ssrc = 0;
+  Bytes payload;  // without header extension and padding
+};
+
+// None for what cannot be RTP. whole: the bytes are all of the packet; otherwise its end is unknown
+// and so is how much of the payload is padding.
+std::optional<RtpPacket> parse_rtp(Bytes bytes, bool whole);
+
+// Speech frames and at most one descriptor behind them, not more than a second together; or
+// nothing.
+bool is_g729_size(size_t payload);
+
+// Frames in a payload of such a size.
+size_t frames_in(size_t payload);
+
+}  // namespace tool
+
+#endif

@@ -1,0 +1,186 @@
+#include <algorithm>
+#include <deque>
+#include <filesystem>
+#include <optional>
+
+#include "tools/capture/capture.h"
+#include "tools/commands.h"
+#include "tools/loss.h"
+#include "tools/parity.h"
+#include "tools/progress.h"
+#include "tools/wav_io.h"
+
+namespace tool {
+namespace {
+
+// What a direction sounds like, from a given time of the capture on. Silence stands before its
+// first stream and where another one follows later; every stream has a decoder of its own.
+class Player {
+ public:
+  Player(const Direction& direction, int64_t from, const DecodeOptions& options)
+      : direction_(direction),
+        from_(from),
+        longest_pause_(options.capture.longest_pause),
+        channel_(options) {}
+
+  // Returns how many samples there were, less than count only at the end.
+  size_t read(int16_t* samples, size_t count) {
+    while (ready_.size() < count && (silent_ > 0 || decode_frame() || begin_part())) rest();
+    count = std::min(count, ready_.size());
+    std::copy_n(ready_.begin(), count, samples);
+    ready_.erase(ready_.begin(), ready_.begin() + static_cast<ptrdiff_t>(count));
+    return count;
+  }
+
+  double progress() const { return playout_ ? playout_->progress() : 0; }
+  const Channel& channel() const { return channel_; }
+  const Parity& parity() const { return parity_; }
+  bool cut_short() const { return cut_; }
+
+ private:
+  void give(const int16_t* samples, size_t count) {
+    ready_.insert(ready_.end(), samples, samples + count);
+    given_ += static_cast<int64_t>(count);
+  }
+
+  // A piece of the silence that is due.
+  void rest() {
+    static constexpr int16_t kSilence[G729_FRAME_SAMPLES] = {};
+    const int64_t count = std::min<int64_t>(silent_, G729_FRAME_SAMPLES);
+    give(kSilence, static_cast<size_t>(count));
+    silent_ -= count;
+  }
+
+  bool decode_frame() {
+    Frame frame;
+    if (!playout_ || !playout_->next(&frame)) return false;
+    parity_.look(frame);
+    channel_.pass(&frame);
+    int16_t samples[G729_FRAME_SAMPLES];
+    g729_decoder_decode_serial(decoder_.get(), frame.words.data(), samples);
+    give(samples, G729_FRAME_SAMPLES);
+    return true;
+  }
+
+  bool begin_part() {
+    cut_ = cut_ || (playout_ && playout_->cut_short());
+    if (part_ == direction_.parts.size()) return false;
+    const RtpStream& stream = direction_.parts[part_++].stream;
+    silent_ = std::max<int64_t>(0, (stream.begin() - from_) / kSampleTime - given_);
+    if (silent_ > int64_t{longest_pause_} * kSampleRate) {
+      cut_ = true;
+      silent_ = 0;
+    }
+    playout_.emplace(stream, longest_pause_);
+    decoder_.reset(g729_decoder_create());
+    return true;
+  }
+
+  const Direction& direction_;
+  int64_t from_;
+  int longest_pause_;
+  Channel channel_;
+  Parity parity_;
+  size_t part_ = 0;  // the next one
+  std::optional<Playout> playout_;
+  DecoderHandle decoder_;
+  std::deque<int16_t> ready_;
+  int64_t given_ = 0;
+  int64_t silent_ = 0;
+  bool cut_ = false;
+};
+
+// One channel each, by turns, as long as the longest of them.
+void write_channels(std::vector<Player>* players, const std::string& name, WavWriter* wav) {
+  Progress progress(name);
+  const size_t channels = players->size();
+  std::vector<int16_t> block(channels * G729_FRAME_SAMPLES);
+  for (size_t longest = 1; longest > 0;) {
+    longest = 0;
+    std::fill(block.begin(), block.end(), int16_t{0});
+    for (size_t c = 0; c < channels; ++c) {
+      int16_t samples[G729_FRAME_SAMPLES];
+      const size_t count = (*players)[c].read(samples, G729_FRAME_SAMPLES);
+      for (size_t i = 0; i < count; ++i) block[i * channels + c] = samples[i];
+      longest = std::max(longest, count);
+    }
+    wav->write(block.data(), longest * channels);
+    progress.update((*players)[0].progress());
+  }
+  wav->close();
+}
+
+void remark(const std::vector<Player>& players, const CaptureOptions& options,
+            const std::string& name) {
+  for (const Player& player : players) {
+    if (player.parity().foreign()) say(name + ": " + player.parity().remark());
+    if (player.cut_short()) {
+      say(name + ": a pause of more than " + std::to_string(options.longest_pause) +
+          " s is left out");
+    }
+    if (player.channel().lost() > 0) {
+      say(name + ": " + std::to_string(player.channel().lost()) + " of " +
+          std::to_string(player.channel().frames()) + " frames erased");
+    }
+  }
+}
+
+void write_recording(const Capture& capture, const std::vector<size_t>& directions,
+                     const std::string& path, const DecodeOptions& options) {
+  int64_t from = capture.directions[directions[0]].begin();
+  for (const size_t d : directions) from = std::min(from, capture.directions[d].begin());
+  std::vector<Player> players;
+  for (const size_t d : directions) players.emplace_back(capture.directions[d], from, options);
+  OutputFile output(path);
+  WavWriter wav(output, static_cast<int>(players.size()));
+  write_channels(&players, output.name(), &wav);
+  output.commit();
+  remark(players, options.capture, output.name());
+}
+
+// call.wav becomes call-1.wav, call-2.wav and so on.
+std::string numbered(const std::string& path, size_t number) {
+  const std::filesystem::path whole(path);
+  return whole.parent_path() /
+         (whole.stem().string() + "-" + std::to_string(number) + whole.extension().string());
+}
+
+Exit report(const Capture& capture, const std::string& name) {
+  uint64_t cut = 0;
+  for (const Direction& direction : capture.directions) {
+    for (const auto& part : direction.parts) cut += part.stream.cut();
+  }
+  if (cut > 0) {
+    say(name + ": " + std::to_string(cut) +
+        " packets were captured only in part and count as lost");
+  }
+  if (!capture.fault.empty()) {
+    say(name + ": ends early (" + capture.fault + "); decoded what there is");
+  }
+  return cut > 0 || !capture.fault.empty() ? Exit::truncated : Exit::ok;
+}
+
+}  // namespace
+
+Exit decode_capture(const Job& job, const DecodeOptions& options) {
+  const InputFile input(job.input);
+  const Capture capture = read_capture(input, options.capture);
+  const auto groups = recordings(capture, options.stereo);
+  if (groups.size() == 1) {
+    write_recording(capture, groups[0], job.output, options);
+    return report(capture, input.name());
+  }
+  if (job.output == "-") {
+    throw Failure(Exit::usage, input.name() + ": holds " + std::to_string(groups.size()) +
+                                   " recordings; choose by --ssrc, join by --stereo, or name a"
+                                   " file instead of standard output");
+  }
+  for (size_t i = 0; i < groups.size(); ++i) {
+    write_recording(capture, groups[i], numbered(job.output, i + 1), options);
+  }
+  say(input.name() + ": holds " + std::to_string(groups.size()) + " recordings, written to " +
+      numbered(job.output, 1) + " and so on");
+  return report(capture, input.name());
+}
+
+}  // namespace tool
