@@ -19,7 +19,7 @@ Shared shared;
 
 namespace {
 
-constexpr gint64 kStartPoll = 250000000;  // ns between looks for the start
+constexpr gint64 kStartPoll = 250000000;               // ns between looks for the start
 constexpr int kShortestTurn = 10, kLongestTurn = 200;  // buffers of speech, or of silence
 
 // The material of a call's buffer.

@@ -170,8 +170,7 @@ int main(int argc, char** argv) {
       options.udp ? "true" : "false", options.seconds, m.cores,
       static_cast<unsigned long long>(shared.sent),
       static_cast<unsigned long long>(lateness.total()), lateness.quantile(0.5),
-      lateness.quantile(0.99), lateness.quantile(0.999),
-      lateness.quantile(1.0),
+      lateness.quantile(0.99), lateness.quantile(0.999), lateness.quantile(1.0),
       static_cast<long long>((m.bytes - base) / std::max(1, options.channels - 1)), m.threads);
   // Thousands of pipelines that have fallen behind would take minutes to stop.
   std::fflush(stdout);

@@ -15,9 +15,10 @@ namespace {
 constexpr double kLoud = 1e7;  // energy of a frame worth measuring on: 350 rms
 constexpr double kGamma1 = 0.94, kGamma2 = 0.6;
 
-void spectrum_inputs(const EncoderCoreState& before, const EncoderHandle& after, KernelInput* in) {
+void spectrum_inputs(const EncoderCoreState& before, const EncoderCoreState& after,
+                     KernelInput* in) {
   copy_vector(before.old_speech, in->window, kNewSpeech);
-  copy_vector(after.input, in->window + kNewSpeech, kFrame);
+  copy_vector(after.old_speech + kNewSpeech - kFrame, in->window + kNewSpeech, kFrame);
   LevinsonMemory memory = before.levinson;
   autocorrelation(in->window, kAutocorrelations, in->r);
   apply_lag_window(kAutocorrelations, in->r);
@@ -64,30 +65,31 @@ void excitation_inputs(const EncoderCoreState& before, KernelInput* in) {
   in->gain_history = before.past_energy;
 }
 
-void decoder_inputs(const DecoderHandle& decoder, KernelInput* in) {
+void decoder_inputs(const DecoderCoreState& decoder, KernelInput* in) {
   copy_vector(decoder.synthesis, in->past, kSynthesisPast + kFrame);
-  copy_vector(decoder.decoded.filter(0), in->a_decoded, kCoeffs);
-  in->t0_decoded = decoder.decoded.pitch_delay[0];
+  copy_vector(in->a_q, in->a_decoded, kCoeffs);
+  in->t0_decoded = decoder.old_t0;
 }
 
 }  // namespace
 
 int collect_kernel_inputs(const int16_t* samples, int frames, int count, KernelInput* inputs) {
-  auto* encoder = new EncoderHandle;
-  auto* decoder = new DecoderHandle;
-  encoder_init(encoder, false);
-  decoder_init(decoder);
+  auto* encoder = new EncoderCoreState;
+  auto* decoder = new DecoderCoreState;
+  encoder_core_init(encoder, false);
+  decoder_core_init(decoder);
   int found = 0;
   for (int f = 0; f < frames && found < count; ++f) {
-    const EncoderCoreState before = encoder->core;
+    const EncoderCoreState before = *encoder;
     KernelInput& in = inputs[found];
     int16_t out[kFrame];
-    encode_serial_frame(encoder, samples + f * kFrame, kRate8k, in.serial);
-    decode_serial_frame(decoder, in.serial, out);
+    encode_serial_frame(encoder, samples + f * kFrame, kRate8k, &in.serial);
+    decode_serial_frame(decoder, &in.serial, out);
     const bool due = static_cast<long long>(f) * count >= static_cast<long long>(found) * frames;
-    if (!due || dot(encoder->input, encoder->input, kFrame) < kLoud) continue;
+    const double* const input = encoder->old_speech + kNewSpeech - kFrame;
+    if (!due || dot(input, input, kFrame) < kLoud) continue;
     spectrum_inputs(before, *encoder, &in);
-    pitch_inputs(before, encoder->core, &in);
+    pitch_inputs(before, *encoder, &in);
     excitation_inputs(before, &in);
     decoder_inputs(*decoder, &in);
     ++found;

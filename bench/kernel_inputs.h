@@ -4,11 +4,10 @@
 
 #include <cstdint>
 
-#include "codec/decoder_handle.h"
 #include "codec/dsp/gain_predictor.h"
 #include "codec/dsp/pitch.h"
 #include "codec/encoder/gain_quantizer.h"
-#include "codec/encoder_handle.h"
+#include "codec/frame_coder.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {
@@ -20,7 +19,7 @@ struct KernelInput {
   double a[kCoeffs], rc[kOrder];  // LP filter and reflection coefficients
   double lsp_old[kOrder], lsp[kOrder];
   LspHistory lsp_history;
-  double a_q[2 * kCoeffs];               // quantised filters
+  double a_q[2 * kCoeffs];               // quantized filters
   double wsp[kPitchMax + kFrame];        // weighted speech: past, frame
   int t_op;                              // open-loop lag
   double exc[kExcitationPast + kFrame];  // past excitation, residual
@@ -33,7 +32,7 @@ struct KernelInput {
   double past[kSynthesisPast + kFrame];  // decoded synthesis up to the frame's end
   double a_decoded[kCoeffs];
   int t0_decoded;
-  uint16_t serial[kSerialWords];
+  SerialFrame serial;
 };
 
 // Codes `samples` and keeps the inputs of `count` loud frames evenly spread over them; returns how

@@ -10,6 +10,7 @@
 #include "bench/report.h"
 #include "bench/speech.h"
 #include "codec/decoder/postfilter.h"
+#include "codec/decoder/postprocess.h"
 #include "codec/dsp/backward_lp.h"
 #include "codec/dsp/filters.h"
 #include "codec/dsp/lpc.h"
@@ -23,6 +24,7 @@
 #include "codec/encoder/lp_analysis.h"
 #include "codec/encoder/lsp_quantizer.h"
 #include "codec/encoder/open_loop_pitch.h"
+#include "codec/encoder/preprocess.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {
@@ -178,7 +180,7 @@ void register_decoder() {
   kernel("lsp_decode", 1, [](const KernelInput& in) {
     LspDecoderState state;
     state.lsp_predictor = in.lsp_history;
-    const int index[2] = {in.serial[2] & 0xff, in.serial[12] & 0x3ff};
+    const int index[2] = {in.serial.bits[0] & 0xff, in.serial.bits[10] & 0x3ff};
     double lsp[kOrder];
     lsp_decode(index, false, &state, lsp);
     keep(lsp);

@@ -12,8 +12,8 @@
 // the last count as late above 10 ms. Prints a line a minute, then one line of JSON.
 //
 // Fails when a pipeline reports an error, when a call falls silent, when nothing is concealed or
-// there is no comfort noise, and when the memory in use at the end is more than 1 % above that after
-// the first minute.
+// there is no comfort noise, and when the memory in use at the end is more than 1 % above that
+// after the first minute.
 //
 // The C library and GLib keep freed memory back, per thread and arena. With a thousand threads such
 // caches fill for hours, and a leak would not stand out. So the program runs itself without the
@@ -106,7 +106,8 @@ std::string launch_line(const Options& options) {
          "rtpg729pay min-ptime=20000000 perfect-rtptime=false ! "
          "identity drop-probability=" +
          std::to_string(options.loss * 0.01) +
-         " ! queue name=link ! rtpjitterbuffer latency=60 do-lost=true ! rtpg729depay ! kelg729fdec name=dec plc=true ! "
+         " ! queue name=link ! rtpjitterbuffer latency=60 do-lost=true ! rtpg729depay ! "
+         "kelg729fdec name=dec plc=true ! "
          "fakesink name=sink sync=false async=false";
 }
 
@@ -235,8 +236,8 @@ int main(int argc, char** argv) {
     call.pauses = true;
     prepare(&call, launch_line(options));
     probe(&call, "link", "sink", on_sent);
-    probe(&call, "dec", "sink", on_input, GST_PAD_PROBE_TYPE_BUFFER |
-                                              GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM);
+    probe(&call, "dec", "sink", on_input,
+          GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM);
     probe(&call, "sink", "sink", on_audio);
     play(&call, false);
   }
@@ -251,10 +252,10 @@ int main(int argc, char** argv) {
   shared.measuring = false;
   const double seconds = static_cast<double>(now_ns() - start) / kNsPerSecond;
   const Memory last = memory(options);
-  const double growth = first.resident > 0 ? static_cast<double>(last.resident) /
-                                                     static_cast<double>(first.resident) -
-                                                 1
-                                           : 0;
+  const double growth =
+      first.resident > 0
+          ? static_cast<double>(last.resident) / static_cast<double>(first.resident) - 1
+          : 0;
 
   std::printf(
       "{\"calls\": %d, \"seconds\": %.1f, \"loss\": %d, \"cores_used\": %.3f, \"threads\": %d, "
@@ -262,9 +263,9 @@ int main(int argc, char** argv) {
       "\"first_minute_heap_kib\": %lld, \"end_heap_kib\": %lld, "
       "\"buffers\": %llu, \"late\": %llu",
       options.calls, seconds, options.loss, (cpu_seconds() - cpu) / seconds, threads(),
-      static_cast<long long>(first.resident / 1024),
-      static_cast<long long>(last.resident / 1024), 100 * growth,
-      static_cast<long long>(first.heap / 1024), static_cast<long long>(last.heap / 1024),
+      static_cast<long long>(first.resident / 1024), static_cast<long long>(last.resident / 1024),
+      100 * growth, static_cast<long long>(first.heap / 1024),
+      static_cast<long long>(last.heap / 1024),
       static_cast<unsigned long long>(total.sent.total() + total.audio.total()),
       static_cast<unsigned long long>(total.late()));
   print_lateness("sent", total.sent);

@@ -24,7 +24,7 @@ def encoder_stages(triples):
     """`triples`: position triples of the codebook search that get a fourth pulse, a subframe."""
     search = 512 + triples * 16 * 7
     return [
-        Stage("pre-processing", ("preprocess_highpass", "encode_serial_frame>biquad_filter"), 80 * 5, "80 samples, 5 coefficients"),
+        Stage("pre-processing", ("preprocess_highpass", "encode_frame>biquad_filter"), 80 * 5, "80 samples, 5 coefficients"),
         Stage("LP analysis", ("autocorrelation", "apply_lag_window", "levinson_durbin_10"),
               240 + sum(240 - k for k in range(11)) + 110,
               "window 240, lags 0 to 10, recursion of order 10"),
@@ -90,5 +90,5 @@ def decoder_stages(_):
               "2 times: residual of order 10, tilt, gain control"),
         Stage("post-processing", ("postprocess_highpass", "wrap_to_samples", "render_side_by_side>biquad_filter"), 40 * 5 + 80,
               "40 samples, 5 coefficients; rounding"),
-        Stage("rest of the frame", ("decode_frame_core", "decode_packed_frame", "decode_serial_frame", "decode")),
+        Stage("rest of the frame", ("decode_frame", "decode_frame_core", "decode_packed_frame", "decode_serial_frame")),
     ]

@@ -8,186 +8,196 @@ namespace g729 {
 inline namespace KELG729F_TARGET {
 namespace {
 
-// Widths of the fields in bits, in the order of transmission.
-constexpr int kSidFields[] = {1, 5, 4, 5};
-constexpr int kFields6k4[] = {8, 10, 8, 9, 2, 6, 4, 9, 2, 6};
-constexpr int kFields8k[] = {8, 10, 8, 1, 13, 4, 7, 5, 13, 4, 7};
-constexpr int kFieldsForward[] = {8, 10, 8, 1, 7, 7, 7, 7, 7, 7, 5, 7, 7, 7, 7, 7, 7};
-constexpr int kFieldsBackward[] = {8, 1, 13, 10, 7, 7, 7, 7, 5, 13, 10, 7, 7, 7, 7};
-constexpr int kModeBits = 2;  // the LP mode, sent twice
+// A field of the set and its width in bits.
+struct Field {
+  int width;
+  size_t offset;
+};
+constexpr Field entry(size_t array, int index, int width) {
+  return {width, array + static_cast<size_t>(index) * sizeof(int)};
+}
+constexpr Field sid(int index, int width) {
+  return entry(offsetof(ParameterSet, sid), index, width);
+}
+constexpr Field lsp(int index, int width) {
+  return entry(offsetof(ParameterSet, lsp), index, width);
+}
+constexpr size_t subframe(int k) {
+  return offsetof(ParameterSet, subframe) + static_cast<size_t>(k) * sizeof(SubframeParameters);
+}
+constexpr Field lag(int k, int width) {
+  return {width, subframe(k) + offsetof(SubframeParameters, lag)};
+}
+constexpr Field code(int k, int index, int width) {
+  return entry(subframe(k) + offsetof(SubframeParameters, code), index, width);
+}
+constexpr Field gain(int k, int width) {
+  return {width, subframe(k) + offsetof(SubframeParameters, gain)};
+}
+constexpr Field kParity = {1, subframe(0) + offsetof(SubframeParameters, parity)};
+constexpr Field kMode = {1, offsetof(ParameterSet, lp_mode)};
+
+// The fields of every type of frame in the order of transmission: those of the frame, then a line
+// for each subframe.
+// clang-format off
+constexpr Field kFieldsSid[] = {sid(0, 1), sid(1, 5), sid(2, 4), sid(3, 5)};
+constexpr Field kFields6k4[] = {
+    lsp(0, 8), lsp(1, 10),
+    lag(0, 8), code(0, 0, 9), code(0, 1, 2), gain(0, 6),
+    lag(1, 4), code(1, 0, 9), code(1, 1, 2), gain(1, 6)};
+constexpr Field kFields8k[] = {
+    lsp(0, 8), lsp(1, 10),
+    lag(0, 8), kParity, code(0, 0, 13), code(0, 1, 4), gain(0, 7),
+    lag(1, 5), code(1, 0, 13), code(1, 1, 4), gain(1, 7)};
+constexpr Field kFieldsForward[] = {
+    kMode, kMode, lsp(0, 8), lsp(1, 10),
+    lag(0, 8), kParity, code(0, 0, 7), code(0, 1, 7), code(0, 2, 7), code(0, 3, 7), code(0, 4, 7), gain(0, 7),
+    lag(1, 5), code(1, 0, 7), code(1, 1, 7), code(1, 2, 7), code(1, 3, 7), code(1, 4, 7), gain(1, 7)};
+constexpr Field kFieldsBackward[] = {
+    kMode, kMode,
+    lag(0, 8), kParity, code(0, 0, 13), code(0, 1, 10), code(0, 2, 7), code(0, 3, 7), code(0, 4, 7), gain(0, 7),
+    lag(1, 5), code(1, 0, 13), code(1, 1, 10), code(1, 2, 7), code(1, 3, 7), code(1, 4, 7), gain(1, 7)};
+// clang-format on
+
+consteval int total(const auto& fields) {
+  int bits = 0;
+  for (const Field& f : fields) bits += f.width;
+  return bits;
+}
+static_assert(total(kFieldsSid) + 1 == kFrameBits[kSid], "a bit is left over");
+static_assert(total(kFields6k4) == kFrameBits[kSpeech6k4]);
+static_assert(total(kFields8k) == kFrameBits[kSpeech8k]);
+static_assert(total(kFieldsForward) == kFrameBits[kSpeech11k8]);
+static_assert(total(kFieldsBackward) == kFrameBits[kSpeech11k8]);
 
 constexpr char kWrongSize[] = "Unrecognized frame type: uncorrect value of serial_size\n";
 
-struct FieldList {
-  const int* width;
-  int count;
-};
-
-template <size_t N>
-constexpr FieldList list(const int (&width)[N]) {
-  return {width, static_cast<int>(N)};
-}
-
-template <size_t N>
-consteval int total(const int (&width)[N]) {
-  int bits = 0;
-  for (int w : width) bits += w;
-  return bits;
-}
-static_assert(total(kSidFields) + 1 == kSidBits);
-static_assert(total(kFields6k4) == kBits6k4);
-static_assert(total(kFields8k) == kBits8k);
-static_assert(total(kFieldsForward) + kModeBits == kBits11k8);
-static_assert(total(kFieldsBackward) + kModeBits == kBits11k8);
-
-uint16_t* write_fields(FieldList fields, const int32_t* value, uint16_t* bits) {
-  for (int f = 0; f < fields.count; ++f)
-    for (int b = fields.width[f] - 1; b >= 0; --b)
-      *bits++ = (value[f] >> b) & 1 ? kBitOne : kBitZero;
-  return bits;
-}
-
-void read_fields(FieldList fields, const uint16_t* bits, int32_t* value) {
-  for (int f = 0; f < fields.count; ++f) {
-    value[f] = 0;
-    for (int b = 0; b < fields.width[f]; ++b) value[f] = 2 * value[f] + (*bits++ == kBitOne);
-  }
-}
-
-// The same fields as packed bytes, the first bit in the highest place; bits behind the last field
-// are 0. kWidths are known to the compiler: every field is a few shifts at fixed places.
-template <const auto& kWidths>
-void pack_fields(const int32_t* value, uint8_t* bytes) {
+// The fields as packed bytes, bits behind the last field 0. The table is known to the compiler:
+// every field is a few shifts at fixed places.
+template <const auto& kFields>
+void pack_fields(const ParameterSet& set, uint8_t* bytes) {
   uint32_t bits = 0;
   int waiting = 0;
-#pragma GCC unroll 16
-  for (const int width : kWidths) {
-    bits = bits << width | (static_cast<uint32_t>(*value++) & ((1U << width) - 1));
-    for (waiting += width; waiting >= 8; waiting -= 8)
+#pragma GCC unroll 20
+  for (const Field& f : kFields) {
+    uint32_t value;
+    __builtin_memcpy(&value, reinterpret_cast<const char*>(&set) + f.offset, sizeof value);
+    bits = bits << f.width | (value & ((1U << f.width) - 1));
+    for (waiting += f.width; waiting >= 8; waiting -= 8)
       *bytes++ = static_cast<uint8_t>(bits >> (waiting - 8));
   }
   if (waiting > 0) *bytes = static_cast<uint8_t>(bits << (8 - waiting));
 }
 
-template <const auto& kWidths>
-void unpack_fields(const uint8_t* bytes, int32_t* value) {
+template <const auto& kFields>
+void unpack_fields(const uint8_t* bytes, ParameterSet* set) {
   uint32_t bits = 0;
   int waiting = 0;
-#pragma GCC unroll 16
-  for (const int width : kWidths) {
-    for (; waiting < width; waiting += 8) bits = bits << 8 | *bytes++;
-    waiting -= width;
-    *value++ = static_cast<int32_t>((bits >> waiting) & ((1U << width) - 1));
+#pragma GCC unroll 20
+  for (const Field& f : kFields) {
+    for (; waiting < f.width; waiting += 8) bits = bits << 8 | *bytes++;
+    waiting -= f.width;
+    const uint32_t value = (bits >> waiting) & ((1U << f.width) - 1);
+    __builtin_memcpy(reinterpret_cast<char*>(set) + f.offset, &value, sizeof value);
   }
 }
 
-// word[0] is the LP mode, the fields follow it.
-void write_11k8(const int32_t* word, uint16_t* bits) {
-  const bool backward = word[0] != kForward;
-  bits[0] = bits[1] = backward ? kBitOne : kBitZero;
-  write_fields(backward ? list(kFieldsBackward) : list(kFieldsForward), word + 1, bits + kModeBits);
+void pack_set(const ParameterSet& set, uint8_t* bytes) {
+  switch (set.type) {
+    case kNoTransmission:
+      return;
+    case kSid:
+      return pack_fields<kFieldsSid>(set, bytes);
+    case kSpeech6k4:
+      return pack_fields<kFields6k4>(set, bytes);
+    case kSpeech8k:
+      return pack_fields<kFields8k>(set, bytes);
+    case kSpeech11k8:
+      return set.lp_mode == kForward ? pack_fields<kFieldsForward>(set, bytes)
+                                     : pack_fields<kFieldsBackward>(set, bytes);
+  }
 }
 
-// A mode word counts as 1 unless it is exactly kBitZero; a field word only if exactly kBitOne.
-void read_11k8(uint16_t* bits, int32_t* word) {
-  const bool backward = bits[0] != kBitZero;
-  if (backward != (bits[1] != kBitZero))
-    for (int i = kModeBits; i < kBits11k8; ++i) bits[i] = kBitErased;
-  word[0] = backward;
-  read_fields(backward ? list(kFieldsBackward) : list(kFieldsForward), bits + kModeBits, word + 1);
+void unpack_set(const uint8_t* bytes, ParameterSet* set) {
+  switch (set->type) {
+    case kNoTransmission:
+      return;
+    case kSid:
+      return unpack_fields<kFieldsSid>(bytes, set);
+    case kSpeech6k4:
+      return unpack_fields<kFields6k4>(bytes, set);
+    case kSpeech8k:
+      return unpack_fields<kFields8k>(bytes, set);
+    case kSpeech11k8:
+      return set->lp_mode == kForward ? unpack_fields<kFieldsForward>(bytes, set)
+                                      : unpack_fields<kFieldsBackward>(bytes, set);
+  }
+}
+
+FrameType type_of_bits(int bits) {
+  for (int type = kNoTransmission; type <= kSpeech11k8; ++type)
+    if (bits == kFrameBits[type]) return static_cast<FrameType>(type);
+  fatal(kWrongSize);
+}
+
+// A mode word counts as 1 unless it is exactly kBitZero. Two that disagree erase the frame.
+LpMode read_mode(SerialFrame* serial) {
+  const bool backward = serial->bits[0] != kBitZero;
+  if (backward != (serial->bits[1] != kBitZero))
+    for (int i = 2; i < kMaxFrameBits; ++i) serial->bits[i] = kBitErased;
+  return backward ? kBackward : kForward;
+}
+
+int first_field(const ParameterSet& set) {
+  if (set.type == kSpeech11k8) return set.lp_mode;
+  return set.type == kSid ? set.sid.mode : set.lsp[0];
 }
 
 }  // namespace
 
-void parameters_to_serial(const int32_t* word, uint16_t* serial) {
-  uint16_t* size = serial + 1;
-  uint16_t* bits = serial + 2;
-  serial[0] = kSyncWord;
-  switch (word[0]) {
-    case kNoTransmission:
-      *size = 0;
-      return;
-    case kSid:
-      *size = kSidBits;
-      *write_fields(list(kSidFields), word + 1, bits) = kBitZero;
-      return;
-    case kSpeech6k4:
-      *size = kBits6k4;
-      write_fields(list(kFields6k4), word + 1, bits);
-      return;
-    case kSpeech8k:
-      *size = kBits8k;
-      write_fields(list(kFields8k), word + 1, bits);
-      return;
-    case kSpeech11k8:
-      *size = kBits11k8;
-      write_11k8(word + 1, bits);
-      return;
-    default:
-      fatal("Unrecognized frame type\n");
+void parameters_to_serial(const ParameterSet& set, SerialFrame* serial) {
+  if (set.type < kNoTransmission || set.type > kSpeech11k8) fatal("Unrecognized frame type\n");
+  uint8_t bytes[kMaxFrameBytes] = {};
+  pack_set(set, bytes);
+  serial->sync = kSyncWord;
+  serial->size = static_cast<uint16_t>(kFrameBits[set.type]);
+  unpack_serial_bits(bytes, (serial->size + 7) / 8, serial->bits);
+}
+
+void serial_to_parameters(SerialFrame* serial, ParameterSet* set) {
+  set->type = type_of_bits(static_cast<int16_t>(serial->size));
+  if (set->type == kNoTransmission) return;
+  const LpMode mode = set->type == kSpeech11k8 ? read_mode(serial) : kForward;
+  uint8_t bytes[kMaxFrameBytes];
+  pack_serial_bits(serial->bits, (serial->size + 7) / 8, bytes);
+  set->lp_mode = mode;
+  unpack_set(bytes, set);
+  set->lp_mode = mode;
+  set->first_field = first_field(*set);
+}
+
+void pack_serial_bits(const uint16_t* bits, int n, uint8_t* bytes) {
+  for (int i = 0; i < n; ++i) {
+    unsigned byte = 0;
+    for (int k = 0; k < 8; ++k)
+      byte |= static_cast<unsigned>(bits[8 * i + k] == kBitOne) << (7 - k);
+    bytes[i] = static_cast<uint8_t>(byte);
   }
 }
 
-void serial_to_parameters(uint16_t* size_and_bits, int32_t* word) {
-  uint16_t* bits = size_and_bits + 1;
-  switch (static_cast<int16_t>(size_and_bits[0])) {
-    case 0:
-      word[1] = kNoTransmission;
-      return;
-    case kSidBits:
-      word[1] = kSid;
-      read_fields(list(kSidFields), bits, word + 2);
-      return;
-    case kBits6k4:
-      word[1] = kSpeech6k4;
-      read_fields(list(kFields6k4), bits, word + 2);
-      return;
-    case kBits8k:
-      word[1] = kSpeech8k;
-      read_fields(list(kFields8k), bits, word + 2);
-      return;
-    case kBits11k8:
-      word[1] = kSpeech11k8;
-      read_11k8(bits, word + 2);
-      return;
-    default:
-      fatal(kWrongSize);
-  }
+void unpack_serial_bits(const uint8_t* bytes, int n, uint16_t* bits) {
+  for (int i = 0; i < n; ++i)
+    for (int k = 0; k < 8; ++k) bits[8 * i + k] = bytes[i] >> (7 - k) & 1 ? kBitOne : kBitZero;
 }
 
-int parameters_to_bytes(const int32_t* word, uint8_t* bytes) {
-  switch (word[0]) {
-    case kNoTransmission:
-      return 0;
-    case kSid:
-      pack_fields<kSidFields>(word + 1, bytes);
-      return kSidBits / 8;
-    default:
-      pack_fields<kFields8k>(word + 1, bytes);
-      return kBits8k / 8;
-  }
+int parameters_to_bytes(const ParameterSet& set, uint8_t* bytes) {
+  pack_set(set, bytes);
+  return kFrameBits[set.type] / 8;
 }
 
-void bytes_to_parameters(const uint8_t* bytes, int bits, int32_t* word) {
-  switch (bits) {
-    case 0:
-      word[1] = kNoTransmission;
-      return;
-    case kSidBits:
-      word[1] = kSid;
-      unpack_fields<kSidFields>(bytes, word + 2);
-      return;
-    case kBits6k4:
-      word[1] = kSpeech6k4;
-      unpack_fields<kFields6k4>(bytes, word + 2);
-      return;
-    case kBits8k:
-      word[1] = kSpeech8k;
-      unpack_fields<kFields8k>(bytes, word + 2);
-      return;
-    default:
-      fatal(kWrongSize);
-  }
+void bytes_to_parameters(const uint8_t* bytes, int bits, ParameterSet* set) {
+  set->type = type_of_bits(bits);
+  unpack_set(bytes, set);
 }
 
 }  // namespace KELG729F_TARGET

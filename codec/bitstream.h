@@ -1,10 +1,10 @@
-// The three forms of a coded frame: parameter words, ITU serial words (one 16-bit word a bit), and
+// The three forms of a coded frame: parameter set, ITU serial frame (one 16-bit word a bit), and
 // packed bytes (clause 4 and Annexes B, D, E for the bit allocation).
 #pragma once
 
 #include <cstdint>
 
-#include "codec/dsp/constants.h"
+#include "codec/dsp/frame.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {
@@ -14,33 +14,38 @@ inline constexpr uint16_t kBitZero = 0x007F;
 inline constexpr uint16_t kBitOne = 0x0081;
 inline constexpr uint16_t kBitErased = 0;
 
-// Number of bit words of each frame type.
-inline constexpr int kSidBits = 16;
-inline constexpr int kBits6k4 = 64;
-inline constexpr int kBits8k = 80;
-inline constexpr int kBits11k8 = 118;
+// Bits of a frame, by type.
+inline constexpr int kFrameBits[] = {0, 16, 64, 80, 118};
+inline constexpr int kMaxFrameBits = kFrameBits[kSpeech11k8];
+inline constexpr int kMaxFrameBytes = (kMaxFrameBits + 7) / 8;
 
-inline constexpr int kEncoderWords = 19;                // encoder parameters: type, then fields
-inline constexpr int kDecoderWords = 21;                // decoder: erasure flag, type, fields
-inline constexpr int kSerialWords = 2 + kBits11k8 + 2;  // sync, size, bits and room to spare
+struct SerialFrame {
+  uint16_t sync = kSyncWord;
+  uint16_t size = 0;                       // bits that count: one of kFrameBits
+  uint16_t bits[8 * kMaxFrameBytes] = {};  // the first transmitted bit first
+};
+inline constexpr int kSerialWords = sizeof(SerialFrame) / sizeof(uint16_t);
 
-// Encoder parameters (word[0] the frame type, the fields from word[1]) to a serial frame. A type
-// beyond 0..4 is fatal: "Unrecognized frame type\n".
-void parameters_to_serial(const int32_t* word, uint16_t* serial);
+// A type beyond 0..4 is fatal: "Unrecognized frame type\n".
+void parameters_to_serial(const ParameterSet& set, SerialFrame* serial);
 
-// Serial frame, starting at its size word, to decoder parameters word[1] (frame type) and on;
-// word[0] is left alone. An 11.8 kbit/s frame whose two mode words disagree has its field words
-// set to kBitErased. A size other than 0, 16, 64, 80, 118 is fatal:
-// "Unrecognized frame type: uncorrect value of serial_size\n".
-void serial_to_parameters(uint16_t* size_and_bits, int32_t* word);
+// The fields that the frame does not have stay as they are in the set. An 11.8 kbit/s frame whose
+// two mode words disagree has its field words set to kBitErased. A size other than those of
+// kFrameBits is fatal: "Unrecognized frame type: uncorrect value of serial_size\n".
+void serial_to_parameters(SerialFrame* serial, ParameterSet* set);
 
-// The same without a serial frame in between. Encoder parameters of a frame at 8 kbit/s, a silence
-// descriptor or an untransmitted frame to packed bytes; returns their number, 10, 2 or 0.
-int parameters_to_bytes(const int32_t* word, uint8_t* bytes);
+// n bytes from 8 n bit words and back, the first bit in the highest place. A word is a 1 when it is
+// kBitOne, anything else is a 0.
+void pack_serial_bits(const uint16_t* bits, int n, uint8_t* bytes);
+void unpack_serial_bits(const uint8_t* bytes, int n, uint16_t* bits);
 
-// Packed bytes to decoder parameters word[1] and on. A number of bits other than 0, 16, 64, 80 is
-// fatal like that of a serial frame.
-void bytes_to_parameters(const uint8_t* bytes, int bits, int32_t* word);
+// The same without a serial frame in between. A frame at 8 kbit/s, a silence descriptor or an
+// untransmitted frame to bytes; returns their number, 10, 2 or 0.
+int parameters_to_bytes(const ParameterSet& set, uint8_t* bytes);
+
+// Bytes to parameters. A number of bits other than 0, 16, 64, 80 is fatal like that of a serial
+// frame.
+void bytes_to_parameters(const uint8_t* bytes, int bits, ParameterSet* set);
 
 }  // namespace KELG729F_TARGET
 }  // namespace g729

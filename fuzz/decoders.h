@@ -5,8 +5,8 @@
 #include <cmath>
 #include <cstring>
 
-#include "codec/decoder_handle.h"
 #include "codec/dispatch.h"
+#include "codec/frame_coder.h"
 #include "fuzz/input.h"
 
 namespace fuzz {
@@ -31,7 +31,7 @@ inline bool all_finite(const double* x, int n) {
 class Decoders {
  public:
   Decoders() {
-    g729::decoder_init(&handle_);
+    g729::decoder_core_init(&state_);
     for (const g729::Target* build : other_builds()) builds_.push_back(build->decoder_create());
   }
   ~Decoders() {
@@ -41,7 +41,7 @@ class Decoders {
   Decoders& operator=(const Decoders&) = delete;
 
   void packed(const uint8_t* bytes, uint32_t size) {
-    g729::decode_packed_frame(&handle_, bytes, size, samples_);
+    g729::decode_packed_frame(&state_, bytes, size, samples_);
     for (G729DecoderState* build : builds_) {
       int16_t samples[g729::kFrame];
       build->target->decode_packed(build, bytes, size, samples);
@@ -50,7 +50,9 @@ class Decoders {
     expect_sound();
   }
   void serial(const uint16_t* words) {
-    g729::decode_serial_frame(&handle_, words, samples_);
+    g729::SerialFrame frame = {words[0], words[1]};
+    std::memcpy(frame.bits, words + 2, sizeof(uint16_t) * frame.size);
+    g729::decode_serial_frame(&state_, &frame, samples_);
     for (G729DecoderState* build : builds_) {
       int16_t samples[g729::kFrame];
       build->target->decode_serial(build, words, samples);
@@ -58,7 +60,7 @@ class Decoders {
     }
     expect_sound();
   }
-  int frames() const { return static_cast<int>(handle_.frame_counter); }
+  int frames() const { return static_cast<int>(state_.frame_counter); }
   bool full() const { return frames() >= kMostFrames; }
 
  private:
@@ -66,17 +68,17 @@ class Decoders {
     expect(std::memcmp(samples, samples_, sizeof samples_) == 0, "all builds decode alike");
   }
   void expect_sound() {
-    const g729::DecoderCoreState& core = handle_.core;
-    expect(all_finite(handle_.synthesis, g729::kSynthesisBuffer), "finite synthesis");
-    expect(all_finite(handle_.output, g729::kFrame), "finite output");
-    expect(all_finite(core.old_exc, g729::kExcitationPast + g729::kFrame), "finite excitation");
-    expect(all_finite(core.lsp_old, g729::kOrder), "finite LSPs");
-    expect(handle_.voicing >= 0 && handle_.voicing <= g729::kPitchMax + 3, "post-filter delay");
+    expect(all_finite(state_.synthesis, g729::kSynthesisPast + g729::kFrame), "finite synthesis");
+    expect(all_finite(state_.output, g729::kFrame), "finite output");
+    expect(all_finite(state_.old_exc, g729::kExcitationPast + g729::kFrame), "finite excitation");
+    expect(all_finite(state_.lsp_old, g729::kOrder), "finite LSPs");
+    expect(state_.voicing >= 0 && state_.voicing <= g729::kPitchMax + 3, "post-filter delay");
     // The second subframe's greatest index stands for 143 2/3, written as 144 - 1/3.
-    expect(core.old_t0 >= g729::kPitchMin - 1 && core.old_t0 <= g729::kPitchMax + 1, "pitch lag");
+    expect(state_.old_t0 >= g729::kPitchMin - 1 && state_.old_t0 <= g729::kPitchMax + 1,
+           "pitch lag");
   }
 
-  g729::DecoderHandle handle_;
+  g729::DecoderCoreState state_;
   int16_t samples_[g729::kFrame];
   std::vector<G729DecoderState*> builds_;
 };

@@ -6,9 +6,8 @@
 // count of frames, and what the signal needs.
 #include <cstring>
 
-#include "codec/decoder_handle.h"
 #include "codec/dispatch.h"
-#include "codec/encoder_handle.h"
+#include "codec/frame_coder.h"
 #include "fuzz/decoders.h"
 
 namespace {
@@ -20,8 +19,8 @@ constexpr int kMostFrames = 120;
 class Call {
  public:
   explicit Call(bool annexb) : annexb_(annexb) {
-    g729::encoder_init(&encoder_, annexb);
-    g729::decoder_init(&decoder_);
+    g729::encoder_core_init(&encoder_, annexb);
+    g729::decoder_core_init(&decoder_);
     for (const g729::Target* build : fuzz::other_builds())
       builds_.push_back(build->encoder_create(annexb));
   }
@@ -31,32 +30,32 @@ class Call {
   Call(const Call&) = delete;
   Call& operator=(const Call&) = delete;
 
-  void frame(const int16_t* samples, int rate) {
-    uint16_t serial[g729::kSerialWords] = {};
-    g729::encode_serial_frame(&encoder_, samples, rate, serial);
+  void frame(const int16_t* samples, g729::Rate rate) {
+    g729::SerialFrame serial;
+    g729::encode_serial_frame(&encoder_, samples, rate, &serial);
     expect_size(serial, rate);
     for (G729EncoderState* build : builds_) {
       uint16_t words[G729_SERIAL_WORDS] = {};
       build->target->encode_serial(build, samples, rate, words);
-      fuzz::expect(std::memcmp(words, serial, 2 * (2 + size_t{serial[1]})) == 0,
+      fuzz::expect(std::memcmp(words, &serial, 2 * (2 + size_t{serial.size})) == 0,
                    "all builds encode alike");
     }
     int16_t out[kFrame];
-    g729::decode_serial_frame(&decoder_, serial, out);
+    g729::decode_serial_frame(&decoder_, &serial, out);
     expect_in_step();
   }
   bool full() const { return decoder_.frame_counter >= kMostFrames; }
 
  private:
-  void expect_size(const uint16_t* serial, int rate) const {
-    constexpr int kBits[] = {g729::kBits6k4, g729::kBits8k, g729::kBits11k8};
-    const int bits = serial[1];
-    fuzz::expect(serial[0] == g729::kSyncWord, "sync word");
-    fuzz::expect(bits == kBits[rate] || (annexb_ && (bits == 0 || bits == g729::kSidBits)),
+  void expect_size(const g729::SerialFrame& serial, g729::Rate rate) const {
+    const int bits = serial.size;
+    fuzz::expect(serial.sync == g729::kSyncWord, "sync word");
+    fuzz::expect(bits == g729::kFrameBits[rate + 2] ||
+                     (annexb_ && (bits == 0 || bits == g729::kFrameBits[g729::kSid])),
                  "bits of the rate, or of silence");
   }
   void expect_in_step() const {
-    const double* encoded = encoder_.core.synthesis + g729::kSynthesisPast;
+    const double* encoded = encoder_.synthesis + g729::kSynthesisPast;
     const double* decoded = decoder_.synthesis + g729::kSynthesisPast;
     fuzz::expect(fuzz::all_finite(encoded, kFrame), "finite synthesis");
     fuzz::expect(fuzz::all_finite(decoder_.output, kFrame), "finite output");
@@ -65,8 +64,8 @@ class Call {
   }
 
   const bool annexb_;
-  g729::EncoderHandle encoder_;
-  g729::DecoderHandle decoder_;
+  g729::EncoderCoreState encoder_;
+  g729::DecoderCoreState decoder_;
   std::vector<G729EncoderState*> builds_;
 };
 
@@ -116,7 +115,7 @@ void step(fuzz::Input* in, Call* call) {
   for (int f = 0; f < frames && !call->full(); ++f) {
     int16_t samples[kFrame];
     signal.frame(samples);
-    call->frame(samples, choice % 3);
+    call->frame(samples, static_cast<g729::Rate>(choice % 3));
   }
 }
 

@@ -6,8 +6,6 @@
 
 namespace {
 
-constexpr int kBits[] = {0, g729::kSidBits, g729::kBits6k4, g729::kBits8k, g729::kBits11k8};
-
 enum Damage { kNone, kErased, kOtherWord, kModesDisagree, kSync, kDamages };
 
 void damage(int kind, fuzz::Input* in, uint16_t* words) {
@@ -26,18 +24,19 @@ void fill(fuzz::Input* in, uint16_t* words) {
     if (i % 8 == 0) byte = in->byte();
     words[2 + i] = byte >> (7 - i % 8) & 1 ? G729_SERIAL_ONE : G729_SERIAL_ZERO;
   }
-  if (words[1] == g729::kBits11k8) words[3] = words[2];
+  if (words[1] == g729::kMaxFrameBits) words[3] = words[2];
 }
 
 void vary(fuzz::Noise* noise, uint16_t* words) {
-  for (int i = words[1] == g729::kBits11k8 ? 2 : 0; i < words[1]; ++i)
+  for (int i = words[1] == g729::kMaxFrameBits ? 2 : 0; i < words[1]; ++i)
     if (noise->next() % 4 == 0) words[2 + i] ^= G729_SERIAL_ZERO ^ G729_SERIAL_ONE;
 }
 
 void step(fuzz::Input* in, fuzz::Decoders* decoders) {
   const int choice = in->byte();
   const int repeats = in->byte();
-  uint16_t words[G729_SERIAL_WORDS] = {G729_SERIAL_SYNC, static_cast<uint16_t>(kBits[choice % 5])};
+  uint16_t words[G729_SERIAL_WORDS] = {G729_SERIAL_SYNC,
+                                       static_cast<uint16_t>(g729::kFrameBits[choice % 5])};
   fill(in, words);
   damage(choice / 5 % kDamages, in, words);
   fuzz::Noise noise(static_cast<uint32_t>(choice));

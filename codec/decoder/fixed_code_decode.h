@@ -8,13 +8,6 @@
 namespace g729 {
 inline namespace KELG729F_TARGET {
 
-inline constexpr int kMaxCodeWords = 5;
-
-// Codebook words of a subframe at the given rate.
-constexpr int code_words(int rate) {
-  return rate == kRate11k8 ? kMaxCodeWords : 2;
-}
-
 // words[0]: positions (13 bits), words[1]: signs (4 bits). Four pulses of +-1 on distinct tracks.
 void fixed_code_decode_8k(const int* words, double* code);
 

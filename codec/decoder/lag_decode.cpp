@@ -24,9 +24,9 @@ PitchLag pitch_lag_decode_first(int index) {
   return {q + 19, index - 3 * q + 1};
 }
 
-PitchLag pitch_lag_decode_second(int index, int first_t0, int rate) {
+PitchLag pitch_lag_decode_second(int index, int first_t0, FrameType type) {
   const int t0_min = second_lag_min(first_t0);
-  if (rate == kRate6k4) return decode_second_6k4(index & 15, t0_min);
+  if (type == kSpeech6k4) return decode_second_6k4(index & 15, t0_min);
   const int q = (index + 2) / 3;
   return {t0_min + q - 1, index + 1 - 3 * q};
 }

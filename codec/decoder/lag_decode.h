@@ -10,7 +10,7 @@ inline namespace KELG729F_TARGET {
 PitchLag pitch_lag_decode_first(int index);
 
 // Second subframe, relative to the first one's integer lag: a 5-bit index, at 6.4 kbit/s 4 bits.
-PitchLag pitch_lag_decode_second(int index, int first_t0, int rate);
+PitchLag pitch_lag_decode_second(int index, int first_t0, FrameType type);
 
 }  // namespace KELG729F_TARGET
 }  // namespace g729

@@ -45,8 +45,8 @@ int pitch_parity(int index) {
   return 1 - __builtin_parity(static_cast<unsigned>(index >> 2) & 0x3F);
 }
 
-int pitch_parity_check(int index, int parity) {
-  return (pitch_parity(index) + parity) & 1;
+bool pitch_parity_check(int index, int parity) {
+  return pitch_parity(index) != parity;
 }
 
 double sharpening_gain(double gain_pitch) {

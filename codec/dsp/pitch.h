@@ -28,8 +28,8 @@ void pitch_sharpen(double* code, int t0, double sharp);
 // Parity bit of an 8-bit pitch index: 1 plus its six most significant bits, modulo 2.
 int pitch_parity(int index);
 
-// 1 when `parity` does not belong to `index`, 0 when it does.
-int pitch_parity_check(int index, int parity);
+// Whether `parity` does not belong to `index`.
+bool pitch_parity_check(int index, int parity);
 
 // Limits of the sharpening gain (clause 3.8).
 inline constexpr double kSharpMin = 0.2;

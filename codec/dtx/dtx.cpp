@@ -65,10 +65,10 @@ double distance(const double* rcoeff, const double* r) {
 // Whether an inactive frame after an inactive frame sends a descriptor.
 bool decide(DtxState* state, const NoiseFilter& current, double level) {
   if (distance(state->ref_rcoeff, current.r) > kSpectrumChanged * current.energy)
-    state->flag_chang = 1;
-  if (std::fabs(state->prev_energy - level) > kEnergyChanged) state->flag_chang = 1;
+    state->flag_chang = true;
+  if (std::fabs(state->prev_energy - level) > kEnergyChanged) state->flag_chang = true;
   state->count_fr0 = std::min(state->count_fr0 + 1, kSidInterval);
-  return state->count_fr0 == kSidInterval && state->flag_chang != 0;
+  return state->count_fr0 == kSidInterval && state->flag_chang;
 }
 
 // Chooses the filter to send, the average of the past when it suits the present, and makes it the
@@ -97,13 +97,13 @@ void code_spectrum(DtxState* state, const NoiseFilter& current, const LspHistory
 
 }  // namespace
 
-void dtx_update(DtxState* state, const double* r, int vad) {
+void dtx_update(DtxState* state, const double* r, bool vad) {
   copy_vector(r, state->acf_cur[state->fr_cur], kCoeffs);
   state->fr_cur = (state->fr_cur + 1) % 2;
-  if (state->fr_cur == 0 && vad != 0) push_current(state);
+  if (state->fr_cur == 0 && vad) push_current(state);
 }
 
-void dtx_encode_frame(DtxState* state, double* exc, int previous_vad, int32_t* word,
+void dtx_encode_frame(DtxState* state, double* exc, bool previous_vad, ParameterSet* set,
                       double* lsp_old_q, double* a, int16_t* seed, LspHistory* history,
                       NoiseSubframe applied[kSubframes]) {
   NoiseFilter current;
@@ -112,21 +112,18 @@ void dtx_encode_frame(DtxState* state, double* exc, int previous_vad, int32_t* w
   state->energy[1] = state->energy[0];
   state->energy[0] = current.energy;
 
-  const bool first = previous_vad != 0;
+  const bool first = previous_vad;
   const int nb_ener = first ? 1 : 2;
   SidParameters sid = {};
   const double level = sid_gain_quantize(state->energy, nb_ener, &sid.energy);
   const bool send = first || decide(state, current, level);
-  word[0] = send ? kSid : kNoTransmission;
+  set->type = send ? kSid : kNoTransmission;
   if (send) {
-    state->flag_chang = 0;
+    state->flag_chang = false;
     state->count_fr0 = 0;
     state->prev_energy = level;
     code_spectrum(state, current, *history, &sid);
-    word[1] = sid.mode;
-    word[2] = sid.first;
-    word[3] = sid.second;
-    word[4] = sid.energy;
+    set->sid = sid;
   }
 
   comfort_noise_decode(&state->noise, first ? kSpeech8k : kSid, send ? &sid : nullptr, 0.0, exc,

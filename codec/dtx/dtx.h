@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "codec/dsp/constants.h"
+#include "codec/dsp/frame.h"
 #include "codec/dsp/lpc.h"
 #include "codec/dsp/lsp_codebook.h"
 #include "codec/dtx/comfort_noise.h"
@@ -19,7 +20,7 @@ struct DtxState {
   double acf_sum[kSumAcf][kCoeffs] = {};  // sums over completed pairs, newest first
   double energy[2] = {};                  // last frame energies, newest first
   int count_fr0 = 0;                      // inactive frames since the last SID, at most 3
-  int flag_chang = 0;                     // spectrum or energy changed enough for a new SID
+  bool flag_chang = false;                // spectrum or energy changed enough for a new SID
   double prev_energy = 0;                 // quantised energy of the last SID, dB
   double ref_rcoeff[kCoeffs] = {};        // autocorrelation of the reference filter
   LevinsonMemory levinson;                // of the noise filters
@@ -27,13 +28,13 @@ struct DtxState {
 };
 
 // Keeps the autocorrelation statistics; called for every frame. r[0..10] without lag window.
-void dtx_update(DtxState* state, const double* r, int vad);
+void dtx_update(DtxState* state, const double* r, bool vad);
 
-// Codes an inactive frame. word[0] becomes the frame type (0 or 1), word[1..4] the four words of a
-// silence descriptor. previous_vad is 1 when the frame before was active. Writes the comfort-noise
+// Codes an inactive frame. set receives the frame type and the fields of a silence
+// descriptor. previous_vad: the frame before was active. Writes the comfort-noise
 // excitation exc[0..79] and both subframes' filters a[0..21]; moves lsp_old_q and history as the
 // decoder will. The caller moves its taming memory by `applied`.
-void dtx_encode_frame(DtxState* state, double* exc, int previous_vad, int32_t* word,
+void dtx_encode_frame(DtxState* state, double* exc, bool previous_vad, ParameterSet* set,
                       double* lsp_old_q, double* a, int16_t* seed, LspHistory* history,
                       NoiseSubframe applied[kSubframes]);
 

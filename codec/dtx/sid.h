@@ -2,6 +2,7 @@
 #pragma once
 
 #include "codec/dsp/constants.h"
+#include "codec/dsp/frame.h"
 #include "codec/dsp/lsp_codebook.h"
 
 namespace g729 {
@@ -10,14 +11,6 @@ inline namespace KELG729F_TARGET {
 inline constexpr int kSidFirst = 32;     // first-stage rows that a descriptor can name
 inline constexpr int kSidSecond = 16;    // pairs of second-stage rows
 inline constexpr int kSidEnergies = 32;  // energy levels
-
-// The four words of a silence descriptor.
-struct SidParameters {
-  int mode;    // noise predictor, 0 or 1
-  int first;   // 5-bit pointer to a first-stage row
-  int second;  // 4-bit pointer to a pair of second-stage rows
-  int energy;  // 5-bit energy index
-};
 
 extern const double kSidGain[kSidEnergies];         // energy index -> gain
 extern const int kSidFirstStage[kSidFirst];         // pointer -> first-stage row

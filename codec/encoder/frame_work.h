@@ -26,13 +26,13 @@ struct FrameWork {
   double rc[kOrder];             // reflection coefficients
   double lsp_new[kOrder];        // LSPs of this frame
   double lsf[kSubframes * kOrder];         // LSFs of both subframes, the second's those of lsp_new
-  double forward[kSubframes * kCoeffs];    // unquantised filters
-  double forward_q[kSubframes * kCoeffs];  // quantised filters; comfort noise in silence
+  double forward[kSubframes * kCoeffs];    // unquantized filters
+  double forward_q[kSubframes * kCoeffs];  // quantized filters; comfort noise in silence
   double backward[kBackwardCoeffs];        // backward filter in use
   double lsp_new_q[kOrder];
   double lsp_residual[kOrder];  // what the LSF predictor memory receives
   int lsp_word[2];
-  int vad;  // 1 active
+  bool vad;  // active
   LpMode lp_mode;
   double gamma1[kSubframes], gamma2[kSubframes];
   LpFilter quantised[kSubframes];  // synthesis filters, of the same order

@@ -42,15 +42,11 @@ void start_subframe(EncoderCoreState* state, const FrameWork& w, int k, Subframe
   s->quantised = w.quantised[k];
 }
 
-int32_t* code_lag(SubframeWork* s, LagRange* range, int rate, int32_t* word) {
+void code_lag(SubframeWork* s, LagRange* range, Rate rate, SubframeParameters* chosen) {
   s->lag = closed_loop_pitch(s->exc, s->xn, s->h, *range, s->start, rate);
-  const int index = encode_lag(s->lag, range, s->start, rate);
-  *word++ = index;
-  if (s->start == 0 && rate != kRate6k4) {
-    const int inverted = rate == kRate11k8 ? (index >> 1) & 1 : 0;
-    *word++ = pitch_parity(index) ^ inverted;
-  }
-  return word;
+  chosen->lag = encode_lag(s->lag, range, s->start, rate);
+  const int inverted = rate == kRate11k8 ? (chosen->lag >> 1) & 1 : 0;
+  chosen->parity = pitch_parity(chosen->lag) ^ inverted;
 }
 
 void apply_adaptive_codebook(EncoderCoreState* state, SubframeWork* s) {
@@ -62,34 +58,32 @@ void apply_adaptive_codebook(EncoderCoreState* state, SubframeWork* s) {
   for (int i = 0; i < kSubframe; ++i) s->xn2[i] = s->xn[i] - gain * s->y1[i];
 }
 
-int32_t* code_innovation(EncoderCoreState* state, SubframeWork* s, int rate, LpMode lp_mode,
-                         int32_t* word) {
-  int signs = 0;
+void code_innovation(EncoderCoreState* state, SubframeWork* s, Rate rate, LpMode lp_mode,
+                     int* words) {
   switch (rate) {
     case kRate6k4:
-      *word++ = acelp_search_11bit(s->xn2, s->h, s->lag.t0, state->sharp, s->code, s->y2, &signs);
-      *word++ = signs;
-      return word;
+      words[0] =
+          acelp_search_11bit(s->xn2, s->h, s->lag.t0, state->sharp, s->code, s->y2, &words[1]);
+      return;
     case kRate8k:
-      *word++ = acelp_search_17bit(s->xn2, s->h, s->lag.t0, state->sharp, s->start, s->code, s->y2,
-                                   &signs, &state->fcb_extra);
-      *word++ = signs;
-      return word;
+      words[0] = acelp_search_17bit(s->xn2, s->h, s->lag.t0, state->sharp, s->start, s->code, s->y2,
+                                    &words[1], &state->fcb_extra);
+      return;
     case kRate11k8:
-      acelp_search_118(lp_mode, s->xn2, s->h, s->lag.t0, state->sharp, s->code, s->y2, word);
-      return word + kCodebookWords118;
+      acelp_search_118(lp_mode, s->xn2, s->h, s->lag.t0, state->sharp, s->code, s->y2, words);
+      return;
     default:
       fatal("Unrecognized bit rate\n");
   }
 }
 
-int32_t* code_gains(EncoderCoreState* state, SubframeWork* s, int rate, int32_t* word) {
+int code_gains(EncoderCoreState* state, SubframeWork* s, Rate rate) {
   gain_correlations(s->xn, s->y1, s->y2, s->gain_terms);
-  const auto quantise = rate == kRate6k4 ? gain_quantize_6k4 : gain_quantize;
-  *word++ = quantise(s->code, s->gain_terms, kSubframe, &s->gain_pitch, &s->gain_code, s->tame,
-                     &state->past_energy);
+  const auto quantize = rate == kRate6k4 ? gain_quantize_6k4 : gain_quantize;
+  const int index = quantize(s->code, s->gain_terms, kSubframe, &s->gain_pitch, &s->gain_code,
+                             s->tame, &state->past_energy);
   state->sharp = sharpening_gain(s->gain_pitch);
-  return word;
+  return index;
 }
 
 void push_pitch_gain(EncoderCoreState* state, double gain) {
@@ -126,7 +120,7 @@ void find_error(EncoderCoreState* state, const SubframeWork& s, double* error) {
 }
 
 // The excitation and all that remembers it.
-void finish_subframe(EncoderCoreState* state, const SubframeWork& s, int rate) {
+void finish_subframe(EncoderCoreState* state, const SubframeWork& s, Rate rate) {
   double dispersed[kSubframe];
   const double* heard = total_excitation(&state->dispersion, rate == kRate6k4, s.gain_pitch,
                                          s.gain_code, s.code, s.exc, dispersed);
@@ -142,20 +136,21 @@ void finish_subframe(EncoderCoreState* state, const SubframeWork& s, int rate) {
 
 }  // namespace
 
-int32_t* code_subframe(EncoderCoreState* state, const FrameWork& w, int k, int rate,
-                       LagRange* range, int32_t* word) {
+SubframeParameters code_subframe(EncoderCoreState* state, const FrameWork& w, int k, Rate rate,
+                                 LagRange* range) {
   SubframeWork s;
+  SubframeParameters chosen = {};
   start_subframe(state, w, k, &s);
   // The residual goes into the excitation, where short lags of the search read it.
   residual_filter(s.quantised.order, s.quantised.a, s.speech, s.exc, kSubframe);
   find_target(s.exc, state->error_mem, state->weighted_error_mem, w, k, s.xn, s.h);
-  word = code_lag(&s, range, rate, word);
+  code_lag(&s, range, rate, &chosen);
   apply_adaptive_codebook(state, &s);
-  word = code_innovation(state, &s, rate, w.lp_mode, word);
-  word = code_gains(state, &s, rate, word);
+  code_innovation(state, &s, rate, w.lp_mode, chosen.code);
+  chosen.gain = code_gains(state, &s, rate);
   push_pitch_gain(state, s.gain_pitch);
   finish_subframe(state, s, rate);
-  return word;
+  return chosen;
 }
 
 void synthesize_noise_subframe(EncoderCoreState* state, const FrameWork& w, int k) {

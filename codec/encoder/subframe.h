@@ -2,22 +2,20 @@
 // counterpart in silence.
 #pragma once
 
-#include <cstdint>
-
+#include "codec/dsp/frame.h"
 #include "codec/encoder/adaptive_codebook.h"
+#include "codec/encoder/encoder_state.h"
 #include "codec/encoder/frame_work.h"
-#include "codec/encoder/state.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {
 
 // Codes subframe k (0, 1) of the frame at the front of the state's buffers and moves every memory
-// past it. range holds the first subframe's lags; coding it sets the second's. Writes the
-// subframe's words and returns the end of them.
-int32_t* code_subframe(EncoderCoreState* state, const FrameWork& w, int k, int rate,
-                       LagRange* range, int32_t* word);
+// past it. range holds the first subframe's lags; coding it sets the second's.
+SubframeParameters code_subframe(EncoderCoreState* state, const FrameWork& w, int k, Rate rate,
+                                 LagRange* range);
 
-// Synthesises subframe k of comfort noise, whose excitation stands in the state, and leaves the
+// Synthesizes subframe k of comfort noise, whose excitation stands in the state, and leaves the
 // error memories as coding it would have.
 void synthesize_noise_subframe(EncoderCoreState* state, const FrameWork& w, int k);
 

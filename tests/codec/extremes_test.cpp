@@ -8,8 +8,8 @@
 #include <cstring>
 #include <string>
 
-#include "codec/decoder_handle.h"
-#include "codec/encoder_handle.h"
+#include "codec/decoder/postprocess.h"
+#include "codec/frame_coder.h"
 #include "tests/support/signals.h"
 
 namespace g729 {
@@ -61,23 +61,23 @@ bool normal_or_zero(int kind) {
 }
 
 struct Call {
-  int rate;
-  EncoderHandle encoder;
-  DecoderHandle decoder;
+  Rate rate;
+  EncoderCoreState encoder;
+  DecoderCoreState decoder;
   int16_t out[kFrame];
 
-  Call(int rate, bool annexb) : rate(rate) {
-    encoder_init(&encoder, annexb);
-    decoder_init(&decoder);
+  Call(Rate rate, bool annexb) : rate(rate) {
+    encoder_core_init(&encoder, annexb);
+    decoder_core_init(&decoder);
   }
   void frame(const int16_t* samples) {
-    uint16_t serial[kSerialWords];
-    encode_serial_frame(&encoder, samples, rate, serial);
-    decode_serial_frame(&decoder, serial, out);
+    SerialFrame serial;
+    encode_serial_frame(&encoder, samples, rate, &serial);
+    decode_serial_frame(&decoder, &serial, out);
   }
 };
 
-class Extremes : public testing::TestWithParam<std::tuple<int, bool>> {
+class Extremes : public testing::TestWithParam<std::tuple<Rate, bool>> {
  protected:
   Extremes() : call_(std::get<0>(GetParam()), std::get<1>(GetParam())) {
     testing::internal::CaptureStdout();
@@ -97,8 +97,8 @@ class Extremes : public testing::TestWithParam<std::tuple<int, bool>> {
   }
 
   Call call_;
-  Doubles<EncoderHandle> encoder_;
-  Doubles<DecoderHandle> decoder_;
+  Doubles<EncoderCoreState> encoder_;
+  Doubles<DecoderCoreState> decoder_;
 };
 
 TEST_P(Extremes, SilenceLeavesNothingDenormal) {
@@ -111,9 +111,9 @@ TEST_P(Extremes, SilenceLeavesNothingDenormal) {
 
 // Nothing is received any more.
 TEST_P(Extremes, LossLeavesNothingDenormal) {
-  const uint16_t lost[kSerialWords] = {kSyncWord, kBits8k};
   for (int f = 0; f < 5000; ++f) {
-    decode_serial_frame(&call_.decoder, lost, call_.out);
+    SerialFrame lost = {.size = kFrameBits[kSpeech8k]};
+    decode_serial_frame(&call_.decoder, &lost, call_.out);
     ASSERT_TRUE(decoder_.all(call_.decoder, normal_or_zero)) << "frame " << f;
   }
 }

@@ -22,9 +22,8 @@ void encode(int value) {
   g729_encoder_encode_serial(g729_encoder_create(0), kSilence, value, serial);
 }
 void write_frame(int value) {
-  const int32_t word[kEncoderWords] = {value};
-  uint16_t serial[kSerialWords];
-  parameters_to_serial(word, serial);
+  SerialFrame serial;
+  parameters_to_serial({.type = static_cast<FrameType>(value)}, &serial);
 }
 void decode_bytes(int value) {
   const uint8_t bytes[G729_SERIAL_WORDS] = {};

@@ -3,8 +3,7 @@
 #include <cmath>
 #include <cstring>
 
-#include "codec/decoder_handle.h"
-#include "codec/encoder_handle.h"
+#include "codec/frame_coder.h"
 #include "tests/codec/golden.h"
 
 namespace g729 {
@@ -38,32 +37,32 @@ uint32_t scramble(uint32_t x) {
 }  // namespace
 
 GoldenHash golden_hash(const int16_t* samples, int frames, GoldenPlan plan) {
-  auto* encoder = new EncoderHandle();
-  auto* decoder = new DecoderHandle();
-  encoder_init(encoder, plan.annexb);
-  decoder_init(decoder);
+  auto* encoder = new EncoderCoreState();
+  auto* decoder = new DecoderCoreState();
+  encoder_core_init(encoder, plan.annexb);
+  decoder_core_init(decoder);
   GoldenHash hash;
   bool lost = false;
   for (int f = 0; f < frames; ++f) {
     const auto frame = static_cast<uint32_t>(f);
-    const int rate =
-        plan.rate >= 0 ? plan.rate : static_cast<int>(scramble(frame / 7 + plan.call) % 3);
-    uint16_t serial[kSerialWords] = {};
+    const auto rate = static_cast<Rate>(
+        plan.rate >= 0 ? plan.rate : static_cast<int>(scramble(frame / 7 + plan.call) % 3));
+    SerialFrame serial;
     int16_t out[kFrame];
-    encode_serial_frame(encoder, samples + f * kFrame, rate, serial);
-    fold(serial, 2 + serial[1], &hash.stream);
+    encode_serial_frame(encoder, samples + f * kFrame, rate, &serial);
+    fold(&serial.sync, 2 + serial.size, &hash.stream);
     const bool erased = scramble(frame * 3 + 1 + 100003 * plan.call) % 64 < plan.loss;
     if (erased) {
-      for (int i = 0; i < serial[1]; ++i) serial[2 + i] = kBitErased;
-      if (serial[1] == 0) serial[0] = 0;
+      for (int i = 0; i < serial.size; ++i) serial.bits[i] = kBitErased;
+      if (serial.size == 0) serial.sync = 0;
     }
-    decode_serial_frame(decoder, serial, out);
+    decode_serial_frame(decoder, &serial, out);
     fold(decoder->synthesis + kSynthesisPast, kFrame, &hash.synthesis);
     fold(decoder->output, kFrame, &hash.output);
     lost = lost || erased;
     if (!lost && std::equal(decoder->synthesis + kSynthesisPast,
                             decoder->synthesis + kSynthesisPast + kFrame,
-                            encoder->core.synthesis + kSynthesisPast))
+                            encoder->synthesis + kSynthesisPast))
       ++hash.in_step;
     hash.lossless += !lost;
     fold_state(*encoder, &hash.states.emplace_back());

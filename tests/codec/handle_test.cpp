@@ -9,8 +9,8 @@
 #include <utility>
 
 #include "codec/decoder/postprocess.h"
-#include "codec/decoder_handle.h"
-#include "codec/encoder_handle.h"
+#include "codec/encoder/preprocess.h"
+#include "codec/frame_coder.h"
 #include "codec/g729.h"
 #include "tests/support/heap_counter.h"
 #include "tests/support/signals.h"
@@ -19,7 +19,7 @@ namespace g729 {
 inline namespace KELG729F_TARGET {
 namespace {
 
-static_assert(sizeof(EncoderHandle) + sizeof(DecoderHandle) <= 40 * 1024);
+static_assert(sizeof(EncoderCoreState) + sizeof(DecoderCoreState) <= 40 * 1024);
 
 struct Call {
   G729EncoderState* encoder;
@@ -111,13 +111,13 @@ TEST(Handle, PackedLengthsFollowTheFrameType) {
 }
 
 TEST(Handle, FrameCounterGoesOnAt256) {
-  static EncoderHandle handle;
-  encoder_init(&handle, true);
+  static EncoderCoreState handle;
+  encoder_core_init(&handle, true);
   handle.frame_counter = 32766;
   const int16_t samples[kFrame] = {};
-  uint16_t serial[kSerialWords];
+  SerialFrame serial;
   for (int expected : {32767, 256, 257}) {
-    encode_serial_frame(&handle, samples, kRate8k, serial);
+    encode_serial_frame(&handle, samples, kRate8k, &serial);
     EXPECT_EQ(handle.frame_counter, expected);
   }
 }
@@ -149,21 +149,21 @@ TEST(Handle, RoundTripIsCloseToTheFilteredInput) {
   // Against the input through the codec's own two high-pass filters, whose phase the waveform
   // measure would otherwise blame on the coder.
   const double floor_db[] = {6.0, 7.0, 11.0};
-  for (int rate : {kRate6k4, kRate8k, kRate11k8}) {
+  for (const Rate rate : {kRate6k4, kRate8k, kRate11k8}) {
     auto signal = signals::speech_like(500);
-    static EncoderHandle encoder;
-    static DecoderHandle decoder;
-    encoder_init(&encoder, false);
-    decoder_init(&decoder);
+    static EncoderCoreState encoder;
+    static DecoderCoreState decoder;
+    encoder_core_init(&encoder, false);
+    decoder_core_init(&decoder);
     std::vector<double> reference(signal.begin(), signal.end()), out;
     BiquadMemory pre = {}, post = {};
     preprocess_highpass(&pre, reference.data(), static_cast<int>(reference.size()));
     postprocess_highpass(&post, reference.data(), static_cast<int>(reference.size()));
     for (size_t n = 0; n < signal.size(); n += kFrame) {
-      uint16_t serial[kSerialWords];
+      SerialFrame serial;
       int16_t samples[kFrame];
-      encode_serial_frame(&encoder, &signal[n], rate, serial);
-      decode_serial_frame(&decoder, serial, samples);
+      encode_serial_frame(&encoder, &signal[n], rate, &serial);
+      decode_serial_frame(&decoder, &serial, samples);
       out.insert(out.end(), samples, samples + kFrame);
     }
     double s = 0, e = 0;

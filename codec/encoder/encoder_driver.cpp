@@ -1,12 +1,14 @@
-#include "codec/encoder/driver.h"
+#include "codec/encoder/encoder_driver.h"
 
 #include "codec/dsp/filters.h"
+#include "codec/dsp/flush_denormals.h"
 #include "codec/encoder/frame_work.h"
 #include "codec/encoder/lp_analysis.h"
 #include "codec/encoder/lsp_quantizer.h"
 #include "codec/encoder/mode_decision.h"
 #include "codec/encoder/music_detector.h"
 #include "codec/encoder/open_loop_pitch.h"
+#include "codec/encoder/preprocess.h"
 #include "codec/encoder/subframe.h"
 #include "codec/encoder/target.h"
 
@@ -27,29 +29,29 @@ void analyse_spectrum(EncoderCoreState* state, FrameWork* w, int highest_lag) {
   lpc_to_lsp(a, w->lsp_new, state->lsp_old);
 }
 
-int detect_voice(EncoderCoreState* state, const FrameWork& w, int frame_counter, int rate) {
+bool detect_voice(EncoderCoreState* state, const FrameWork& w, Rate rate) {
   double lsf[kOrder], energy_db;
   copy_vector(w.lsf + kOrder, lsf, kOrder);
-  int vad = vad_decide(&state->vad, w.rc[1], lsf, w.r, state->old_speech, frame_counter,
+  int vad = vad_decide(&state->vad, w.rc[1], lsf, w.r, state->old_speech, state->frame_counter,
                        state->past_vad, state->past_past_vad, &energy_db);
-  music_detect(&state->music, static_cast<Rate>(rate), w.rc, state->lag_buf, state->pgain_buf,
-               state->prev_lp_mode, state->past_vad, energy_db, &vad);
+  music_detect(&state->music, rate, w.rc, state->lag_buf, state->pgain_buf, state->prev_lp_mode,
+               state->past_vad, energy_db, &vad);
   dtx_update(&state->dtx, w.r_unwindowed, vad);
   return vad;
 }
 
-void interpolate_unquantised(const EncoderCoreState& state, FrameWork* w) {
+void interpolate_unquantized(const EncoderCoreState& state, FrameWork* w) {
   const double* const old = state.prev_lp_mode == kForward ? state.lsp_old : w->lsp_new;
   interpolate_lpc(old, w->lsp_new, w->lsf, w->forward);
 }
 
-void quantise_spectrum(const EncoderCoreState& state, FrameWork* w) {
+void quantize_spectrum(const EncoderCoreState& state, FrameWork* w) {
   lsp_quantize(state.freq_prev, w->lsf + kOrder, w->lsp_new_q, w->lsp_residual, w->lsp_word);
   const double* const old = state.prev_lp_mode == kForward ? state.lsp_old_q : w->lsp_new_q;
   interpolate_quantized_lpc(old, w->lsp_new_q, w->forward_q);
 }
 
-void decide_mode(EncoderCoreState* state, FrameWork* w, int rate) {
+void decide_mode(EncoderCoreState* state, FrameWork* w, Rate rate) {
   if (w->vad && rate == kRate11k8) {
     double backward[kBackwardCoeffs];
     backward_lp_analysis(&state->backward_lp, state->synthesis, backward);
@@ -84,7 +86,7 @@ void choose_weighting(EncoderCoreState* state, FrameWork* w) {
   choose_filters(w, state->mode.bwd_dominant);
 }
 
-void remember_decision(EncoderCoreState* state, int vad) {
+void remember_decision(EncoderCoreState* state, bool vad) {
   state->past_past_vad = state->past_vad;
   state->past_vad = vad;
 }
@@ -111,36 +113,36 @@ LagRange first_lag_range(int t_op) {
   return {low, low + kWidth};
 }
 
-int32_t* write_spectrum(EncoderCoreState* state, const FrameWork& w, int rate, int32_t* word) {
-  if (rate == kRate11k8) *word++ = w.lp_mode;
-  if (w.lp_mode == kBackward) {
-    return word;
-  }
+// What a forward frame leaves to the next one, and its words.
+void keep_spectrum(EncoderCoreState* state, const FrameWork& w, ParameterSet* set) {
   backward_smoothing_restart(&state->mode.smoothing, w.forward_q + kCoeffs);
   copy_vector(w.lsp_new_q, state->lsp_old_q, kOrder);
   lsp_history_push(w.lsp_residual, &state->freq_prev);
-  *word++ = w.lsp_word[0];
-  *word++ = w.lsp_word[1];
-  return word;
+  set->lsp[0] = w.lsp_word[0];
+  set->lsp[1] = w.lsp_word[1];
 }
 
-void code_active_frame(EncoderCoreState* state, const FrameWork& w, int rate, int32_t* word) {
-  *word++ = rate + 2;
-  remember_decision(state, 1);
+ParameterSet code_active_frame(EncoderCoreState* state, const FrameWork& w, Rate rate) {
+  ParameterSet set;
+  set.type = static_cast<FrameType>(rate + 2);
+  set.lp_mode = w.lp_mode;
+  remember_decision(state, true);
   state->noise_seed = kNoiseSeed;
-  word = write_spectrum(state, w, rate, word);
+  if (w.lp_mode == kForward) keep_spectrum(state, w, &set);
   const int t_op = open_loop_pitch(state->old_wsp + kPitchMax);
   smooth_lag(state->lag_buf, t_op);
   LagRange range = first_lag_range(t_op);
-  for (int k = 0; k < kSubframes; ++k) word = code_subframe(state, w, k, rate, &range, word);
+  for (int k = 0; k < kSubframes; ++k) set.subframe[k] = code_subframe(state, w, k, rate, &range);
   backward_dominance_update(&state->mode.dominance, w.lp_mode, state->synthesis + kSynthesisPast);
+  return set;
 }
 
-void code_inactive_frame(EncoderCoreState* state, FrameWork* w, int32_t* word) {
+ParameterSet code_inactive_frame(EncoderCoreState* state, FrameWork* w) {
   NoiseSubframe applied[kSubframes];
-  dtx_encode_frame(&state->dtx, state->old_exc + kExcitationPast, state->past_vad, word,
+  ParameterSet set;
+  dtx_encode_frame(&state->dtx, state->old_exc + kExcitationPast, state->past_vad, &set,
                    state->lsp_old_q, w->forward_q, &state->noise_seed, &state->freq_prev, applied);
-  remember_decision(state, 0);
+  remember_decision(state, false);
   for (int k = 0; k < kSubframes; ++k) {
     w->weighting[k].filter = w->quantised[k];
     taming_update(&state->exc_err, applied[k].gain_pitch, applied[k].lag);
@@ -150,6 +152,7 @@ void code_inactive_frame(EncoderCoreState* state, FrameWork* w, int32_t* word) {
   for (int k = 0; k < kSubframes; ++k) synthesize_noise_subframe(state, *w, k);
   backward_smoothing_restart(&state->mode.smoothing, w->forward_q + kCoeffs);
   state->sharp = kSharpMin;
+  return set;
 }
 
 // Moves the last `keep` values of a buffer to its front.
@@ -163,36 +166,50 @@ void shift_histories(EncoderCoreState* state) {
   shift(state->old_exc, kExcitationPast + kFrame, kExcitationPast);
 }
 
+int next_count(int count) {
+  constexpr int kLast = 32767, kWrap = 256;
+  return count == kLast ? kWrap : count + 1;
+}
+
 }  // namespace
 
-void encoder_core_init(EncoderCoreState* state) {
+void encoder_core_init(EncoderCoreState* state, bool annexb) {
   *state = {};
+  state->dtx_enabled = annexb;
   copy_vector(kInitialLsp, state->lsp_old, kOrder);
   copy_vector(kInitialLsp, state->lsp_old_q, kOrder);
   lsp_history_reset(&state->freq_prev);
 }
 
-void encoder_process_frame(EncoderCoreState* state, const double* input, int32_t* word,
-                           int frame_counter, int dtx_enable, int rate) {
+ParameterSet encode_frame(EncoderCoreState* state, Samples samples, Rate rate) {
+  const FlushDenormals flush;
+  alignas(kAlign) double input[kFrame];
+  for (int i = 0; i < kFrame; ++i) input[i] = samples[i];
+  state->frame_counter = next_count(state->frame_counter);
+  preprocess_highpass(&state->preproc_state, input, kFrame);
+  return encoder_process_frame(state, input, rate);
+}
+
+ParameterSet encoder_process_frame(EncoderCoreState* state, std::span<const double, kFrame> input,
+                                   Rate rate) {
   FrameWork w;
-  copy_vector(input, state->old_speech + kNewSpeech, kFrame);
+  copy_vector(input.data(), state->old_speech + kNewSpeech, kFrame);
   // Only the voice activity detector looks beyond the order of the filter.
-  analyse_spectrum(state, &w, dtx_enable == 1 ? kAutocorrelations : kOrder);
-  interpolate_unquantised(*state, &w);
-  w.vad = dtx_enable == 1 ? detect_voice(state, w, frame_counter, rate) : 1;
-  if (w.vad) quantise_spectrum(*state, &w);
+  analyse_spectrum(state, &w, state->dtx_enabled ? kAutocorrelations : kOrder);
+  interpolate_unquantized(*state, &w);
+  w.vad = state->dtx_enabled ? detect_voice(state, w, rate) : true;
+  if (w.vad) quantize_spectrum(*state, &w);
   decide_mode(state, &w, rate);
   shift(state->synthesis, kSynthesisPast + kFrame, kSynthesisPast);
   copy_vector(w.lsp_new, state->lsp_old, kOrder);
   choose_weighting(state, &w);
   expand_bandwidth(&w);
   weight_speech(speech_of(state), w, state->old_wsp + kPitchMax);
-  if (w.vad)
-    code_active_frame(state, w, rate, word);
-  else
-    code_inactive_frame(state, &w, word);
+  const ParameterSet set =
+      w.vad ? code_active_frame(state, w, rate) : code_inactive_frame(state, &w);
   state->prev_lp_mode = w.lp_mode;
   shift_histories(state);
+  return set;
 }
 
 }  // namespace KELG729F_TARGET

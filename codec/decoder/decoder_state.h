@@ -1,13 +1,16 @@
-// The decoder core's record: everything that a frame leaves for the next one.
+// The decoder's record: everything that a frame leaves for the next one.
 #pragma once
 
 #include <cstdint>
 
 #include "codec/decoder/gain_decode.h"
 #include "codec/decoder/lsp_decode.h"
+#include "codec/decoder/postfilter.h"
 #include "codec/dsp/backward_lp.h"
 #include "codec/dsp/backward_mode.h"
 #include "codec/dsp/constants.h"
+#include "codec/dsp/filters.h"
+#include "codec/dsp/frame.h"
 #include "codec/dsp/phase_dispersion.h"
 #include "codec/dsp/pitch.h"
 #include "codec/dsp/random.h"
@@ -17,6 +20,9 @@ namespace g729 {
 inline namespace KELG729F_TARGET {
 
 struct DecoderCoreState {
+  ParameterSet parameters;     // of the frame, as received; what it does not have, of those before
+  uint32_t frame_counter = 0;  // frames decoded
+
   // Excitation: the past, then the current frame's 80 samples.
   alignas(kAlign) double exc_lead[lead(kExcitationPast)] = {};
   double old_exc[kExcitationPast + kFrame] = {};
@@ -44,13 +50,23 @@ struct DecoderCoreState {
   double transition_gamma = 0;               // share of frozen_a in the backward filter
   int bwd35_count = 0;                       // backward subframes in a row, at most 30
 
-  int past_frame_type = kSpeech8k;
-  int prev_bfi = 0;  // 1 when the last frame was erased
-  int prev_lp_mode = kForward;
+  FrameType past_frame_type = kSpeech8k;
+  bool prev_bfi = false;  // the last frame was erased
+  LpMode prev_lp_mode = kForward;
   int prev_mode_word = 0;  // the voicing word in force in the last frame
-};
 
-void decoder_core_init(DecoderCoreState* state);
+  // From the excitation to the output.
+  alignas(kAlign) double synthesis_lead[lead(kSynthesisPast)] = {};
+  double synthesis[kSynthesisPast + kFrame] = {};  // before the post-filter: past, frame
+  alignas(kAlign) double output[kFrame] = {};      // the frame behind all filters
+  PostFilterState postfilter;
+  BiquadMemory postprocessing = {};
+  int voicing = 60;  // long-term post-filter delay in the last frame, 0 without one
+  // Post-filter factors that follow the 11.8 kbit/s mode.
+  double gamma_d = 0.7;
+  double gamma_n = 0.65;
+  double gamma_h = 0.25;
+};
 
 }  // namespace KELG729F_TARGET
 }  // namespace g729

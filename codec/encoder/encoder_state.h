@@ -5,6 +5,7 @@
 
 #include "codec/dsp/backward_lp.h"
 #include "codec/dsp/constants.h"
+#include "codec/dsp/filters.h"
 #include "codec/dsp/gain_predictor.h"
 #include "codec/dsp/lpc.h"
 #include "codec/dsp/lsp_codebook.h"
@@ -26,6 +27,10 @@ inline constexpr int kSpeechPast = kWindow - kFrame - kLookAhead;  // 120 sample
 inline constexpr int kNewSpeech = kWindow - kFrame;                // newest input, look-ahead last
 
 struct EncoderCoreState {
+  bool dtx_enabled = false;  // silence may go untransmitted
+  int frame_counter = 0;     // see encode_frame
+  BiquadMemory preproc_state = {};
+
   // Signals, oldest sample first.
   alignas(kAlign) double old_speech[kWindow] = {};  // past, frame, look-ahead
   alignas(kAlign) double wsp_lead[lead(kPitchMax)] = {};
@@ -57,8 +62,8 @@ struct EncoderCoreState {
   int fcb_extra = 0;           // iterations that the 8 kbit/s codebook search left over
 
   // Silence.
-  int past_vad = 1;
-  int past_past_vad = 1;
+  bool past_vad = true;
+  bool past_past_vad = true;
   int16_t noise_seed = kNoiseSeed;
   VadState vad;
   DtxState dtx;
