@@ -168,7 +168,7 @@ void serial_to_parameters(SerialFrame* serial, ParameterSet* set) {
   set->type = type_of_bits(static_cast<int16_t>(serial->size));
   if (set->type == kNoTransmission) return;
   const LpMode mode = set->type == kSpeech11k8 ? read_mode(serial) : kForward;
-  uint8_t bytes[kMaxFrameBytes];
+  uint8_t bytes[kMaxFrameBytes] = {};
   pack_serial_bits(serial->bits, (serial->size + 7) / 8, bytes);
   set->lp_mode = mode;
   unpack_set(bytes, set);
