@@ -24,7 +24,6 @@ struct SerialFrame {
   uint16_t size = 0;                       // bits that count: one of kFrameBits
   uint16_t bits[8 * kMaxFrameBytes] = {};  // the first transmitted bit first
 };
-inline constexpr int kSerialWords = sizeof(SerialFrame) / sizeof(uint16_t);
 
 // A type beyond 0..4 is fatal: "Unrecognized frame type\n".
 void parameters_to_serial(const ParameterSet& set, SerialFrame* serial);
