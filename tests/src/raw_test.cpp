@@ -1,139 +1,221 @@
 // Raw streams from files: no timestamps, a segment of bytes.
 #include <glib/gstdio.h>
 #include <gst/app/gstappsink.h>
+#include <unistd.h>
 
+#include <array>
+#include <cmath>
 #include <fstream>
+#include <random>
 
+#include "codec/g729.h"
 #include "tests/src/pipeline.h"
 
 namespace {
 
 using Samples = std::vector<gint16>;
-constexpr gsize kFrames = 200;
-constexpr GstClockTime kSample = GST_SECOND / 8000;
+constexpr gsize kFrames = 600, kBytes = kFrames * G729_SPEECH_BYTES;
+constexpr gint64 kLength = kFrames * kTick, kSecond = GST_SECOND;
+constexpr auto kNone = GST_SEEK_TYPE_NONE, kSet = GST_SEEK_TYPE_SET, kEnd = GST_SEEK_TYPE_END;
+constexpr int kFlush = GST_SEEK_FLAG_FLUSH;
 
-class Raw : public testing::Test {
- protected:
-  void SetUp() override {
-    path = g_build_filename(g_get_tmp_dir(), "kelg729f-raw-XXXXXX", nullptr);
-    const gint file = g_mkstemp(path);
-    ASSERT_GE(file, 0);
-    g_close(file, nullptr);
-    std::ofstream out(path, std::ios::binary);
-    Harness encoder = make_encoder(1);
+// The stream's bytes and what is in it, decoded without an element.
+struct Raw : testing::Test {
+  std::string path = std::string(g_get_tmp_dir()) + "/kelg729f-raw-" + std::to_string(getpid());
+  std::vector<guint8> stream = std::vector<guint8>(kBytes + 9);
+  Samples decoded;
+
+  Raw() {
+    G729EncoderState* encoder = g729_encoder_create(0);
+    G729DecoderState* decoder = g729_decoder_create();
     for (gsize i = 0; i < kFrames; i++) {
-      gst_harness_push(encoder.get(), make_buffer(kPcm, i * kTick, static_cast<guint32>(i)));
-      const auto bytes = bytes_of(pull(encoder).get());
-      out.write(reinterpret_cast<const char*>(bytes.data()), std::ssize(bytes));
+      const auto noise = bytes_of(Buffer(make_buffer(kPcm, 0, static_cast<guint32>(i))).get());
+      gint16 frame[G729_FRAME_SAMPLES];
+      std::copy(noise.begin(), noise.end(), reinterpret_cast<guint8*>(frame));
+      guint32 size = 0;
+      g729_encoder_encode_frame(encoder, frame, &stream[i * G729_SPEECH_BYTES], &size);
+      g729_decoder_decode_frame(decoder, &stream[i * G729_SPEECH_BYTES], size, frame);
+      decoded.insert(decoded.end(), frame, frame + G729_FRAME_SAMPLES);
     }
+    g729_encoder_destroy(encoder);
+    g729_decoder_destroy(decoder);
   }
-  void TearDown() override {
-    g_unlink(path);
-    g_free(path);
+  ~Raw() override {
+    for (const char* end : {".g729", ".wav"}) g_unlink((path + end).c_str());
   }
-  std::string launch(const std::string& blocksize) const {
-    return std::string("filesrc location=") + path + " blocksize=" + blocksize +
-           " ! audio/G729,rate=8000,channels=1 ! kelg729fdec name=dec ! "
-           "appsink name=sink sync=false";
+  std::string launch(gsize blocksize, gsize bytes = kBytes) const {
+    std::ofstream(path + ".g729", std::ios::binary)
+        .write(reinterpret_cast<const char*>(stream.data()), static_cast<gint64>(bytes));
+    return "filesrc location=" + path + ".g729 blocksize=" + std::to_string(blocksize) +
+           " ! audio/G729,rate=8000,channels=1 ! kelg729fdec";
   }
-  gchar* path = nullptr;
 };
 
-struct Heard {
+struct Step {
+  gdouble rate;
+  int flags;
+  GstSeekType start_type;
+  gint64 start;
+  GstSeekType stop_type;
+  gint64 stop;
+  bool plays;
+};
+
+struct Outcome {
+  enum { kDuration, kAccepted, kPosition, kBegin, kFinish, kRunning, kSegmentDone, kFigures };
+  std::array<gint64, kFigures> figures{-1, TRUE, -1, -1, -1, -1, -1};
+  gsize warnings = 0;
   Samples samples;
-  GstClockTime begin = GST_CLOCK_TIME_NONE;
-};
 
-// All up to the end; every buffer begins where the last one ended.
-Heard listen(GstElement* sink) {
-  Heard heard;
-  GstClockTime end = GST_CLOCK_TIME_NONE;
-  while (GstSample* sample = gst_app_sink_pull_sample(GST_APP_SINK(sink))) {
+  void add(GstSample* sample) {
     GstBuffer* buffer = gst_sample_get_buffer(sample);
-    if (heard.samples.empty()) heard.begin = end = GST_BUFFER_PTS(buffer);
-    EXPECT_EQ(GST_BUFFER_PTS(buffer), end);
-    end += GST_BUFFER_DURATION(buffer);
+    const auto pts = GST_BUFFER_PTS(buffer);
+    auto& [duration, accepted, position, begin, end, running, done] = figures;
+    if (begin < 0) {
+      begin = end = static_cast<gint64>(pts);
+      const GstSegment* segment = gst_sample_get_segment(sample);
+      running = static_cast<gint64>(
+          gst_segment_to_running_time(segment, GST_FORMAT_TIME, std::max(pts, segment->start)));
+    }
+    EXPECT_EQ(static_cast<gint64>(pts), end);
+    end += static_cast<gint64>(GST_BUFFER_DURATION(buffer));
     const auto bytes = bytes_of(buffer);
     const auto* pcm = reinterpret_cast<const gint16*>(bytes.data());
-    heard.samples.insert(heard.samples.end(), pcm, pcm + bytes.size() / sizeof(gint16));
-    gst_sample_unref(sample);
+    samples.insert(samples.end(), pcm, pcm + bytes.size() / sizeof(gint16));
   }
-  return heard;
-}
-
-TEST_F(Raw, AnyBlocksOfWholeFrames) {
-  Samples first;
-  for (const char* size : {"10", "30", "1000", "10000"}) {
-    Pipeline pipeline(launch(size));
+  // To the end of the stream or of a segment.
+  void listen(Pipeline& pipeline) {
     pipeline.set(GST_STATE_PLAYING);
-    const Heard heard = listen(pipeline.get("sink").get());
-    EXPECT_EQ(heard.begin, 0u) << size;
-    EXPECT_EQ(heard.samples.size(), kFrames * 80) << size;
-    if (first.empty()) first = heard.samples;
-    EXPECT_EQ(heard.samples, first) << size;
-    EXPECT_EQ(pipeline.complaints(), std::vector<std::string>{});
-  }
-}
-
-TEST_F(Raw, DurationAndSeekingQueries) {
-  Pipeline pipeline(launch("100"));
-  pipeline.set(GST_STATE_PAUSED);
-  gst_element_get_state(pipeline.top.get(), nullptr, nullptr, GST_CLOCK_TIME_NONE);
-  gint64 duration = 0;
-  EXPECT_TRUE(gst_element_query_duration(pipeline.top.get(), GST_FORMAT_TIME, &duration));
-  EXPECT_EQ(duration, static_cast<gint64>(kFrames * kTick));
-  gboolean seekable = FALSE;
-  GstQuery* query = gst_query_new_seeking(GST_FORMAT_TIME);
-  EXPECT_TRUE(gst_element_query(pipeline.top.get(), query));
-  gst_query_parse_seeking(query, nullptr, &seekable, nullptr, nullptr);
-  EXPECT_TRUE(seekable);
-  gst_query_unref(query);
-}
-
-// A seek to any time gives what plays from there, once the decoder has settled, to the sample.
-TEST_F(Raw, SeeksByTime) {
-  Pipeline whole(launch("10"));
-  whole.set(GST_STATE_PLAYING);
-  const Samples all = listen(whole.get("sink").get()).samples;
-  const struct {
-    GstClockTime start, stop;
-  } seeks[] = {{0, GST_CLOCK_TIME_NONE},
-               {kTick, GST_CLOCK_TIME_NONE},
-               {1234 * GST_MSECOND + 500 * GST_USECOND, GST_CLOCK_TIME_NONE},
-               {505 * GST_MSECOND, 1503 * GST_MSECOND}};
-  for (const auto& seek : seeks) {
-    for (const char* size : {"10", "70"}) {
-      Pipeline pipeline(launch(size));
-      pipeline.set(GST_STATE_PAUSED);
-      gst_element_get_state(pipeline.top.get(), nullptr, nullptr, GST_CLOCK_TIME_NONE);
-      const bool stops = GST_CLOCK_TIME_IS_VALID(seek.stop);
-      ASSERT_TRUE(gst_element_seek(pipeline.top.get(), 1, GST_FORMAT_TIME, GST_SEEK_FLAG_FLUSH,
-                                   GST_SEEK_TYPE_SET, static_cast<gint64>(seek.start),
-                                   stops ? GST_SEEK_TYPE_SET : GST_SEEK_TYPE_NONE,
-                                   stops ? static_cast<gint64>(seek.stop) : -1));
-      pipeline.set(GST_STATE_PLAYING);
-      const Heard heard = listen(pipeline.get("sink").get());
-      EXPECT_EQ(heard.begin, seek.start);
-      const gsize first = seek.start / kSample;
-      const gsize last = stops ? seek.stop / kSample : all.size();
-      ASSERT_EQ(heard.samples.size(), last - first);
-      double error = 0, power = 0;
-      for (gsize n = 0; n < heard.samples.size(); n++) {
-        const double want = all[first + n], difference = heard.samples[n] - want;
-        error += difference * difference;
-        power += want * want;
+    while (GstMessage* message = gst_bus_timed_pop(pipeline.bus.get(), 60 * GST_SECOND)) {
+      const GstMessageType type = GST_MESSAGE_TYPE(message);
+      GstFormat format = GST_FORMAT_TIME;
+      if (type == GST_MESSAGE_SEGMENT_DONE) {
+        gst_message_parse_segment_done(message, &format, &figures[kSegmentDone]);
       }
-      EXPECT_LT(error, 0.05 * power) << seek.start;
+      gst_message_unref(message);
+      EXPECT_EQ(format, GST_FORMAT_TIME);
+      warnings += type == GST_MESSAGE_WARNING;
+      if (type == GST_MESSAGE_EOS || type == GST_MESSAGE_SEGMENT_DONE) break;
+    }
+    const auto sink = pipeline.get("sink");
+    while (GstSample* sample = gst_app_sink_try_pull_sample(GST_APP_SINK(sink.get()), 0)) {
+      add(sample);
+      gst_sample_unref(sample);
+    }
+  }
+};
+
+struct Player : Pipeline {
+  explicit Player(const std::string& source)
+      : Pipeline(source + " ! appsink name=sink sync=false wait-on-eos=false") {
+    set(GST_STATE_PAUSED);
+    settle();
+  }
+  void settle() { gst_element_get_state(top.get(), nullptr, nullptr, 10 * GST_SECOND); }
+  Outcome take(const Step& step) {
+    Outcome out;
+    auto& figures = out.figures;
+    gst_element_query_duration(top.get(), GST_FORMAT_TIME, &figures[Outcome::kDuration]);
+    figures[Outcome::kAccepted] =
+        gst_element_seek(top.get(), step.rate, GST_FORMAT_TIME, GstSeekFlags(step.flags),
+                         step.start_type, step.start, step.stop_type, step.stop);
+    if (step.flags == kFlush) settle();
+    // Where nothing starts anew, wavparse tells what it has read, not what it plays.
+    if (step.flags == kFlush && step.start_type != kNone) {
+      gst_element_query_position(top.get(), GST_FORMAT_TIME, &figures[Outcome::kPosition]);
+    }
+    if (figures[Outcome::kAccepted] && step.plays) out.listen(*this);
+    if (figures[Outcome::kSegmentDone] < 0) set(GST_STATE_PAUSED);
+    return out;
+  }
+};
+
+TEST_F(Raw, PiecesOfAnySize) {
+  for (const gsize blocksize : {1, 7, 12, 1000, 4096, 100000}) {
+    for (const gsize rest : {0, 2, 9}) {
+      Player player(launch(blocksize, kBytes + rest));
+      Outcome out;
+      out.listen(player);
+      EXPECT_EQ(out.figures[Outcome::kBegin], 0);
+      EXPECT_EQ(out.samples, decoded) << blocksize;
+      EXPECT_EQ(out.warnings, rest > 0) << blocksize << " with " << rest;
     }
   }
 }
 
-TEST_F(Raw, RefusesToPlayBackwards) {
-  Pipeline pipeline(launch("10"));
-  pipeline.set(GST_STATE_PAUSED);
-  gst_element_get_state(pipeline.top.get(), nullptr, nullptr, GST_CLOCK_TIME_NONE);
-  EXPECT_FALSE(gst_element_seek(pipeline.top.get(), -1, GST_FORMAT_TIME, GST_SEEK_FLAG_FLUSH,
-                                GST_SEEK_TYPE_SET, 0, GST_SEEK_TYPE_SET, GST_SECOND));
+// From where nobody knows a length, packets may come.
+TEST_F(Raw, PacketsWithoutTimestamps) {
+  Harness h = make_decoder();
+  GstSegment segment;
+  gst_segment_init(&segment, GST_FORMAT_BYTES);
+  gst_harness_push_event(h.get(), gst_event_new_segment(&segment));
+  for (const gsize n : {10, 2, 12, 20, 4096, 4096, 8, 2}) gst_harness_push(h.get(), make_buffer(n));
+  for (const gsize frames : {1, 1, 2, 2, 409, 410, 1, 1}) {
+    EXPECT_EQ(gst_buffer_get_size(pull(h).get()), frames * kPcm);
+  }
+}
+
+// Any seek that makes sense; `stop` is the one that holds, or -1. After the end of a segment that
+// was asked for as such, the next one goes on without a flush.
+Step random_step(std::mt19937& random, gint64& stop, bool goes_on) {
+  const auto below = [&random](gint64 n) { return static_cast<gint64>(random() % guint64(n)); };
+  Step step{below(4) ? 1.0 : 2.0, below(3) ? 0 : GST_SEEK_FLAG_SEGMENT, kSet, 0, kSet, -1, true};
+  step.plays = step.flags || goes_on || below(2);
+  if (!goes_on) step.flags |= kFlush;
+  if (below(4) == 0 && !goes_on && stop == -1) {
+    return {step.rate, kFlush, kNone, 0, kNone, -1, step.plays};
+  }
+  step.start = below(5) ? below(kLength) : below(2 * kLength) / kTick * kTick;
+  const gint64 landed = std::min(step.start, kLength);
+  if (below(3) == 0) step.start_type = kEnd, step.start = landed - kLength;
+  if (below(3) == 0 && (stop == -1 || stop >= landed)) {
+    step.stop_type = kNone;
+    return step;
+  }
+  if (below(3) == 0) step.stop = landed + below(2 * kSecond);
+  stop = std::min(step.stop, kLength);
+  if (stop != -1 && stop < kLength && below(2)) step.stop_type = kEnd, step.stop -= kLength;
+  return step;
+}
+
+// The same script on the stream and on a WAV of the same length ends in the same places.
+TEST_F(Raw, SeeksAsAWavDoes) {
+  Pipeline write(launch(1000) + " ! wavenc ! filesink location=" + path + ".wav");
+  write.set(GST_STATE_PLAYING);
+  ASSERT_TRUE(write.wait_for_end());
+  for (guint seed = 0; seed < 60; seed++) {
+    std::mt19937 random(seed);
+    Player raw(launch(256)), wav("filesrc location=" + path + ".wav ! wavparse");
+    gint64 stop = -1;
+    bool goes_on = false;
+    for (int i = 0; i < 5; i++) {
+      const Step step = random_step(random, stop, goes_on);
+      const Outcome got = raw.take(step), want = wav.take(step);
+      for (gsize n = 0; n < Outcome::kFigures; n++) {
+        ASSERT_NEAR(got.figures[n], want.figures[n], kTick) << seed << " " << i << ": " << n;
+      }
+      const bool same = got.figures[Outcome::kBegin] == want.figures[Outcome::kBegin];
+      double error = 0, power = 0;
+      for (gsize n = 0; same && n < std::min(got.samples.size(), want.samples.size()); n++) {
+        error += std::pow(got.samples[n] - want.samples[n], 2);
+        power += std::pow(want.samples[n], 2);
+      }
+      ASSERT_LE(error, 0.2 * power) << seed << " " << i;
+      goes_on = got.figures[Outcome::kSegmentDone] >= 0;
+    }
+  }
+}
+
+TEST_F(Raw, SeeksThatAWavDoesNot) {
+  Player raw(launch(4096));
+  // A stop that was kept does not stand in the way of a start behind it.
+  raw.take({1, kFlush, kSet, kSecond, kSet, 2 * kSecond, true});
+  const auto behind = raw.take({1, kFlush, kSet, 5 * kSecond, kNone, -1, true}).figures;
+  EXPECT_EQ(behind[Outcome::kBegin], 5 * kSecond);
+  EXPECT_EQ(behind[Outcome::kFinish], kLength);
+  const Step refused[] = {{1, kFlush, kEnd, -kSecond, kEnd, -2 * kSecond, 0},
+                          {-1, kFlush, kSet, 0, kSet, kSecond, false}};
+  for (const Step& step : refused) EXPECT_FALSE(raw.take(step).figures[Outcome::kAccepted]);
 }
 
 }  // namespace

@@ -5,11 +5,11 @@
  * Decodes buffers of 10-byte frames (ITU-T G.729, 8 kbit/s) and at most one 2-byte silence
  * descriptor behind them. After a descriptor it makes comfort noise, by the pipeline's clock, until
  * the next buffer. With #GstAudioDecoder:plc, lost packets become concealed speech. Raw streams
- * from files have duration and can be sought, if they are pushed in blocks of whole frames.
+ * from files may come in pieces of any size; they have duration and can be sought.
  *
  * ## Example launch lines
  * |[
- * gst-launch-1.0 filesrc location=tone.g729 blocksize=1000 \
+ * gst-launch-1.0 filesrc location=tone.g729 \
  *   ! audio/G729,rate=8000,channels=1 ! kelg729fdec ! wavenc ! filesink location=tone.wav
  * ]| A raw stream.
  * |[
@@ -144,12 +144,16 @@ static gboolean kel_g729f_dec_set_format(GstAudioDecoder* base, GstCaps*) {
   return gst_audio_decoder_set_output_format(base, &info);
 }
 
-// Whatever has arrived is one packet.
-static GstFlowReturn kel_g729f_dec_parse(GstAudioDecoder*, GstAdapter* adapter, gint* offset,
+// Whatever has arrived is one packet; of a raw stream, as many whole frames as there are.
+static GstFlowReturn kel_g729f_dec_parse(GstAudioDecoder* base, GstAdapter* adapter, gint* offset,
                                          gint* length) {
+  RawStream& raw = as_dec(base)->raw;
+  gsize size = gst_adapter_available(adapter);
+  const bool cuts = g_atomic_int_get(&raw.active) && size > 0;
+  if (cuts) size = raw_parse(raw, size);
   *offset = 0;
-  *length = static_cast<gint>(gst_adapter_available(adapter));
-  return GST_FLOW_OK;
+  *length = static_cast<gint>(size);
+  return cuts && size == 0 ? GST_FLOW_EOS : GST_FLOW_OK;
 }
 
 // A loss, or silence that somebody tells of.
@@ -223,7 +227,9 @@ static GstFlowReturn kel_g729f_dec_handle_frame(GstAudioDecoder* base, GstBuffer
   }
   in.unmap();
   GST_LOG_OBJECT(dec, "Finished decoding");
-  return gst_audio_decoder_finish_frame(base, without(output, cut), 1);
+  const GstFlowReturn result = gst_audio_decoder_finish_frame(base, without(output, cut), 1);
+  if (g_atomic_int_get(&dec->raw.active) && result == GST_FLOW_OK) raw_note_played(base, dec->raw);
+  return result;
 }
 
 // What comes next has nothing to do with what came before. It begins at `time`, if that is known.
@@ -317,10 +323,14 @@ static gboolean kel_g729f_dec_sink_event(GstAudioDecoder* base, GstEvent* event)
       event = take_segment(dec, event);
       if (!event) return TRUE;
       break;
+    case GST_EVENT_SEGMENT_DONE:
+      if (g_atomic_int_get(&dec->raw.active)) event = raw_take_segment_done(base, dec->raw, event);
+      break;
     case GST_EVENT_FLUSH_START:
       kel_g729f_dtx_cancel(dec);
       break;
     case GST_EVENT_EOS:
+      if (g_atomic_int_get(&dec->raw.active)) raw_end(base, dec->raw);
       finish(dec);
       break;
     case GST_EVENT_GAP:

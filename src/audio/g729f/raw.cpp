@@ -1,5 +1,7 @@
 #include "src/audio/g729f/raw.h"
 
+#include <algorithm>
+
 #include "src/audio/g729f/frame.h"
 
 namespace {
@@ -36,32 +38,87 @@ bool seekable(GstAudioDecoder* base) {
   return can;
 }
 
-// Applies the seek to the segment; false when it is not for us.
-bool wanted_segment(GstEvent* event, GstSegment* segment) {
+struct Seek {
   gdouble rate;
   GstFormat format;
   GstSeekFlags flags;
   GstSeekType start_type, stop_type;
   gint64 start, stop;
-  gst_event_parse_seek(event, &rate, &format, &flags, &start_type, &start, &stop_type, &stop);
-  if (format != GST_FORMAT_TIME || rate <= 0) return false;
-  return gst_segment_do_seek(segment, rate, format, flags, start_type, static_cast<guint64>(start),
-                             stop_type, static_cast<guint64>(stop), nullptr);
+
+  explicit Seek(GstEvent* event) {
+    gst_event_parse_seek(event, &rate, &format, &flags, &start_type, &start, &stop_type, &stop);
+  }
+};
+
+bool do_seek(GstSegment* segment, const Seek& seek, gint64 stop) {
+  return gst_segment_do_seek(segment, seek.rate, seek.format, seek.flags, seek.start_type,
+                             static_cast<guint64>(seek.start), GST_SEEK_TYPE_SET,
+                             static_cast<guint64>(stop), nullptr);
+}
+
+// Where the seek wants `segment` to stop, or -1.
+gint64 wanted_stop(const Seek& seek, const GstSegment& segment) {
+  if (seek.stop_type == GST_SEEK_TYPE_SET) return seek.stop;
+  if (seek.stop_type == GST_SEEK_TYPE_END && GST_CLOCK_TIME_IS_VALID(segment.duration)) {
+    return std::max<gint64>(0, static_cast<gint64>(segment.duration) + seek.stop);
+  }
+  return static_cast<gint64>(segment.stop);
+}
+
+// Applies the seek to the segment; false when it is not for us.
+bool wanted_segment(Seek seek, GstSegment* segment) {
+  if (seek.format != GST_FORMAT_TIME || seek.rate <= 0) return false;
+  if (seek.start_type == GST_SEEK_TYPE_NONE) {
+    seek.start_type = GST_SEEK_TYPE_SET;
+    seek.start = static_cast<gint64>(segment->position);
+  }
+  const gint64 stop = wanted_stop(seek, *segment);
+  if (!do_seek(segment, seek, -1)) return false;
+  if (stop == -1) return true;
+  // A stop before the start is an error where it was asked for; one that was kept has had its day.
+  if (stop < static_cast<gint64>(segment->start)) return seek.stop_type == GST_SEEK_TYPE_NONE;
+  return do_seek(segment, seek, stop);
 }
 
 GstEvent* bytes_seek(GstEvent* event, const GstSegment& wanted) {
-  gdouble rate;
-  GstSeekFlags flags;
-  gst_event_parse_seek(event, &rate, nullptr, &flags, nullptr, nullptr, nullptr, nullptr);
+  const Seek asked(event);
   const guint64 first = frame_at(wanted.start);
   constexpr guint64 settle = kSettleFrames * G729_SPEECH_BYTES;
   const bool stops = GST_CLOCK_TIME_IS_VALID(wanted.stop);
-  GstEvent* seek = gst_event_new_seek(rate, GST_FORMAT_BYTES, flags, GST_SEEK_TYPE_SET,
+  GstEvent* seek = gst_event_new_seek(asked.rate, GST_FORMAT_BYTES, asked.flags, GST_SEEK_TYPE_SET,
                                       static_cast<gint64>(first > settle ? first - settle : 0),
-                                      stops ? GST_SEEK_TYPE_SET : GST_SEEK_TYPE_NONE,
+                                      GST_SEEK_TYPE_SET,
                                       stops ? static_cast<gint64>(frame_after(wanted.stop)) : -1);
   gst_event_set_seqnum(seek, gst_event_get_seqnum(event));
   return seek;
+}
+
+// What the last seek asked for; its running time goes on from what has been played, if nothing was
+// flushed.
+GstSegment sought_segment(const RawStream& raw) {
+  GstSegment time = raw.wanted;
+  if (!(time.flags & GST_SEGMENT_FLAG_RESET)) {
+    time.base = gst_segment_to_running_time(&raw.segment, GST_FORMAT_TIME, raw.segment.position);
+  }
+  return time;
+}
+
+GstSegment plain_segment(const GstSegment& bytes) {
+  GstSegment time;
+  gst_segment_init(&time, GST_FORMAT_TIME);
+  time.flags = bytes.flags;
+  time.rate = bytes.rate;
+  time.applied_rate = bytes.applied_rate;
+  time.base = time_of(bytes.base);
+  time.start = time.time = time.position = time_of(bytes.start);
+  time.stop = time_of(bytes.stop);
+  return time;
+}
+
+// Posts a message about `event`'s segment.
+void tell(GstAudioDecoder* base, GstMessage* message, GstEvent* event) {
+  gst_message_set_seqnum(message, gst_event_get_seqnum(event));
+  gst_element_post_message(GST_ELEMENT(base), message);
 }
 
 }  // namespace
@@ -70,27 +127,55 @@ GstEvent* raw_take_segment(GstAudioDecoder* base, RawStream& raw, GstEvent* even
                            GstClockTime* begin) {
   const GstSegment* bytes;
   gst_event_parse_segment(event, &bytes);
-  GstSegment time;
-  gst_segment_init(&time, GST_FORMAT_TIME);
-  time.flags = bytes->flags;
-  time.rate = bytes->rate;
-  time.applied_rate = bytes->applied_rate;
-  time.base = time_of(bytes->base);
-  time.start = *begin = time_of(bytes->start);
-  time.stop = time_of(bytes->stop);
+  *begin = time_of(bytes->start);
+  raw.kept = 0;
+  raw.sized = GST_CLOCK_TIME_IS_VALID(duration(base));
   GST_OBJECT_LOCK(base);
-  if (raw.seek == gst_event_get_seqnum(event)) {
-    time.start = raw.wanted.start;
-    time.stop = raw.wanted.stop;
-  }
-  time.time = time.position = time.start;
-  raw.segment = time;
+  const bool sought = raw.seek == gst_event_get_seqnum(event);
+  const GstSegment time = raw.segment = sought ? sought_segment(raw) : plain_segment(*bytes);
   GST_OBJECT_UNLOCK(base);
 
   GstEvent* converted = gst_event_new_segment(&time);
   gst_event_set_seqnum(converted, gst_event_get_seqnum(event));
   gst_event_unref(event);
+  if (time.flags & GST_SEGMENT_FLAG_SEGMENT) {
+    const auto start = static_cast<gint64>(time.start);
+    tell(base, gst_message_new_segment_start(GST_OBJECT(base), GST_FORMAT_TIME, start), converted);
+  }
   return converted;
+}
+
+GstEvent* raw_take_segment_done(GstAudioDecoder* base, RawStream& raw, GstEvent* event) {
+  GST_OBJECT_LOCK(base);
+  const GstClockTime stop = raw.segment.stop;
+  GST_OBJECT_UNLOCK(base);
+  const auto end = static_cast<gint64>(GST_CLOCK_TIME_IS_VALID(stop) ? stop : duration(base));
+  GstEvent* converted = gst_event_new_segment_done(GST_FORMAT_TIME, end);
+  gst_event_set_seqnum(converted, gst_event_get_seqnum(event));
+  gst_event_unref(event);
+  tell(base, gst_message_new_segment_done(GST_OBJECT(base), GST_FORMAT_TIME, end), converted);
+  return converted;
+}
+
+gsize raw_parse(RawStream& raw, gsize available) {
+  const gsize rest = available % G729_SPEECH_BYTES;
+  if (rest == G729_SID_BYTES && !raw.sized && raw.kept == 0) return available;
+  raw.kept = rest;
+  return available - rest;
+}
+
+void raw_end(GstAudioDecoder* base, RawStream& raw) {
+  if (raw.kept == 0) return;
+  GST_ELEMENT_WARNING(base, STREAM, DECODE, ("The stream ends within a frame."),
+                      ("%" G_GSIZE_FORMAT " bytes are left over", raw.kept));
+  raw.kept = 0;
+}
+
+void raw_note_played(GstAudioDecoder* base, RawStream& raw) {
+  GST_OBJECT_LOCK(base);
+  GstSegment& segment = raw.segment;  // one without a stop has the greatest number there
+  segment.position = std::clamp(base->output_segment.position, segment.start, segment.stop);
+  GST_OBJECT_UNLOCK(base);
 }
 
 bool raw_seek(GstAudioDecoder* base, RawStream& raw, GstEvent* event) {
@@ -98,7 +183,7 @@ bool raw_seek(GstAudioDecoder* base, RawStream& raw, GstEvent* event) {
   GST_OBJECT_LOCK(base);
   GstSegment wanted = raw.segment;
   wanted.duration = total;
-  const bool possible = wanted_segment(event, &wanted);
+  const bool possible = wanted_segment(Seek(event), &wanted);
   if (possible) {
     raw.seek = gst_event_get_seqnum(event);
     raw.wanted = wanted;
