@@ -63,7 +63,7 @@ std::string launch_line(const Options& options) {
   if (options.udp)
     line +=
         "udpsink name=out host=127.0.0.1 sync=false async=false "
-        "udpsrc name=in address=127.0.0.1 port=0 caps=" +
+        "udpsrc name=in address=127.0.0.1 port=0 reuse=false caps=" +
         packets + " ! ";
   line += "rtpg729depay name=depay ! ";
   if (options.codec) line += "kelg729fdec ! ";

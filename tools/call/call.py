@@ -36,9 +36,9 @@ ROOM = 8     # rms of the noise under the announcements, which have none of thei
 SENDER = ("filesrc location={says} ! wavparse ! kelg729fenc name=codec annexb=true frames=1 "
           "! rtpg729pay min-ptime=20000000 perfect-rtptime=false ! identity name=link "
           "! udpsink host=127.0.0.1 port={port} ts-offset={ready}")
-RECEIVER = ("udpsrc name=socket address=127.0.0.1 port=0 caps=\"application/x-rtp,media=audio,"
+RECEIVER = ("udpsrc name=socket address=127.0.0.1 port=0 reuse=false caps=\"application/x-rtp,media=audio,"
             "clock-rate=8000,encoding-name=G729,payload=18\" ! rtpjitterbuffer latency=60 do-lost=true "
-            "! rtpg729depay ! kelg729fdec name=codec plc=true ! audiorate ! wavenc "
+            "! rtpg729depay ! kelg729fdec name=codec plc=true ! audiorate tolerance=1000000 ! wavenc "
             "! filesink location={heard}")
 RECORDER = ("{source} ! audioconvert ! audioresample ! audio/x-raw,format=S16LE,rate=8000,channels=1 "
             "! wavenc ! filesink location={path}")

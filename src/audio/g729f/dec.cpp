@@ -16,7 +16,7 @@
  * gst-launch-1.0 -e udpsrc port=5004 \
  *   caps="application/x-rtp,media=audio,clock-rate=8000,encoding-name=G729,payload=18" \
  *   ! rtpjitterbuffer latency=60 do-lost=true ! rtpg729depay ! kelg729fdec plc=true \
- *   ! audiorate ! wavenc ! filesink location=received.wav
+ *   ! audiorate tolerance=1000000 ! wavenc ! filesink location=received.wav
  * ]| A call's receiver, until Ctrl-C.
  */
 #include "src/audio/g729f/dec.h"

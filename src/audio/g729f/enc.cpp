@@ -156,12 +156,17 @@ static void count_frame(EncoderStats& stats, guint32 size) {
                                       : stats.untransmitted);
 }
 
-// Encodes up to `frames` frames of `in` back to back into `out`; returns the bytes written.
+struct Encoded {
+  gsize bytes;
+  bool talk_begins;  // a frame of speech follows one that is none
+};
+
+// Encodes up to `frames` frames of `in` back to back into `out`.
 // The property may change at any moment, so every pass checks that both areas have room for it.
-static gsize encode_frames(KelG729fEnc* enc, const BufferMap& in, const BufferMap& out) {
-  gsize total = 0;
+static Encoded encode_frames(KelG729fEnc* enc, const BufferMap& in, const BufferMap& out) {
+  Encoded done = {};
   for (gsize i = 0; static_cast<gint64>(i) < frames_now(enc); i++) {
-    if (in.size() / kPcmBytes <= i || out.size() - total < G729_SPEECH_BYTES) {
+    if (in.size() / kPcmBytes <= i || out.size() - done.bytes < G729_SPEECH_BYTES) {
       GST_WARNING_OBJECT(enc, "frames is %d now, but this buffer has room for %" G_GSIZE_FORMAT,
                          frames_now(enc), i);
       break;
@@ -169,12 +174,14 @@ static gsize encode_frames(KelG729fEnc* enc, const BufferMap& in, const BufferMa
     gint16 samples[G729_FRAME_SAMPLES];
     std::memcpy(samples, in.data() + i * kPcmBytes, kPcmBytes);
     guint32 size = 0;
-    g729_encoder_encode_frame(enc->encoder, samples, out.data() + total, &size);
-    total += size;
+    g729_encoder_encode_frame(enc->encoder, samples, out.data() + done.bytes, &size);
+    done.bytes += size;
     count_frame(enc->stats, size);
-    enc->silent = size != G729_SPEECH_BYTES;
+    const bool speech = size == G729_SPEECH_BYTES;
+    done.talk_begins |= speech && enc->silent;
+    enc->silent = !speech;
   }
-  return total;
+  return done;
 }
 
 // The samples to report as consumed. The base class refuses more than it handed over, and would
@@ -191,10 +198,9 @@ static GstFlowReturn kel_g729f_enc_handle_frame(GstAudioEncoder* base, GstBuffer
   GST_LOG_OBJECT(enc, "Received buffer of size %" G_GSIZE_FORMAT, in.size());
 
   const gint32 frames = frames_now(enc);
-  const bool after_silence = enc->silent;
   const gsize room = std::min<gsize>(static_cast<gsize>(frames), in.size() / kPcmBytes);
   GstBuffer* output = nullptr;
-  gsize total = 0;
+  Encoded done = {};
   if (room > 0) {
     output = gst_audio_encoder_allocate_output_buffer(base, room * G729_SPEECH_BYTES);
     if (!output) {
@@ -202,16 +208,17 @@ static GstFlowReturn kel_g729f_enc_handle_frame(GstAudioEncoder* base, GstBuffer
       return GST_FLOW_ERROR;
     }
     const BufferMap out(output, GST_MAP_WRITE);
-    total = encode_frames(enc, in, out);
+    done = encode_frames(enc, in, out);
   }
-  GST_LOG_OBJECT(enc, "Finished encoding, got %" G_GSIZE_FORMAT " bytes", total);
+  GST_LOG_OBJECT(enc, "Finished encoding, got %" G_GSIZE_FORMAT " bytes", done.bytes);
 
-  if (output && total > 0) {
-    if (total < room * G729_SPEECH_BYTES) {
-      gst_buffer_set_size(output, static_cast<gssize>(total));
+  if (output && done.bytes > 0) {
+    if (done.bytes < room * G729_SPEECH_BYTES) {
+      gst_buffer_set_size(output, static_cast<gssize>(done.bytes));
     }
-    // A payloader counts the bytes it is given; only the flag makes it look at the timestamp again.
-    if (after_silence) GST_BUFFER_FLAG_SET(output, GST_BUFFER_FLAG_DISCONT);
+    // A payloader counts the bytes it is given; the flag makes it look at the timestamp again and
+    // set the marker bit. At a descriptor it looks by itself.
+    if (done.talk_begins) GST_BUFFER_FLAG_SET(output, GST_BUFFER_FLAG_DISCONT);
   } else {
     gst_clear_buffer(&output);
   }
