@@ -28,7 +28,7 @@ struct OfBoth : testing::TestWithParam<Kind> {
     return gst_harness_push(h.get(), make_buffer(kind.packet, pts));
   }
 };
-#define FOR_BOTH_ELEMENTS(suite)                                    \
+#define FOR_BOTH_ELEMENTS(suite)                                   \
   INSTANTIATE_TEST_SUITE_P(Both, suite, testing::ValuesIn(kKinds), \
                            [](const auto& info) { return std::string(info.param.name); })
 
@@ -107,8 +107,8 @@ class Downstream {
 };
 
 // Memory runs out: in the framework's default allocator's place stands one that gives nothing for
-// every so manieth request; 0 for never. The framework does not expect it to be replaced while other
-// threads allocate.
+// every so manieth request; 0 for never. The framework does not expect it to be replaced while
+// other threads allocate.
 class NoMemory {
  public:
   explicit NoMemory(int every = 1) : usual_(gst_allocator_find(nullptr)) {
@@ -141,8 +141,8 @@ class NoMemory {
       static_cast<GstAllocatorClass*>(klass)->alloc = alloc;
     };
     static const GType made = g_type_register_static_simple(
-        GST_TYPE_ALLOCATOR, "NoMemoryAllocator", sizeof(GstAllocatorClass), init,
-        sizeof(Allocator), nullptr, static_cast<GTypeFlags>(0));
+        GST_TYPE_ALLOCATOR, "NoMemoryAllocator", sizeof(GstAllocatorClass), init, sizeof(Allocator),
+        nullptr, static_cast<GTypeFlags>(0));
     return made;
   }
 

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -93,54 +92,3 @@ inline std::vector<gsize> pull_sizes(const Harness& h) {
   }
   return sizes;
 }
-
-// What the elements write to one debug category while the object lives.
-class LogCapture {
- public:
-  struct Line {
-    GstDebugLevel level;
-    std::string text;
-  };
-
-  explicit LogCapture(const char* category) : category_(category) {
-    gst_debug_set_threshold_for_name(category, GST_LEVEL_LOG);
-    gst_debug_add_log_function(on_line, this, nullptr);
-  }
-  ~LogCapture() {
-    gst_debug_remove_log_function_by_data(this);
-    gst_debug_unset_threshold_for_name(category_.c_str());
-  }
-  LogCapture(const LogCapture&) = delete;
-  LogCapture& operator=(const LogCapture&) = delete;
-
-  std::vector<std::string> at(GstDebugLevel level) const {
-    const std::lock_guard lock(mutex_);
-    std::vector<std::string> texts;
-    for (const Line& line : lines_) {
-      if (line.level == level) texts.push_back(line.text);
-    }
-    return texts;
-  }
-  gsize count(GstDebugLevel level, const std::string& text) const {
-    const auto texts = at(level);
-    return static_cast<gsize>(std::count(texts.begin(), texts.end(), text));
-  }
-  // Waits (for at most ten seconds) until the text has come `times` times.
-  bool wait(GstDebugLevel level, const std::string& text, gsize times) const {
-    for (int i = 0; i < 10000 && count(level, text) < times; i++) g_usleep(1000);
-    return count(level, text) >= times;
-  }
-
- private:
-  static void on_line(GstDebugCategory* category, GstDebugLevel level, const gchar*, const gchar*,
-                      gint, GObject*, GstDebugMessage* message, gpointer data) {
-    auto* self = static_cast<LogCapture*>(data);
-    if (self->category_ != gst_debug_category_get_name(category)) return;
-    const std::lock_guard lock(self->mutex_);
-    self->lines_.push_back({level, gst_debug_message_get(message)});
-  }
-
-  const std::string category_;
-  mutable std::mutex mutex_;
-  std::vector<Line> lines_;
-};

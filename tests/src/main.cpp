@@ -3,15 +3,6 @@
 #include <gst/gst.h>
 #include <gtest/gtest.h>
 
-#include "tests/src/watchdog.h"
-
-namespace {
-
-// Of one test; under the sanitizers and on a loaded machine most take a tenth of it at most.
-constexpr std::chrono::minutes kLimit{5};
-
-}  // namespace
-
 int main(int argc, char** argv) {
   gst_init(&argc, &argv);
   if (const gchar* file = g_getenv("TEST_PLUGIN")) {
@@ -21,11 +12,8 @@ int main(int argc, char** argv) {
   }
   g_log_set_always_fatal(
       static_cast<GLogLevelFlags>(G_LOG_FATAL_MASK | G_LOG_LEVEL_CRITICAL | G_LOG_LEVEL_WARNING));
-  // Tests that capture log lines raise thresholds; the lines are theirs alone.
-  if (!g_getenv("GST_DEBUG")) gst_debug_remove_log_function(gst_debug_log_default);
 
   testing::InitGoogleTest(&argc, argv);
-  testing::UnitTest::GetInstance()->listeners().Append(new Watchdog(kLimit));
   const int result = RUN_ALL_TESTS();
   gst_deinit();
   return result;

@@ -146,37 +146,4 @@ TEST(Concealment, NothingFromBeforeAFlush) {
   EXPECT_EQ(link.take(end), Samples(160, 0));
 }
 
-// What a jitter buffer tells a depayloader of lost packets arrives as a loss.
-TEST(Concealment, OfLostRtpPackets) {
-  Harness sender(gst_harness_new_parse("kelg729fenc frames=2 ! rtpg729pay"));
-  Harness receiver(gst_harness_new_parse("rtpg729depay ! kelg729fdec name=dec plc=true"));
-  if (!sender || !receiver) GTEST_SKIP() << "no RTP elements";
-  gst_harness_set_src_caps_str(sender.get(), kRawCaps);
-  gst_harness_set_src_caps_str(receiver.get(),
-                               "application/x-rtp, media=audio, clock-rate=8000, "
-                               "encoding-name=G729, payload=18");
-  for (gsize i = 0; i < 20; i++) {
-    const GstClockTime now = 2 * i * kTick;
-    gst_harness_push(sender.get(), make_buffer(2 * kPcm, now, static_cast<guint32>(i)));
-    GstBuffer* packet = gst_harness_pull(sender.get());
-    GST_BUFFER_PTS(packet) = now;
-    if (i % 5 < 3) {
-      gst_harness_push(receiver.get(), packet);
-      continue;
-    }
-    gst_buffer_unref(packet);
-    gst_harness_push_event(
-        receiver.get(),
-        gst_event_new_custom(GST_EVENT_CUSTOM_DOWNSTREAM,
-                             gst_structure_new("GstRTPPacketLost", "timestamp", G_TYPE_UINT64, now,
-                                               "duration", G_TYPE_UINT64, 2 * kTick, nullptr)));
-  }
-  GstClockTime end = 0;
-  while (Buffer buffer{gst_harness_try_pull(receiver.get())}) {
-    EXPECT_EQ(GST_BUFFER_PTS(buffer.get()), end);
-    end += GST_BUFFER_DURATION(buffer.get());
-  }
-  EXPECT_EQ(end, 40 * kTick);
-}
-
 }  // namespace

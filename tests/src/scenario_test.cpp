@@ -100,10 +100,4 @@ TEST(Scenario, LateWakeups) {
   EXPECT_EQ(scenario.counter("late-wakeups"), 1u);
 }
 
-TEST(Scenario, WarnsOnceForEachDescriptorWithoutClock) {
-  LogCapture log("g729fdec");
-  Scenario().play("no-clock 3{ 2 t+50 }");
-  EXPECT_EQ(log.count(GST_LEVEL_WARNING, "No clock, unable to do DTX"), 3u);
-}
-
 }  // namespace

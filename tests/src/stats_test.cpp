@@ -1,6 +1,4 @@
-// What applications and payloaders read off the elements: counters, tags, talk spurts.
-#include <gst/rtp/gstrtpbuffer.h>
-
+// What applications and payloaders read off the elements: counters and tags.
 #include <map>
 
 #include "tests/src/live.h"
@@ -71,24 +69,6 @@ TEST(Stats, Decoder) {
   EXPECT_EQ(stats(element.get()), want);
 }
 
-// Read by one thread while another one counts.
-TEST(Stats, FromAnotherThread) {
-  Harness h = make_encoder(1);
-  const auto element = find(h, "kelg729fenc");
-  const auto push = [](gpointer data) -> gpointer {
-    for (gsize i = 0; i < kFrames; i++) gst_harness_push(static_cast<GstHarness*>(data), audio(i));
-    return nullptr;
-  };
-  GThread* thread = g_thread_new("push", push, h.get());
-  guint64 last = 0;
-  while (last < kFrames) {
-    const guint64 now = stats(element.get())["frames"];
-    EXPECT_GE(now, last);
-    last = now;
-  }
-  g_thread_join(thread);
-}
-
 TEST(Tags, CodecAndBitRate) {
   Harness constant = make_encoder(2, false);
   Harness silence = make_encoder(2, true);
@@ -122,38 +102,6 @@ TEST(Tags, CodecAndBitRate) {
     g_free(codec);
     gst_tag_list_unref(tags);
   }
-}
-
-// The first packet of every talk spurt after silence has the marker bit, and all RTP times are
-// those of the samples.
-TEST(TalkSpurts, MarkerAndTime) {
-  Harness pay(gst_harness_new_parse(
-      "kelg729fenc name=enc annexb=true frames=1 ! rtpg729pay timestamp-offset=0"));
-  if (!pay) GTEST_SKIP() << "no RTP elements";
-  gst_harness_set_src_caps_str(pay.get(), kRawCaps);
-  Harness plain = make_encoder(1, true);
-  bool silent = false;
-  gsize spurts = 0;
-  for (gsize i = 0; i < kFrames; i++) {
-    gst_harness_push(plain.get(), audio(i));
-    gst_harness_push(pay.get(), audio(i));
-    const Buffer frame(gst_harness_try_pull(plain.get()));
-    const Buffer packet(gst_harness_try_pull(pay.get()));
-    ASSERT_EQ(!frame, !packet);
-    const gsize size = frame ? gst_buffer_get_size(frame.get()) : 0;
-    if (packet) {
-      GstRTPBuffer rtp = GST_RTP_BUFFER_INIT;
-      ASSERT_TRUE(gst_rtp_buffer_map(packet.get(), GST_MAP_READ, &rtp));
-      EXPECT_EQ(gst_rtp_buffer_get_timestamp(&rtp), i * 80);
-      if (size == 10) {
-        EXPECT_EQ(gst_rtp_buffer_get_marker(&rtp), silent) << i;
-      }
-      gst_rtp_buffer_unmap(&rtp);
-    }
-    spurts += size == 10 && silent;
-    silent = size != 10;
-  }
-  EXPECT_EQ(spurts, 2u);
 }
 
 }  // namespace
