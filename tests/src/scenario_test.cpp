@@ -60,7 +60,7 @@ INSTANTIATE_TEST_SUITE_P(ByTheClock, Scenarios, testing::ValuesIn(kByTheClock), 
 
 // By the packets' timestamps; noise in its time.
 constexpr Row kByTimestamps[] = {
-    {"LossTold", "20@0 gap@20+25 gap@45+15 10@60", "s0..20 C20..60 s60..70"},
+    {"LossTold", "20@0 gap@20+24 gap@44+16 10@60", "s0..20 C20..60 s60..70"},
     {"LossNotTold", "10@0 10@50 10@60", "s0..10 C10..50 s50..70"},
     {"LossOfUnknownLength", "10@0 gap@10+0 10@30 gap@40+0 10@40", "s0..10 C10..30 s30..50"},
     {"LossOfSeconds", "10@0 10@3000", "s0..10 C10..3000 s3000..3010"},
@@ -69,8 +69,8 @@ constexpr Row kByTimestamps[] = {
     {"LossInSilence", "2@0 gap@10+20 10@30 hush@40+10", "s0..10 N10..30 s30..40 C40..50"},
     {"LossToldTwice", "10@0 gap@10+20 gap@20+20 10@40", "s0..10 C10..40 s40..50"},
     {"Hole", "10@0 hole@10+20 10@30", "s0..10 s30..40"},
-    {"ToTheSample", "2@0 10@33.5", "s0..10 N10..33.5 s33.5..43.5"},
-    {"TimestampsWaver", "10@0 10@13 10@18.5 10@31", "s0..40"},
+    {"ToTheFrame", "2@0 10@34.9 2@45.1 10@74.9", "s0..10 N10..30 s30..50 N50..70 s70..80"},
+    {"TimestampsWaver", "10@0 10@13 10@18.5 10@31 10@49 10@51", "s0..60"},
     {"FasterThanTheClock", "10@0 2@10 10@500 2@510 2@800 10@900",
      "s0..20 N20..500 s500..520 N520..800 s800..810 N810..900 s900..910"},
     {"SilenceAtTheEnd", "2@0 hush@10+100 eos", "s0..10 N10..110"},

@@ -12,32 +12,36 @@ namespace {
 static_assert(kLineFrame == Time{kFrameTime});
 
 // What is made without a break: a second, so that the end of a stream is not far off.
-constexpr gsize kMostSamples = GST_SECOND / kLineSample;
+constexpr gsize kMostFrames = GST_SECOND / kLineFrame;
 
 GstClockTime clock_time(Time time) {
   return time == kUnknown ? GST_CLOCK_TIME_NONE : static_cast<GstClockTime>(time);
 }
 
-// The next of the samples that are missing, at most a second of them; null without memory. Counts
+// The next of the frames that are missing, at most a second of them; null without memory. Counts
 // them off.
-GstBuffer* make_part(KelG729fDec* dec, gsize* samples) {
-  const gsize count = std::min(*samples, kMostSamples);
+GstBuffer* make_part(KelG729fDec* dec, gsize* frames) {
+  const gsize count = std::min(*frames, kMostFrames);
   GstBuffer* part =
-      gst_audio_decoder_allocate_output_buffer(GST_AUDIO_DECODER(dec), count * sizeof(gint16));
+      gst_audio_decoder_allocate_output_buffer(GST_AUDIO_DECODER(dec), count * kPcmBytes);
   if (part && !kel_g729f_fill_buffer(dec, part)) gst_clear_buffer(&part);
-  *samples -= count;
+  *frames -= count;
   return part;
 }
 
-// Pushes the samples from `begin` on, as parts of what the base class takes for the frame `input`.
+gsize frames_of(Time time) {
+  return static_cast<gsize>(time / kLineFrame);
+}
+
+// Pushes what is missing from `begin` on, as parts of what the base class takes for the frame
+// `input`.
 GstFlowReturn push(KelG729fDec* dec, GstBuffer* input, Time begin, Time missing) {
-  auto samples = static_cast<gsize>(missing / kLineSample);
-  GST_LOG_OBJECT(dec, "Making %" G_GSIZE_FORMAT " samples", samples);
+  gsize frames = frames_of(missing);
+  if (frames > 0) GST_LOG_OBJECT(dec, "Making %" G_GSIZE_FORMAT " frames", frames);
   GstFlowReturn flow = GST_FLOW_OK;
-  const Time end = begin + missing;
-  while (flow == GST_FLOW_OK && samples > 0) {
-    GST_BUFFER_PTS(input) = clock_time(end - static_cast<Time>(samples) * kLineSample);
-    GstBuffer* part = make_part(dec, &samples);
+  while (flow == GST_FLOW_OK && frames > 0) {
+    GST_BUFFER_PTS(input) = clock_time(begin + missing - static_cast<Time>(frames) * kLineFrame);
+    GstBuffer* part = make_part(dec, &frames);
     if (!part) return GST_FLOW_ERROR;
     flow = gst_audio_decoder_finish_subframe(GST_AUDIO_DECODER(dec), part);
   }
@@ -60,10 +64,10 @@ Time kel_g729f_time(GstClockTime time) {
 
 bool kel_g729f_fill_buffer(KelG729fDec* dec, GstBuffer* buffer) {
   const BufferMap out(buffer, GST_MAP_WRITE);
-  if (out.size() == 0) return false;
-  const gsize made = plc_fill(dec->plc, dec->decoder, out.data(), out.size() / sizeof(gint16));
-  stats_add(dec->plc.silent ? dec->stats.comfort_noise : dec->stats.concealed, made);
-  return true;
+  const gsize frames = out.size() / kPcmBytes;
+  plc_fill(dec->plc, dec->decoder, out.data(), frames);
+  stats_add(dec->plc.silent ? dec->stats.comfort_noise : dec->stats.concealed, frames);
+  return frames > 0;
 }
 
 GstFlowReturn kel_g729f_finish_noise(KelG729fDec* dec, GstBuffer* noise) {
@@ -81,7 +85,7 @@ GstFlowReturn kel_g729f_fill_before(KelG729fDec* dec, GstBuffer* packet, gsize f
   const Entry entry = timeline_packet(dec->line, kel_g729f_time(GST_BUFFER_PTS(packet)),
                                       static_cast<Time>(frames * kFrameTime), descriptor);
   g_mutex_unlock(&dec->lock);
-  *cut = static_cast<gsize>(entry.cut / kLineSample) * sizeof(gint16);
+  *cut = frames_of(entry.cut) * kPcmBytes;
   const GstFlowReturn flow = push(dec, packet, entry.begin, entry.fill);
   if (entry.begin != kUnknown) GST_BUFFER_PTS(packet) = clock_time(entry.begin + entry.fill);
   return flow;
@@ -102,10 +106,10 @@ void kel_g729f_fill_rest(KelG729fDec* dec) {
   const Time rest = timeline_rest(dec->line);
   timeline_restart(dec->line, kUnknown);
   g_mutex_unlock(&dec->lock);
-  auto samples = static_cast<gsize>(rest / kLineSample);
+  gsize frames = frames_of(rest);
   GstFlowReturn flow = GST_FLOW_OK;
-  while (flow == GST_FLOW_OK && samples > 0) {
-    GstBuffer* part = make_part(dec, &samples);
+  while (flow == GST_FLOW_OK && frames > 0) {
+    GstBuffer* part = make_part(dec, &frames);
     if (!part) return;
     flow = kel_g729f_finish_noise(dec, part);
   }

@@ -19,7 +19,7 @@ GstFlowReturn kel_g729f_fill_gap(KelG729fDec* dec, GstBuffer* gap);
 // Pushes what has been told of before the stream ended.
 void kel_g729f_fill_rest(KelG729fDec* dec);
 
-// Makes the next samples, a buffer full; false when it cannot be written to.
+// Makes the next frames, a buffer full; false when it cannot be written to.
 bool kel_g729f_fill_buffer(KelG729fDec* dec, GstBuffer* buffer);
 
 // Hands the base class a frame for which it had no packet. It warns of each; the element takes such

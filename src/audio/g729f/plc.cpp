@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <iterator>
 
 #include "src/audio/g729f/frame.h"
 
@@ -35,33 +34,24 @@ double fade(gsize position) {
 }
 
 // Brings the frame down to the louder one of the last two good ones, and fades it.
-void attenuate(Concealment& plc) {
+void attenuate(const Concealment& plc, gint16* frame) {
   const double most = std::max(energy(plc.recent), energy(plc.recent + G729_FRAME_SAMPLES));
-  const double now = energy(plc.frame);
+  const double now = energy(frame);
   const double gain = now > most ? std::sqrt(most / now) : 1;
   for (gsize n = 0; n < G729_FRAME_SAMPLES; n++) {
-    plc.frame[n] = static_cast<gint16>(plc.frame[n] * gain * fade(plc.lost + n));
+    frame[n] = static_cast<gint16>(frame[n] * gain * fade(plc.lost + n));
   }
 }
 
 // What is silent already does not ask the codec.
-void conceal_frame(Concealment& plc, G729DecoderState* decoder) {
+void conceal_frame(Concealment& plc, G729DecoderState* decoder, gint16* frame) {
   if (plc.lost < kFadeEnd) {
-    decode_erased(decoder, plc.frame);
-    attenuate(plc);
+    decode_erased(decoder, frame);
+    attenuate(plc, frame);
   } else {
-    std::fill(std::begin(plc.frame), std::end(plc.frame), gint16{0});
+    std::fill_n(frame, G729_FRAME_SAMPLES, gint16{0});
   }
   plc.lost += G729_FRAME_SAMPLES;
-}
-
-void make_frame(Concealment& plc, G729DecoderState* decoder) {
-  if (plc.silent) {
-    g729_decoder_decode_frame(decoder, nullptr, 0, plc.frame);
-  } else {
-    conceal_frame(plc, decoder);
-  }
-  plc.left = G729_FRAME_SAMPLES;
 }
 
 }  // namespace
@@ -71,7 +61,7 @@ void plc_reset(Concealment& plc) {
 }
 
 void plc_note_good(Concealment& plc, const guint8* pcm, gsize frames, bool sid) {
-  plc.left = plc.lost = 0;
+  plc.lost = 0;
   plc.silent = sid;
   if (frames == 0) return;
   if (frames == 1) std::memcpy(plc.recent, plc.recent + G729_FRAME_SAMPLES, kPcmBytes);
@@ -80,18 +70,14 @@ void plc_note_good(Concealment& plc, const guint8* pcm, gsize frames, bool sid) 
               pcm + frames * kPcmBytes - kept, kept);
 }
 
-gsize plc_fill(Concealment& plc, G729DecoderState* decoder, guint8* pcm, gsize samples) {
-  gsize frames = 0;
-  while (samples > 0) {
-    if (plc.left == 0) {
-      make_frame(plc, decoder);
-      frames++;
+void plc_fill(Concealment& plc, G729DecoderState* decoder, guint8* pcm, gsize frames) {
+  for (; frames > 0; frames--, pcm += kPcmBytes) {
+    gint16 frame[G729_FRAME_SAMPLES];
+    if (plc.silent) {
+      g729_decoder_decode_frame(decoder, nullptr, 0, frame);
+    } else {
+      conceal_frame(plc, decoder, frame);
     }
-    const gsize count = std::min(plc.left, samples);
-    std::memcpy(pcm, plc.frame + G729_FRAME_SAMPLES - plc.left, count * sizeof(gint16));
-    pcm += count * sizeof(gint16);
-    plc.left -= count;
-    samples -= count;
+    std::memcpy(pcm, frame, kPcmBytes);
   }
-  return frames;
 }

@@ -2,12 +2,7 @@
 //
 // Lost speech becomes the codec's own concealment of erased frames, no louder than the last good
 // speech and faded out by the time the loss has lasted 100 ms; silence after that. Comfort noise is
-// what the codec decodes from untransmitted frames. Either comes in any number of samples:
-//
-//   asked for   |<------ 25 ms ------>|<- 15 ms ->|
-//   frames      | erased  | erased  | erased  | erased  |
-//   played      |---------|---------|----:----|---------|
-//                                        the rest of a frame waits for more of the same
+// what the codec decodes from untransmitted frames.
 //
 // Not for more than one thread at a time.
 #pragma once
@@ -18,8 +13,6 @@
 
 struct Concealment {
   gint16 recent[2 * G729_FRAME_SAMPLES];  // the last two good frames
-  gint16 frame[G729_FRAME_SAMPLES];       // the last one made
-  gsize left;                             // samples at its end that have not been played
   gsize lost;                             // samples of speech made since the last good packet
   gboolean silent;                        // a silence descriptor came last
 };
@@ -30,6 +23,5 @@ void plc_reset(Concealment& plc);
 // follows.
 void plc_note_good(Concealment& plc, const guint8* pcm, gsize frames, bool sid);
 
-// Makes the next `samples` into `pcm`, noise in silence, else concealed speech; returns how many
-// frames that took.
-gsize plc_fill(Concealment& plc, G729DecoderState* decoder, guint8* pcm, gsize samples);
+// Makes the next `frames` into `pcm`: noise in silence, else concealed speech.
+void plc_fill(Concealment& plc, G729DecoderState* decoder, guint8* pcm, gsize frames);

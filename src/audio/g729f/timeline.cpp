@@ -4,19 +4,18 @@
 
 namespace {
 
-// To the nearest sample.
-Time whole_samples(Time time) {
-  return (time + kLineSample / 2) / kLineSample * kLineSample;
+// To the nearest frame.
+Time whole_frames(Time time) {
+  return (time + kLineFrame / 2) / kLineFrame * kLineFrame;
 }
 
 bool new_time(const Timeline& line, Time pts) {
   return line.end == kUnknown || pts > line.end + kMostMissing || pts < line.end - kMostLate;
 }
 
-// Timestamps waver, and the sender's clock is not ours: packets that follow each other are left
-// together while they are less than a frame apart.
+// Packets that follow each other are left together a little longer than others.
 Time least_correction(const Timeline& line) {
-  return line.made ? 1 : kLineFrame;
+  return line.made ? kLineFrame / 2 : kLineFrame;
 }
 
 }  // namespace
@@ -36,8 +35,8 @@ Entry timeline_packet(Timeline& line, Time pts, Time duration, bool descriptor) 
     entry.begin = line.end = pts;
   } else if (line.follows) {
     const Time missing = pts - line.end;
-    if (missing >= least_correction(line)) entry.fill = whole_samples(missing);
-    if (-missing >= least_correction(line)) entry.cut = std::min(whole_samples(-missing), duration);
+    if (missing >= least_correction(line)) entry.fill = whole_frames(missing);
+    if (-missing >= least_correction(line)) entry.cut = std::min(whole_frames(-missing), duration);
   }
   if (line.end != kUnknown) line.end += entry.fill + duration - entry.cut;
   line.made = false;
@@ -50,14 +49,14 @@ Entry timeline_gap(Timeline& line, Time pts, Time duration) {
   duration = std::min(duration, kMostMissing);
   if (new_time(line, pts)) line.end = pts;
   Entry entry{line.end, 0, 0};
-  const Time missing = pts + duration - line.end;
   if (line.silent) {
     line.told = std::max(line.told, pts + duration);
-  } else if (missing > 0) {
-    entry.fill = whole_samples(std::min(missing, kMostMissing));
-    line.end += entry.fill;
-    line.made = true;
+    return entry;
   }
+  const Time missing = std::clamp<Time>(pts + duration - line.end, 0, kMostMissing);
+  entry.fill = whole_frames(missing);
+  line.end += entry.fill;
+  line.made = line.made || entry.fill > 0;
   return entry;
 }
 
@@ -67,7 +66,7 @@ void timeline_skip(Timeline& line, Time pts, Time duration) {
 
 Time timeline_rest(Timeline& line) {
   const Time rest = line.told == kUnknown ? 0 : std::max<Time>(0, line.told - line.end);
-  return whole_samples(std::min(rest, kMostMissing));
+  return whole_frames(std::min(rest, kMostMissing));
 }
 
 void timeline_begin_noise(Timeline& line, Time now) {
@@ -91,5 +90,5 @@ void timeline_resume(Timeline& line, Time lost) {
 }
 
 Time timeline_allowance(Time total, Time upstream) {
-  return upstream < total ? upstream + (total - upstream) / 2 : total;
+  return total < upstream ? upstream + kLineFrame : upstream + (total - upstream) / 2;
 }

@@ -3,15 +3,17 @@
 // There are two receivers. One goes by the clock alone: noise is due 10 ms, 20 ms ... after a
 // descriptor, and nothing here looks at timestamps. The other follows the packets' timestamps:
 //
-//   packets   | speech |   (lost)   | speech |SID|                  | speech |
-//   output    | speech | concealed  | speech |SID| noise | noise |no| speech |
-//                                                ^end    ^+ latency: due     ^ to the sample
+//   packets   | speech |   (lost)   | speech |SID|                 | speech |
+//   output    | speech | concealed  | speech |SID| noise | noise |...| speech |
+//                                                ^end    ^+ allowance: due
 //
 // - Audio has no holes and no overlaps: every piece begins at `end`, where the last one ended.
-// - A packet's audio begins within a frame of its timestamp; after audio that was made for want of
-//   packets, at the nearest sample. What is missing before it is made first; what of it comes too
-//   late, because its time is already filled, is cut off.
-// - So `end` is what the timestamps say, to within a frame: the audio made is the time passed.
+// - All audio comes in frames, as the sender's did. What is missing before a packet is made first,
+//   to the nearest frame; what of a packet comes too late, because its time is already filled, is
+//   cut off likewise. Timestamps waver by less than that, and the sender's clock is not ours.
+// - So a packet's audio begins within half a frame of its timestamp where something was made before
+//   it, and within a frame where packets follow each other.
+// - `end` is what the timestamps say, to within a frame: the audio made is the time passed.
 // - Noise for a moment is due at that moment plus what the pipeline allows, never by arrival. As
 //   long as no latency or no timestamps are known, it is due by the clock alone.
 // - A timestamp so far off that no loss explains it begins a new time, at which `end` starts again.
@@ -27,8 +29,6 @@ using Time = std::int64_t;
 constexpr Time kUnknown = INT64_MIN;
 constexpr Time kMillisecond = 1000000;
 constexpr Time kLineFrame = 10 * kMillisecond;
-constexpr Time kLineSample = kLineFrame / 80;
-static_assert(kLineSample * 80 == kLineFrame);
 
 // The longest silence or loss that is filled, and the most by which a packet may come too late.
 constexpr Time kMostMissing = 3600000 * kMillisecond;
@@ -45,7 +45,7 @@ struct Timeline {
   Time allowance = kUnknown;  // how long after its running time audio may be made
 };
 
-// What to do for a packet, in this order; whole samples, none of them negative.
+// What to do for a packet, in this order; whole frames, none of them negative.
 struct Entry {
   Time begin;  // timestamp of what comes out first, or unknown
   Time fill;   // to be made before the packet
@@ -79,5 +79,6 @@ void timeline_noise(Timeline& line);
 void timeline_resume(Timeline& line, Time lost);
 
 // The allowance in a pipeline whose latency is `total`, of which `upstream` passes before a packet
-// is here: half of the rest is left to what comes after.
+// is here: half of the rest is left to what comes after. A total that is less than that means that
+// no sink waits for the clock; then a frame more does no harm.
 Time timeline_allowance(Time total, Time upstream);
