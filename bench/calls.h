@@ -68,7 +68,7 @@ extern Shared shared;
 gint64 now_ns();
 void sleep_until(gint64 ns);
 
-// Initialises GStreamer and registers the element `speechsource`; allows many files.
+// Initializes GStreamer and registers the element `speechsource`; allows many files.
 void init_calls();
 
 // Recordings, every tenth, and faint noise for the pauses.

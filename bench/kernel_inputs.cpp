@@ -26,11 +26,9 @@ void spectrum_inputs(const EncoderCoreState& before, const EncoderCoreState& aft
   copy_vector(before.lsp_old, in->lsp_old, kOrder);
   lpc_to_lsp(in->a, in->lsp, in->lsp_old);
   in->lsp_history = before.freq_prev;
-  double lsf[kOrder], lsp_q[kOrder], residual[kOrder];
-  int index[2];
+  double lsf[kOrder];
   lsp_to_lsf(in->lsp, lsf, kOrder);
-  lsp_quantize(in->lsp_history, lsf, lsp_q, residual, index);
-  interpolate_quantized_lpc(before.lsp_old_q, lsp_q, in->a_q);
+  interpolate_quantized_lpc(before.lsp_old_q, lsp_quantize(in->lsp_history, lsf).lsp_q, in->a_q);
 }
 
 // The target is the residual through the weighted synthesis filter from rest.
@@ -40,12 +38,12 @@ void pitch_inputs(const EncoderCoreState& before, const EncoderCoreState& after,
   in->t_op = open_loop_pitch(in->wsp + kPitchMax);
   double* exc = in->exc + kExcitationPast;
   copy_vector(before.old_exc, in->exc, kExcitationPast);
-  residual_filter(kOrder, in->a_q, in->window + kSpeechPast, exc, kFrame);
+  residual_filter({in->a_q, kOrder}, in->window + kSpeechPast, exc, kFrame);
   double ap1[kCoeffs], ap2[kCoeffs], rest[kOrder] = {};
   weight_lpc(in->a, kGamma1, kOrder, ap1);
   weight_lpc(in->a, kGamma2, kOrder, ap2);
   impulse_response(kOrder, ap1, ap2, in->h, kSubframe);
-  synthesis_filter(kOrder, in->a_q, in->h, in->h, kSubframe, rest, false);
+  synthesis_filter({in->a_q, kOrder}, in->h, in->h, kSubframe, rest, false);
   convolve(exc, in->h, in->xn);
 }
 
@@ -59,9 +57,9 @@ void excitation_inputs(const EncoderCoreState& before, KernelInput* in) {
   const double gain = pitch_gain(in->y1, in->xn, in->gain_terms);
   for (int i = 0; i < kSubframe; ++i) in->xn2[i] = in->xn[i] - gain * in->y1[i];
   copy_vector(in->h, h, kSubframe);
-  int signs, extra = before.fcb_extra;
-  acelp_search_17bit(in->xn2, h, in->lag.t0, before.sharp, 0, in->code, in->y2, &signs, &extra);
-  gain_correlations(in->xn, in->y1, in->y2, in->gain_terms);
+  int extra = before.fcb_extra;
+  acelp_search_17bit({in->xn2, h, in->lag.t0, before.sharp}, 0, &extra, &in->innovation);
+  gain_correlations(in->xn, in->y1, in->innovation.y, in->gain_terms);
   in->gain_history = before.past_energy;
 }
 

@@ -6,6 +6,7 @@
 
 #include "codec/dsp/gain_predictor.h"
 #include "codec/dsp/pitch.h"
+#include "codec/encoder/fixed_codebook.h"
 #include "codec/encoder/gain_quantizer.h"
 #include "codec/frame_coder.h"
 
@@ -26,7 +27,7 @@ struct KernelInput {
   double xn[kSubframe], h[kSubframe];    // target and impulse response
   PitchLag lag;
   double y1[kSubframe], xn2[kSubframe];  // filtered adaptive vector, target of the innovation
-  double code[kSubframe], y2[kSubframe];
+  Innovation innovation;
   double gain_terms[kGainTerms];
   GainHistory gain_history;
   double past[kSynthesisPast + kFrame];  // decoded synthesis up to the frame's end

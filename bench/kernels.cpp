@@ -87,11 +87,9 @@ void register_spectrum() {
     keep(lsp);
   });
   kernel("lsp_quantize", 1, [](const KernelInput& in) {
-    double lsf[kOrder], lsp_q[kOrder], residual[kOrder];
-    int index[2];
+    double lsf[kOrder];
     lsp_to_lsf(in.lsp, lsf, kOrder);
-    lsp_quantize(in.lsp_history, lsf, lsp_q, residual, index);
-    keep(index);
+    keep(lsp_quantize(in.lsp_history, lsf));
   });
   kernel("interpolate_lpc", 1, [](const KernelInput& in) {
     double lsf[2 * kOrder], a[2 * kCoeffs];
@@ -108,12 +106,12 @@ void register_spectrum() {
 void register_filters() {
   kernel("residual_filter", 2, [](const KernelInput& in) {
     double y[kSubframe];
-    residual_filter(kOrder, in.a_q, in.window + kSpeechPast, y, kSubframe);
+    residual_filter({in.a_q, kOrder}, in.window + kSpeechPast, y, kSubframe);
     keep(y);
   });
   kernel("synthesis_filter", 2, [](const KernelInput& in) {
     double y[kSubframe], memory[kOrder] = {};
-    synthesis_filter(kOrder, in.a_q, in.exc + kExcitationPast, y, kSubframe, memory, true);
+    synthesis_filter({in.a_q, kOrder}, in.exc + kExcitationPast, y, kSubframe, memory, true);
     keep(y);
   });
   kernel("convolve", 2, [](const KernelInput& in) {
@@ -135,32 +133,33 @@ void register_pitch() {
 // The searches sharpen the impulse response in place, so each call works on a copy.
 void register_codebooks() {
   kernel("acelp_search_11bit", 2, [](const KernelInput& in) {
-    double h[kSubframe], code[kSubframe], y[kSubframe];
-    int signs;
+    double h[kSubframe];
+    Innovation innovation;
     copy_vector(in.h, h, kSubframe);
-    keep(acelp_search_11bit(in.xn2, h, in.lag.t0, 0.5, code, y, &signs));
+    keep(acelp_search_11bit({in.xn2, h, in.lag.t0, 0.5}, &innovation));
   });
   kernel("acelp_search_17bit", 2, [extra = 0](const KernelInput& in) mutable {
-    double h[kSubframe], code[kSubframe], y[kSubframe];
-    int signs;
+    double h[kSubframe];
+    Innovation innovation;
     copy_vector(in.h, h, kSubframe);
-    keep(acelp_search_17bit(in.xn2, h, in.lag.t0, 0.5, 0, code, y, &signs, &extra));
+    keep(acelp_search_17bit({in.xn2, h, in.lag.t0, 0.5}, 0, &extra, &innovation));
   });
   for (const LpMode mode : {kForward, kBackward})
     kernel(mode == kForward ? "acelp_search_118_forward" : "acelp_search_118_backward", 2,
            [mode](const KernelInput& in) {
-             double h[kSubframe], code[kSubframe], y[kSubframe];
-             int words[kCodebookWords118];
+             double h[kSubframe];
+             Innovation innovation;
+             int words[kMaxCodeWords];
              copy_vector(in.h, h, kSubframe);
-             acelp_search_118(mode, in.xn2, h, in.lag.t0, 0.5, code, y, words);
+             acelp_search_118(mode, {in.xn2, h, in.lag.t0, 0.5}, &innovation, words);
              keep(words);
            });
   kernel("gain_quantize", 2, [](const KernelInput& in) {
-    double terms[kGainTerms], pitch, code;
+    double terms[kGainTerms];
     copy_vector(in.gain_terms, terms, kGainTerms);
-    gain_correlations(in.xn, in.y1, in.y2, terms);
+    gain_correlations(in.xn, in.y1, in.innovation.y, terms);
     GainHistory history = in.gain_history;
-    keep(gain_quantize(in.code, terms, kSubframe, &pitch, &code, 0, &history));
+    keep(gain_quantize({in.innovation.code, terms, false}, &history));
   });
 }
 
@@ -168,8 +167,9 @@ void register_decoder() {
   constexpr PostFilterSettings settings = {0.7, 0.55, 0.5, 20};
   kernel("postfilter_subframe", 2, [=, state = PostFilterState{}](const KernelInput& in) mutable {
     double out[kSubframe];
-    keep(postfilter_subframe(&state, in.t0_decoded, in.past + kSynthesisPast, in.a_decoded, out,
-                             settings, kOrder, kSpeech8k));
+    const PostFilterInput input = {
+        in.past + kSynthesisPast, {in.a_decoded, kOrder}, in.t0_decoded, kSpeech8k};
+    keep(postfilter_subframe(&state, input, settings, out));
     keep(out);
   });
   kernel("long_term_postfilter", 2, [](const KernelInput& in) {
@@ -197,9 +197,9 @@ void register_decoder() {
 
 void register_silence() {
   kernel("vad_decide", 1, [state = VadState{}](const KernelInput& in) mutable {
-    double lsf[kOrder], energy_db;
+    double lsf[kOrder];
     lsp_to_lsf(in.lsp, lsf, kOrder);
-    keep(vad_decide(&state, in.rc[1], lsf, in.r, in.window, 1000, 1, 1, &energy_db));
+    keep(vad_decide(&state, {in.rc[1], lsf, in.r, in.window, 1000, true, true}));
   });
   kernel("sid_quantize_lsp", 1, [](const KernelInput& in) {
     SidParameters sid;
@@ -213,14 +213,12 @@ void register_silence() {
   });
   kernel("comfort_noise_decode", 1, [=](const KernelInput& in) {
     ComfortNoiseState state = {.sid_gain = 30, .cur_gain = 30};
-    double exc[kExcitationPast + kFrame], lsp_old[kOrder], a[2 * kCoeffs];
+    double exc[kExcitationPast + kFrame], lsp_old[kOrder];
     copy_vector(in.exc, exc, kExcitationPast);
     copy_vector(in.lsp_old, lsp_old, kOrder);
-    int16_t seed = kNoiseSeed;
     LspHistory history = in.lsp_history;
-    NoiseSubframe applied[kSubframes];
-    comfort_noise_decode(&state, kNoTransmission, nullptr, 0.0, exc + kExcitationPast, lsp_old, a,
-                         &seed, &history, applied);
+    keep(comfort_noise_decode(&state, {kNoTransmission, nullptr, 0.0}, exc + kExcitationPast,
+                              lsp_old, &history));
     keep(exc);
   });
 }

@@ -38,20 +38,21 @@ void begin_frame(DecoderCoreState* state, DecodedFrame* frame) {
 
 void decode_noise(DecoderCoreState* state, DecodedFrame* frame) {
   double* exc = state->old_exc + kExcitationPast;
-  NoiseSubframe applied[kSubframes];
+  const NoiseInput input = {state->past_frame_type,
+                            frame->type == kSid ? &state->parameters.sid : nullptr,
+                            state->frame_energy};
+  const NoiseFrame noise =
+      comfort_noise_decode(&state->noise, input, exc, state->lsp_old, &state->lsp.lsp_predictor);
   frame->order = kOrder;
-  comfort_noise_decode(&state->noise, state->past_frame_type,
-                       frame->type == kSid ? &state->parameters.sid : nullptr, state->frame_energy,
-                       exc, state->lsp_old, frame->a, &state->noise_seed, &state->lsp.lsp_predictor,
-                       applied);
+  copy_vector(noise.a, frame->az_out, kSubframes * kCoeffs);
   for (int k = 0; k < kSubframes; ++k) {
     frame->pitch_delay[k] = 0;
-    phase_dispersion_update(&state->dispersion, applied[k].gain_pitch, applied[k].gain_code);
+    phase_dispersion_update(&state->dispersion, noise.applied[k].gains);
     frame->heard[k] = exc + k * kSubframe;
   }
   state->sharp = kSharpMin;
   state->bwd35_count = 0;
-  backward_smoothing_restart(&state->smoothing, frame->filter(kSubframes - 1));
+  backward_smoothing_restart(&state->smoothing, frame->filter(kSubframes - 1).a);
 }
 
 // All but the new samples of the synthesis, for which the past moves on.

@@ -38,7 +38,6 @@ struct DecoderCoreState {
   int old_t0_frac = 0;
 
   ComfortNoiseState noise;
-  int16_t noise_seed = kNoiseSeed;
   int16_t erasure_seed = kErasureSeed;
   double frame_energy = 0;  // excitation energy of the last good speech frame
 

@@ -8,9 +8,7 @@
 namespace g729 {
 inline namespace KELG729F_TARGET {
 
-struct GainDecoderState {
-  double gain_pitch = 0;             // adaptive gain of the last subframe
-  double gain_code = 0;              // fixed gain of the last subframe
+struct GainDecoderState : Gains {    // of the last subframe
   GainHistory past_energy;           // predictor memory
   double erasure_attenuation = 1.0;  // fading of the 11.8 kbit/s gains, 1.0 on good frames
   int erasure_count = 0;             // erased subframes since the last good frame

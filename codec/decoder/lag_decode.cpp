@@ -16,19 +16,23 @@ PitchLag decode_second_6k4(int index, int t0_min) {
   return r == 2 ? PitchLag{t0_min + q + 3, -1} : PitchLag{t0_min + q + 2, r};
 }
 
-}  // namespace
-
-PitchLag pitch_lag_decode_first(int index) {
+PitchLag decode_first(int index) {
   if (index >= kFractionalIndices) return {index - 112, 0};
   const int q = (index + 2) / 3;
   return {q + 19, index - 3 * q + 1};
 }
 
-PitchLag pitch_lag_decode_second(int index, int first_t0, FrameType type) {
-  const int t0_min = second_lag_min(first_t0);
-  if (type == kSpeech6k4) return decode_second_6k4(index & 15, t0_min);
+PitchLag decode_second(int index, int t0_min) {
   const int q = (index + 2) / 3;
   return {t0_min + q - 1, index + 1 - 3 * q};
+}
+
+}  // namespace
+
+PitchLag pitch_lag_decode(int index, const int* first_t0, FrameType type) {
+  if (!first_t0) return decode_first(index);
+  const int t0_min = second_lag_min(*first_t0);
+  return type == kSpeech6k4 ? decode_second_6k4(index & 15, t0_min) : decode_second(index, t0_min);
 }
 
 }  // namespace KELG729F_TARGET

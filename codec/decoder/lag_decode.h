@@ -6,11 +6,9 @@
 namespace g729 {
 inline namespace KELG729F_TARGET {
 
-// First subframe, 8-bit index, all rates.
-PitchLag pitch_lag_decode_first(int index);
-
-// Second subframe, relative to the first one's integer lag: a 5-bit index, at 6.4 kbit/s 4 bits.
-PitchLag pitch_lag_decode_second(int index, int first_t0, FrameType type);
+// Lag of a subframe. The first one's index has 8 bits, first_t0 is null; the second one's, 5 bits,
+// at 6.4 kbit/s 4 bits, is relative to the first one's integer lag.
+PitchLag pitch_lag_decode(int index, const int* first_t0, FrameType type);
 
 }  // namespace KELG729F_TARGET
 }  // namespace g729

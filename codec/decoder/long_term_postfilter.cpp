@@ -19,7 +19,7 @@ constexpr int kLags = kShortTaps + 1;  // whole lags L - 2 .. L + 2
 constexpr int kSearchReach = 4;        // whole lags T0 - 3 .. T0 + 4 fill a vector
 
 // A delay of lag + phase/8 samples with the delayed signal's correlation and energy.
-struct Candidate {
+struct DelayCandidate {
   int lag;
   int phase;
   double corr;
@@ -64,7 +64,7 @@ void residual_covariance(const double* r, int first, double phi[kLags][kLags]) {
 }
 
 // The delays lag - 1 .. lag + 7/8 in eighths.
-struct Fractions {
+struct DelayFractions {
   double corr[2 * kDelayPhases];
   double energy[2 * kDelayPhases];
   double score[2 * kDelayPhases];  // 0 for a delay that is no candidate
@@ -72,7 +72,7 @@ struct Fractions {
 
 // Fills the eight phases from `first` on, whose four whole lags c and phi hold from `at` on.
 void evaluate_phases(const double* c, const double phi[kLags][kLags], int at, int first,
-                     Fractions* f) {
+                     DelayFractions* f) {
   Vec8 corr = {}, energy = {};
   for (int k = 0; k < kShortTaps; ++k) {
     const Vec8 tap = load(kShortDelay[k]);
@@ -91,10 +91,10 @@ void evaluate_phases(const double* c, const double phi[kLags][kLags], int at, in
 
 // The candidate around `lag` with the greatest score; its corr is 0 when none counts. c holds the
 // correlations of lags lag - 2 .. lag + 2.
-Candidate best_fraction(const double* r, int lag, const double* c) {
+DelayCandidate best_fraction(const double* r, int lag, const double* c) {
   double phi[kLags][kLags];
   residual_covariance(r, lag - 2, phi);
-  Fractions f;
+  DelayFractions f;
   evaluate_phases(c, phi, 0, 0, &f);
   evaluate_phases(c, phi, 1, kDelayPhases, &f);
   // Entry 0, a whole sample off, is no candidate: it stands for none.
@@ -121,7 +121,7 @@ void delay_signal(const double* x, const double* taps, int stride, double* out) 
 
 // The signal of a fractional winner, by the long filter where that fits better; the candidate's
 // correlation and energy follow.
-void form_delayed(const double* r, Candidate* winner, double* delayed) {
+void form_delayed(const double* r, DelayCandidate* winner, double* delayed) {
   const double* x = r - winner->lag;
   delay_signal<kLongTaps>(x + kLongTaps / 2 - 1, kLongDelay[winner->phase], 1, delayed);
   const double corr = dot(r, delayed, kSubframe), energy = dot(delayed, delayed, kSubframe);
@@ -159,7 +159,7 @@ int long_term_postfilter(const double* residual, int t0, double gamma_h, double*
   double c[kLags];
   for (int i = 0; i < kLags; ++i) c[i] = backwards[t0 + kSearchReach - (lag - 2 + i)];
 
-  Candidate winner = best_fraction(residual, lag, c);
+  DelayCandidate winner = best_fraction(residual, lag, c);
   if (winner.corr * winner.corr < kVoicing * energy * winner.energy)
     return pass_unchanged(residual, out);
   double formed[kSubframe];

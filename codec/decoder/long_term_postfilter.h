@@ -1,4 +1,4 @@
-// Long-term post-filter (clause 4.2.1): emphasises the harmonics of the residual by adding the
+// Long-term post-filter (clause 4.2.1): emphasizes the harmonics of the residual by adding the
 // residual one pitch delay back, the delay searched to an eighth of a sample.
 #pragma once
 

@@ -56,24 +56,22 @@ void gain_control(PostFilterState* state, const double* speech, const double* x,
 
 }  // namespace
 
-void postfilter_weigh(const double* a, const PostFilterSettings& settings, int order,
-                      PostFilterWork* work) {
-  weight_lpc(a, settings.gamma_d, order, work->denominator);
-  weight_lpc(a, settings.gamma_n, order, work->numerator);
+void postfilter_weigh(LpFilter filter, const PostFilterSettings& settings, PostFilterWork* work) {
+  weight_lpc(filter.a, settings.gamma_d, filter.order, work->denominator);
+  weight_lpc(filter.a, settings.gamma_n, filter.order, work->numerator);
 }
 
-void postfilter_flatten(PostFilterState* state, int t0, const double* speech,
-                        const PostFilterSettings& settings, int order, int frame_type,
-                        PostFilterWork* work) {
+void postfilter_flatten(PostFilterState* state, const PostFilterInput& in,
+                        const PostFilterSettings& settings, PostFilterWork* work) {
   double* residual = state->residual + kResidualPast;
-  residual_filter(order, work->numerator, speech, residual, kSubframe);
+  residual_filter({work->numerator, in.filter.order}, in.speech, residual, kSubframe);
   double* filtered = work->harmonic + 1;
   work->harmonic[0] = state->tilt_mem;
   work->delay = 0;
-  if (frame_type < kSpeech6k4)
+  if (in.type < kSpeech6k4)
     copy_vector(residual, filtered, kSubframe);
   else
-    work->delay = long_term_postfilter(residual, t0, settings.gamma_h, filtered);
+    work->delay = long_term_postfilter(residual, in.t0, settings.gamma_h, filtered);
   tilt_filter(work->response, settings.response_length, filtered, work->signal);
 }
 
@@ -86,17 +84,17 @@ int postfilter_finish(PostFilterState* state, const double* speech, const PostFi
   return work.delay;
 }
 
-int postfilter_subframe(PostFilterState* state, int t0, const double* speech, const double* a,
-                        double* out, const PostFilterSettings& settings, int order,
-                        int frame_type) {
+int postfilter_subframe(PostFilterState* state, const PostFilterInput& in,
+                        const PostFilterSettings& settings, double* out) {
+  const int order = in.filter.order;
   PostFilterWork work;
-  postfilter_weigh(a, settings, order, &work);
+  postfilter_weigh(in.filter, settings, &work);
   impulse_response(order, work.numerator, work.denominator, work.response,
                    settings.response_length);
-  postfilter_flatten(state, t0, speech, settings, order, frame_type, &work);
-  synthesis_filter(order, work.denominator, work.signal, work.signal, kSubframe,
+  postfilter_flatten(state, in, settings, &work);
+  synthesis_filter({work.denominator, order}, work.signal, work.signal, kSubframe,
                    state->formant_mem + kBackwardOrder - order, false);
-  return postfilter_finish(state, speech, work, out);
+  return postfilter_finish(state, in.speech, work, out);
 }
 
 }  // namespace KELG729F_TARGET

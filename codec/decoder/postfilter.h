@@ -4,6 +4,7 @@
 
 #include "codec/decoder/long_term_postfilter.h"
 #include "codec/dsp/constants.h"
+#include "codec/dsp/filters.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {
@@ -22,12 +23,18 @@ struct PostFilterSettings {
   int response_length;  // impulse response samples that measure the tilt, at most 40
 };
 
-// Filters speech[0..39] into out[0..39] with the subframe's LP vector a[0..order], order 10 or 30;
-// speech[-order..-1] must be valid. t0 is the integer pitch lag. Frames without speech
-// (frame_type below kSpeech6k4) get no long-term filtering. Returns the delay of the long-term
-// filter or 0 where there was none. out must not overlap speech.
-int postfilter_subframe(PostFilterState* state, int t0, const double* speech, const double* a,
-                        double* out, const PostFilterSettings& settings, int order, int frame_type);
+// A subframe of synthesis; speech[-order..-1] must be valid.
+struct PostFilterInput {
+  const double* speech;  // 40 samples
+  LpFilter filter;       // order 10 or 30
+  int t0;                // integer pitch lag
+  FrameType type;        // frames without speech get no long-term filtering
+};
+
+// Filters the subframe into out[0..39], which must not overlap it. Returns the delay of the
+// long-term filter or 0 where there was none.
+int postfilter_subframe(PostFilterState* state, const PostFilterInput& in,
+                        const PostFilterSettings& settings, double* out);
 
 // The same in steps, for a caller that runs recursions of its own beside those of the filter. A
 // subframe on its way through the filters:
@@ -41,14 +48,12 @@ struct PostFilterWork {
 };
 
 // First numerator and denominator. The caller then finds the response.
-void postfilter_weigh(const double* a, const PostFilterSettings& settings, int order,
-                      PostFilterWork* work);
+void postfilter_weigh(LpFilter filter, const PostFilterSettings& settings, PostFilterWork* work);
 
 // Residual, long-term and tilt filter of the speech. Leaves nothing in the state that a second call
 // would not replace.
-void postfilter_flatten(PostFilterState* state, int t0, const double* speech,
-                        const PostFilterSettings& settings, int order, int frame_type,
-                        PostFilterWork* work);
+void postfilter_flatten(PostFilterState* state, const PostFilterInput& in,
+                        const PostFilterSettings& settings, PostFilterWork* work);
 
 // After 1/A(z/gamma_d) over work->signal, in place, with formant_mem before it: gain control, and
 // the state moves on. Returns the delay.

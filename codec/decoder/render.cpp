@@ -44,8 +44,7 @@ void note_delay(DecoderCoreState* state, int delay) {
 
 void synthesize_subframe(const DecodedFrame& frame, int k, double* synthesis) {
   double* const speech = synthesis + kSynthesisPast + k * kSubframe;
-  synthesis_filter(frame.order, frame.filter(k), frame.heard[k], speech, kSubframe,
-                   speech - frame.order, false);
+  synthesis_filter(frame.filter(k), frame.heard[k], speech, kSubframe, speech - frame.order, false);
 }
 
 // Bits that no encoder sends can make the excitation grow without end, and good speech would need
@@ -68,6 +67,11 @@ bool follow_samples(DecoderCoreState* state, const DecodedFrame& frame) {
   return stop_runaway(state);
 }
 
+PostFilterInput subframe_of(const DecoderCoreState& state, const DecodedFrame& frame, int i) {
+  return {state.synthesis + kSynthesisPast + i * kSubframe, frame.filter(i), frame.pitch_delay[0],
+          frame.type};
+}
+
 // The filters one after the other. The post-filter needs to know the mode that the samples decide
 // on. Both its subframes search around the first one's lag.
 void render_in_turn(DecoderCoreState* state, const DecodedFrame& frame) {
@@ -75,11 +79,8 @@ void render_in_turn(DecoderCoreState* state, const DecodedFrame& frame) {
   follow_samples(state, frame);
   const PostFilterSettings settings = adapt_settings(state);
   for (int i = 0; i < kSubframes; ++i) {
-    const int start = i * kSubframe;
-    note_delay(state,
-               postfilter_subframe(&state->postfilter, frame.pitch_delay[0],
-                                   state->synthesis + kSynthesisPast + start, frame.filter(i),
-                                   state->output + start, settings, frame.order, frame.type));
+    note_delay(state, postfilter_subframe(&state->postfilter, subframe_of(*state, frame, i),
+                                          settings, state->output + i * kSubframe));
   }
   postprocess_highpass(&state->postprocessing, state->output, kFrame);
 }
@@ -93,9 +94,9 @@ struct SideBySide {
 
   explicit SideBySide(DecoderCoreState* s, const DecodedFrame& f) : state(s), frame(f) {
     for (int i = 0; i < kSubframes; ++i) {
-      postfilter_weigh(frame.filter(i), kPlainSettings, kOrder, &work[i]);
+      postfilter_weigh(frame.filter(i), kPlainSettings, &work[i]);
       formant[i] = all_pole(work[i].denominator);
-      synthesis[i] = all_pole(frame.filter(i));
+      synthesis[i] = all_pole(frame.filter(i).a);
     }
   }
   double* speech(int i) const { return state->synthesis + kSynthesisPast + i * kSubframe; }
@@ -111,8 +112,7 @@ struct SideBySide {
             work[i].signal};
   }
   void flatten(int i) {
-    postfilter_flatten(&state->postfilter, frame.pitch_delay[0], speech(i), kPlainSettings, kOrder,
-                       frame.type, &work[i]);
+    postfilter_flatten(&state->postfilter, subframe_of(*state, frame, i), kPlainSettings, &work[i]);
   }
   void finish(int i) {
     note_delay(state, postfilter_finish(&state->postfilter, speech(i), work[i],

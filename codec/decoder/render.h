@@ -7,7 +7,7 @@
 namespace g729 {
 inline namespace KELG729F_TARGET {
 
-// Synthesises the frame behind the past synthesis, follows the mode that its samples show and
+// Synthesizes the frame behind the past synthesis, follows the mode that its samples show and
 // filters it into state->output. A signal that grows without end is dropped. state->voicing becomes
 // the post-filter's delay.
 void render(DecoderCoreState* state, const DecodedFrame& frame);

@@ -46,11 +46,11 @@ void speech_filters(DecoderCoreState* state, DecodedFrame* frame) {
   if (frame->type == kSpeech11k8) backward_filter(state, *frame, backward);
   if (frame->lp_mode == kForward) {
     frame->order = kOrder;
-    forward_filters(state, frame->erased, frame->a);
+    forward_filters(state, frame->erased, frame->az_out);
   } else {
     frame->order = kBackwardOrder;
-    copy_vector(backward, frame->a, kBackwardCoeffs);
-    copy_vector(backward, frame->a + kBackwardCoeffs, kBackwardCoeffs);
+    copy_vector(backward, frame->az_out, kBackwardCoeffs);
+    copy_vector(backward, frame->az_out + kBackwardCoeffs, kBackwardCoeffs);
   }
 }
 
@@ -77,9 +77,8 @@ PitchLag read_lag(DecoderCoreState* state, const DecodedFrame& frame, int subfra
     print_warning(" ! Wrong Pitch 1st subfr. !   ");
     return conceal_lag(state, frame.type);
   }
-  const PitchLag lag = subframe == 0
-                           ? pitch_lag_decode_first(sent.lag)
-                           : pitch_lag_decode_second(sent.lag, frame.pitch_delay[0], frame.type);
+  const int* const first_t0 = subframe == 0 ? nullptr : &frame.pitch_delay[0];
+  const PitchLag lag = pitch_lag_decode(sent.lag, first_t0, frame.type);
   state->old_t0 = lag.t0;
   state->old_t0_frac = lag.frac;
   return lag;
@@ -137,15 +136,14 @@ void decode_subframe(DecoderCoreState* state, int k, DecodedFrame* frame) {
   pitch_excitation_interpolate(exc, lag.t0, lag.frac, kSubframe);
   read_code(state, *frame, k, code);
   read_gains(state, *frame, state->parameters.subframe[k].gain, code);
-  frame->heard[k] =
-      total_excitation(&state->dispersion, frame->type == kSpeech6k4, state->gains.gain_pitch,
-                       state->gains.gain_code, code, exc, frame->dispersed + k * kSubframe);
+  frame->heard[k] = total_excitation(&state->dispersion, frame->type == kSpeech6k4, state->gains,
+                                     code, exc, frame->dispersed + k * kSubframe);
 }
 
 }  // namespace
 
 void decode_speech(DecoderCoreState* state, DecodedFrame* frame) {
-  state->noise_seed = kNoiseSeed;
+  state->noise.noise_seed = kNoiseSeed;
   speech_filters(state, frame);
   for (int k = 0; k < kSubframes; ++k) decode_subframe(state, k, frame);
   const double* const exc = state->old_exc + kExcitationPast;

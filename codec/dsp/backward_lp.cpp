@@ -54,9 +54,9 @@ void backward_lp_analysis(BackwardLpState* state, const double* past, double* a)
   hybrid_autocorrelation(state, past, r);
   levinson_durbin(kBackwardOrder, r, a, rc, &state->levinson);
   if (saturated(a))
-    copy_vector(state->accepted, a, kBackwardCoeffs);
+    copy_vector(state->backward_a_mem, a, kBackwardCoeffs);
   else
-    copy_vector(a, state->accepted, kBackwardCoeffs);
+    copy_vector(a, state->backward_a_mem, kBackwardCoeffs);
   weight_lpc(a, kExpansion, kBackwardOrder, a);
 }
 

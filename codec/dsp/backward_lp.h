@@ -16,8 +16,8 @@ extern const double kHybridWindowTable[kHybridWindow];   // oldest sample first
 extern const double kBackwardLagWindow[kBackwardOrder];  // lags 1..30
 
 struct BackwardLpState {
-  double recursive[kBackwardCoeffs] = {};    // decaying part of the autocorrelation
-  double accepted[kBackwardCoeffs] = {1.0};  // last filter without a saturated coefficient
+  double recursive[kBackwardCoeffs] = {};          // decaying part of the autocorrelation
+  double backward_a_mem[kBackwardCoeffs] = {1.0};  // last filter without a saturated coefficient
   LevinsonMemory levinson;
 };
 

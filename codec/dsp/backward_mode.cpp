@@ -42,7 +42,7 @@ void backward_smoothing_restart(BackwardSmoothing* state, const double* a) {
   zero_vector(state->prev_filter + kCoeffs, kBackwardCoeffs - kCoeffs);
 }
 
-void backward_dominance_update(BackwardDominance* state, int lp_mode, const double* synthesis) {
+void backward_dominance_update(BackwardDominance* state, LpMode lp_mode, const double* synthesis) {
   if (kEnergyFloor + dot(synthesis, synthesis, kFrame) < kDominanceEnergy) return;
   ++(lp_mode == kBackward ? state->count_bwd : state->count_fwd);
   if (state->count_bwd + state->count_fwd == kDominanceTotal) {

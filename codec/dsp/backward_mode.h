@@ -16,7 +16,7 @@ inline constexpr double kBackwardInterpStep = 0.1;
 
 struct BackwardSmoothing {
   double backward_interp = kBackwardInterpStart;  // share of prev_filter plus one step
-  double prev_filter[kBackwardCoeffs] = {1.0};    // last quantised filter of the previous frame
+  double prev_filter[kBackwardCoeffs] = {1.0};    // last quantized filter of the previous frame
 };
 
 // smoothed = (1 - c) a + c prev_filter with c = max(0, backward_interp - 0.1), 31 coefficients.
@@ -31,15 +31,15 @@ void backward_smoothing_accept(BackwardSmoothing* state, const double* smoothed)
 void backward_smoothing_restart(BackwardSmoothing* state, const double* a);
 
 struct BackwardDominance {
-  int bwd_dominant = 0;  // 1 when backward frames clearly outnumber forward ones
+  bool bwd_dominant = false;  // backward frames clearly outnumber forward ones
   int count_bwd = 0;
   int count_fwd = 0;
 };
 
 // Counts one speech frame of the given mode (kForward at the lower rates) by its synthesis, 80
-// samples; frames below 40 dB do not count. bwd_dominant is 1 when there are more than four
+// samples; frames below 40 dB do not count. bwd_dominant is set when there are more than four
 // backward frames to a forward one; at a total of 100 both counts are halved.
-void backward_dominance_update(BackwardDominance* state, int lp_mode, const double* synthesis);
+void backward_dominance_update(BackwardDominance* state, LpMode lp_mode, const double* synthesis);
 
 // Energy of x[0..n-1] in dB, at least 0.005 and at most 93.1814, with the precision of a
 // fixed-point logarithm: the energy is cut to its five leading bits.

@@ -1,6 +1,8 @@
 // Sizes of the coder (ITU-T G.729 clause 2 and Annex E) and the codes that every module shares.
 #pragma once
 
+#include <span>
+
 namespace g729 {
 inline namespace KELG729F_TARGET {
 
@@ -35,6 +37,9 @@ inline constexpr int kAlign = 64;
 constexpr int lead(int past) {
   return (8 - past % 8) % 8;
 }
+
+// A subframe's samples as one block hands them to another.
+using Subframe = std::span<const double, kSubframe>;
 
 // Rate of a speech frame.
 enum Rate : int { kRate6k4 = 0, kRate8k = 1, kRate11k8 = 2 };

@@ -50,16 +50,15 @@ void synthesize(int m, const double* a, const double* x, double* out, int n) {
 
 // Signals that two filters with the same coefficients work on, side by side.
 struct PairSignals {
-  const double *x0, *mem0, *x1, *mem1;
-  double *y0, *y1;
+  const SynthesisRun &run0, &run1;
 };
 
 KELG729F_VEC Pair input(const PairSignals& p, int k) {
-  return Pair{p.x0[k], p.x1[k]};
+  return Pair{p.run0.x[k], p.run1.x[k]};
 }
 KELG729F_VEC void output(const PairSignals& p, int k, Pair y) {
-  p.y0[k] = lane(y, 0);
-  p.y1[k] = lane(y, 1);
+  p.run0.y[k] = lane(y, 0);
+  p.run1.y[k] = lane(y, 1);
 }
 
 // Order 10, all in registers: last[j] is the newest output whose number is j modulo 10.
@@ -67,7 +66,7 @@ void synthesize_pair_10(const double* a, const PairSignals& p) {
   static_assert(kSubframe % kOrder == 0);
   Pair c[kCoeffs], last[kOrder];
   for (int i = 1; i <= kOrder; ++i) c[i] = twice(a[i]);
-  for (int i = 0; i < kOrder; ++i) last[i] = Pair{p.mem0[i], p.mem1[i]};
+  for (int i = 0; i < kOrder; ++i) last[i] = Pair{p.run0.mem[i], p.run1.mem[i]};
   for (int k = 0; k < kSubframe; k += kOrder) {
 #pragma GCC unroll 10
     for (int j = 0; j < kOrder; ++j) {
@@ -79,7 +78,7 @@ void synthesize_pair_10(const double* a, const PairSignals& p) {
 void synthesize_pair(int m, const double* a, const PairSignals& p) {
   Pair work[kBackwardOrder + kSubframe];
   Pair* const out = work + m;
-  for (int i = 0; i < m; ++i) work[i] = Pair{p.mem0[i], p.mem1[i]};
+  for (int i = 0; i < m; ++i) work[i] = Pair{p.run0.mem[i], p.run1.mem[i]};
   for (int k = 0; k < kSubframe; ++k) {
     Pair y = input(p, k);
     for (int i = m; i >= 1; --i) y = y - a[i] * out[k - i];
@@ -111,11 +110,12 @@ void residual_10(const double* a, const double* x, double* y, int blocks) {
 
 }  // namespace
 
-void synthesis_filter(int m, const double* a, const double* x, double* y, int n, double* mem,
+void synthesis_filter(LpFilter filter, const double* x, double* y, int n, double* mem,
                       bool update) {
+  const auto [a, m] = filter;
   if (m == kOrder && n >= m && n % kLanes == 0) {
-    const AllPole filter = all_pole(a);
-    run_side_by_side(n / kLanes, AllPoleRecursion({filter, x, mem, y}));
+    const AllPole poles = all_pole(a);
+    run_side_by_side(n / kLanes, AllPoleRecursion({poles, x, mem, y}));
     if (update) copy_vector(y + n - m, mem, m);
     return;
   }
@@ -127,16 +127,16 @@ void synthesis_filter(int m, const double* a, const double* x, double* y, int n,
   if (update && n > 0) copy_vector(out + n - m, mem, m);
 }
 
-void synthesis_filter_pair(int m, const double* a, const double* x0, const double* mem0, double* y0,
-                           const double* x1, const double* mem1, double* y1) {
-  const PairSignals signals = {x0, mem0, x1, mem1, y0, y1};
-  if (m == kOrder)
-    synthesize_pair_10(a, signals);
+void synthesis_filter_pair(LpFilter filter, const SynthesisRun& run0, const SynthesisRun& run1) {
+  const PairSignals signals = {run0, run1};
+  if (filter.order == kOrder)
+    synthesize_pair_10(filter.a, signals);
   else
-    synthesize_pair(m, a, signals);
+    synthesize_pair(filter.order, filter.a, signals);
 }
 
-void residual_filter(int m, const double* a, const double* x, double* y, int n) {
+void residual_filter(LpFilter filter, const double* x, double* y, int n) {
+  const auto [a, m] = filter;
   if (m == kOrder && n % kLanes == 0) return residual_10(a, x, y, n / kLanes);
   int k = 0;
   for (; k + kLanes <= n; k += kLanes) store(y + k, residual(m, a, x + k));
@@ -176,7 +176,7 @@ void impulse_response(int m, const double* num, const double* den, double* h, in
   double x[kSubframe] = {}, y[kSubframe];
   copy_vector(num, x, n < m + 1 ? n : m + 1);
   double mem[kBackwardOrder] = {};
-  synthesis_filter(m, den, x, y, (n + kLanes - 1) / kLanes * kLanes, mem, false);
+  synthesis_filter({den, m}, x, y, (n + kLanes - 1) / kLanes * kLanes, mem, false);
   copy_vector(y, h, n);
 }
 

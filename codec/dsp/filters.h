@@ -29,24 +29,32 @@ inline double dot(const double* x, const double* y, int n) {
   return total;
 }
 
+// A filter in use: a[0..order], a[0] = 1.0, order m = 0..kBackwardOrder.
+struct LpFilter {
+  const double* a;
+  int order;
+};
+
 // y[k] = x[k] - sum_{i=1..m} a[i] y[k-i], the all-pole filter 1/A(z) (clause 3.2.6 convention
 // A(z) = 1 + a[1] z^-1 + ...). a[0] is never read. mem[0..m-1] are the outputs before y[0],
 // mem[m-1] the newest; with update they become the last m outputs, those of mem among them when n
-// is below m. x may be y. m is 0..kBackwardOrder; 0 copies x to y and leaves mem alone. n is at
+// is below m. x may be y. Order 0 copies x to y and leaves mem alone. n is at
 // most kFrame. Without update mem may stand just before y, mem + m == y.
-void synthesis_filter(int m, const double* a, const double* x, double* y, int n, double* mem,
-                      bool update);
+void synthesis_filter(LpFilter filter, const double* x, double* y, int n, double* mem, bool update);
 
-// Two synthesis filters with the same coefficients side by side, for little more than the time of
-// one: y0[0..39] from x0 and mem0, y1 from x1 and mem1, as synthesis_filter without update gives
-// them but for rounding (terms are subtracted from the oldest output's to the newest's). y may be
-// its x.
-void synthesis_filter_pair(int m, const double* a, const double* x0, const double* mem0, double* y0,
-                           const double* x1, const double* mem1, double* y1);
+// Two runs of one synthesis filter side by side, for little more than the time of one: y[0..39]
+// from x[0..39] and mem, as synthesis_filter without update gives them but for rounding (terms are
+// subtracted from the oldest output's to the newest's). y may be its x.
+struct SynthesisRun {
+  const double* x;
+  const double* mem;
+  double* y;
+};
+void synthesis_filter_pair(LpFilter filter, const SynthesisRun& run0, const SynthesisRun& run1);
 
 // y[k] = x[k] + sum_{i=1..m} a[i] x[k-i], the all-zero filter A(z); terms are added in the order
 // of i. x[-m..-1] must be valid. y must not overlap x.
-void residual_filter(int m, const double* a, const double* x, double* y, int n);
+void residual_filter(LpFilter filter, const double* x, double* y, int n);
 
 // ap[i] = a[i] gamma^i, i = 0..m, the powers by repeated multiplication: A(z/gamma). ap may be a.
 inline void weight_lpc(const double* a, double gamma, int m, double* ap) {

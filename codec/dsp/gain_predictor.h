@@ -8,7 +8,13 @@ inline namespace KELG729F_TARGET {
 
 inline constexpr double kMinEnergy = -14.0;  // dB, the history at the start and its floor
 
-// Quantised innovation energies of the last four subframes in dB, newest first.
+// Gains of a subframe's adaptive and fixed codebook vectors.
+struct Gains {
+  double gain_pitch = 0;
+  double gain_code = 0;
+};
+
+// Quantized innovation energies of the last four subframes in dB, newest first.
 struct GainHistory {
   double energy[4] = {kMinEnergy, kMinEnergy, kMinEnergy, kMinEnergy};
 };
@@ -23,7 +29,7 @@ void gain_history_push(GainHistory* history, double g);
 void gain_history_conceal(GainHistory* history);
 
 // A codebook entry: its parts of the pitch gain and of the code-gain correction factor. A
-// quantised pair is the sum of one entry of stage A and one of stage B.
+// quantized pair is the sum of one entry of stage A and one of stage B.
 struct GainPair {
   double pitch;
   double code;

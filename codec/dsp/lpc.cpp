@@ -22,8 +22,8 @@ double levinson_durbin(int m, const double* r, double* a, double* rc, LevinsonMe
     const double k = error == 0.0 ? 0.0 : -s / error;
     rc[i - 1] = k;
     if (k > kUnstable || k < -kUnstable) {
-      copy_vector(mem->a, a, m + 1);
-      copy_vector(mem->rc, rc, 2);
+      copy_vector(mem->levinson_old_a, a, m + 1);
+      copy_vector(mem->levinson_old_rc, rc, 2);
       return kUnstableError;
     }
     for (int j = 1; 2 * j <= i; ++j) {
@@ -34,8 +34,8 @@ double levinson_durbin(int m, const double* r, double* a, double* rc, LevinsonMe
     a[i] = k;
     error *= 1.0 - k * k;
   }
-  copy_vector(a, mem->a, m + 1);
-  copy_vector(rc, mem->rc, 2);
+  copy_vector(a, mem->levinson_old_a, m + 1);
+  copy_vector(rc, mem->levinson_old_rc, 2);
   return error;
 }
 
@@ -69,13 +69,13 @@ double levinson_durbin_10(const double* r, double* a, double* rc, LevinsonMemory
     int last = 0;
     while (rc[last] <= kUnstable && rc[last] >= -kUnstable) ++last;
     zero_vector(rc + last + 1, kOrder - 1 - last);
-    copy_vector(mem->a, a, kCoeffs);
-    copy_vector(mem->rc, rc, 2);
+    copy_vector(mem->levinson_old_a, a, kCoeffs);
+    copy_vector(mem->levinson_old_rc, rc, 2);
     return kUnstableError;
   }
   copy_vector(c, a, kCoeffs);
-  copy_vector(c, mem->a, kCoeffs);
-  copy_vector(rc, mem->rc, 2);
+  copy_vector(c, mem->levinson_old_a, kCoeffs);
+  copy_vector(rc, mem->levinson_old_rc, 2);
   return backward[kOrder];
 }
 

@@ -1,4 +1,4 @@
-// Linear-prediction algebra: Levinson-Durbin, LSP to LP, interpolation of quantised LSPs.
+// Linear-prediction algebra: Levinson-Durbin, LSP to LP, interpolation of quantized LSPs.
 // An LP vector is a[0..m] with a[0] = 1.0; LSPs are cosines, decreasing, in (-1, 1).
 #pragma once
 
@@ -10,8 +10,8 @@ inline namespace KELG729F_TARGET {
 // What levinson_durbin falls back to: the last stable filter and its first two reflection
 // coefficients. levinson_durbin refreshes it after every stable recursion.
 struct LevinsonMemory {
-  double a[kBackwardCoeffs] = {1.0};
-  double rc[2] = {};
+  double levinson_old_a[kBackwardCoeffs] = {1.0};
+  double levinson_old_rc[2] = {};
 };
 
 // Levinson-Durbin recursion of order m <= 30 on r[0..m] (clause 3.2.2). Writes a[0..m] and the

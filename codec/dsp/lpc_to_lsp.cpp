@@ -25,7 +25,7 @@ constexpr int kGridPadded = 64;
 // cos(pi i / 60) to 7 decimals as tabulated (point 3 is one unit above the rounded cosine), the
 // ends just inside +-1; the last one again to fill up.
 // clang-format off
-constexpr double kLspGrid[kGridPadded] = {
+constexpr double lsp_grid[kGridPadded] = {
     0.9997559, 0.9986295, 0.9945219, 0.9876884, 0.9781476, 0.9659258, 0.9510565, 0.9335804,
     0.9135455, 0.8910065, 0.8660254, 0.8386706, 0.8090170, 0.7771460, 0.7431448, 0.7071068,
     0.6691306, 0.6293204, 0.5877853, 0.5446390, 0.5000000, 0.4539905, 0.4067366, 0.3583679,
@@ -107,7 +107,7 @@ KELG729F_VEC T refine_root(const Polynomial& f, Bracket<T> bracket) {
 uint64_t sign_changes(const Polynomial& f) {
   uint64_t positive = 0;
   for (int j = 0; j < kGridPadded; j += kLanes)
-    positive |= uint64_t{lanes_greater(evaluate(f, load(kLspGrid + j)), splat(0.0))} << j;
+    positive |= uint64_t{lanes_greater(evaluate(f, load(lsp_grid + j)), splat(0.0))} << j;
   constexpr uint64_t kIntervals = (uint64_t{2} << kGridIntervals) - 2;
   return (positive ^ positive << 1) & kIntervals;
 }
@@ -136,7 +136,7 @@ bool refine_roots(const Polynomial f[2], const int interval[2][kHalfOrder],
   unsigned alone = ~0U;
   for (int p = 0; p < 2; ++p) {
     const auto grid = [&](int lane, int offset) {
-      return kLspGrid[interval[p][lane < kHalfOrder ? lane : 0] + offset];
+      return lsp_grid[interval[p][lane < kHalfOrder ? lane : 0] + offset];
     };
     const Vec8 xlow = from_lanes([&](int lane) { return grid(lane, -1); });
     const Vec8 xhigh = from_lanes([&](int lane) { return grid(lane, 0); });
@@ -167,9 +167,9 @@ void lpc_to_lsp_plain(const double* a, double* lsp, const double* old_lsp) {
   Polynomial f[2];
   sum_and_difference(a, f);
   int p = 0, found = 0;
-  double xlow = kLspGrid[0], ylow = evaluate(f[p], xlow);
+  double xlow = lsp_grid[0], ylow = evaluate(f[p], xlow);
   for (int j = 1; j <= kGridIntervals && found < kOrder;) {
-    const double xhigh = kLspGrid[j], yhigh = evaluate(f[p], xhigh);
+    const double xhigh = lsp_grid[j], yhigh = evaluate(f[p], xhigh);
     if ((ylow > 0.0) == (yhigh > 0.0)) {
       xlow = xhigh;
       ylow = yhigh;

@@ -1,4 +1,4 @@
-// The predictive two-stage LSF quantiser's shared half: tables and reconstruction (clauses 3.2.4
+// The predictive two-stage LSF quantizer's shared half: tables and reconstruction (clauses 3.2.4
 // and 4.1.1). Encoder, decoder and silence descriptors all reconstruct through these functions, so
 // they hold identical LSPs. LSFs are in radians.
 #pragma once
@@ -44,7 +44,7 @@ struct LspPredictor {
 extern const LspPredictor kSpeechPredictor[2];  // the two modes of speech frames
 extern const LspPredictor kNoisePredictor[2];   // the two modes of silence descriptors (Annex B)
 
-// The last four quantised residual vectors, newest first.
+// The last four quantized residual vectors, newest first.
 struct LspHistory {
   double row[kMaOrder][kOrder];
 };
@@ -55,7 +55,7 @@ void lsp_history_reset(LspHistory* history);
 // Moves rows 2->3, 1->2, 0->1 and puts the ten values of residual into row 0.
 void lsp_history_push(const double* residual, LspHistory* history);
 
-// Weights of the quantiser's error (clause 3.2.4): close neighbours weigh more.
+// Weights of the quantizer's error (clause 3.2.4): close neighbours weigh more.
 void lsf_weights(const double* lsf, double* weight);
 
 // Least distance of neighbours among the ten LSFs. When it is at least `gap`, lsp_spread with that
@@ -82,7 +82,7 @@ void lsp_stabilize(double* lsf);
 void lsp_codevector(int first, int lower, int upper, double* buf);
 
 // One speech frame's reconstruction: buf = codebook sum spread by both gaps, lsf = prediction,
-// stabilised. Word 0 is mode << 7 | first stage, word 1 lower << 5 | upper second-stage index.
+// stabilized. Word 0 is mode << 7 | first stage, word 1 lower << 5 | upper second-stage index.
 // The caller pushes buf into the history.
 void lsp_reconstruct(const int index[2], const LspHistory& history, double* buf, double* lsf);
 

@@ -1,4 +1,4 @@
-// MA predictors of the LSF quantiser (clause 3.2.4) and of silence descriptors (Annex B).
+// MA predictors of the LSF quantizer (clause 3.2.4) and of silence descriptors (Annex B).
 #include "codec/dsp/lsp_codebook.h"
 
 namespace g729 {

@@ -11,10 +11,10 @@ constexpr double kLowGain = 0.6;
 constexpr double kHighGain = 0.9;
 constexpr int kLowGainsForStrong = 3;
 
-void remember(DispersionState* state, double gain_pitch, double gain_code, int strength) {
+void remember(DispersionState* state, const Gains& gains, int strength) {
   for (int i = kDispersionGains - 1; i > 0; --i) state->gain_pitch[i] = state->gain_pitch[i - 1];
-  state->gain_pitch[0] = gain_pitch;
-  state->prev_gain_code = gain_code;
+  state->gain_pitch[0] = gains.gain_pitch;
+  state->prev_gain_code = gains.gain_code;
   state->prev_strength = strength;
 }
 
@@ -30,14 +30,14 @@ int strength_of_gain(double gain_pitch) {
 }
 
 // Sets the onset flag of this subframe, then decides.
-int choose_strength(DispersionState* state, double gain_pitch, double gain_code) {
-  if (gain_code > kOnsetRatio * state->prev_gain_code)
+int choose_strength(DispersionState* state, const Gains& gains) {
+  if (gains.gain_code > kOnsetRatio * state->prev_gain_code)
     state->onset = 2;
   else if (state->onset > 0)
     --state->onset;
-  int strength = strength_of_gain(gain_pitch);
+  int strength = strength_of_gain(gains.gain_pitch);
   if (state->onset) return strength < kNone ? strength + 1 : strength;
-  if (count_low_gains(*state, gain_pitch) >= kLowGainsForStrong) strength = kStrong;
+  if (count_low_gains(*state, gains.gain_pitch) >= kLowGainsForStrong) strength = kStrong;
   return strength > state->prev_strength + 1 ? strength - 1 : strength;
 }
 
@@ -55,30 +55,29 @@ void add_dispersed(const double* code, double gain, const DispersionResponse& re
 
 }  // namespace
 
-void phase_dispersion_update(DispersionState* state, double gain_pitch, double gain_code) {
-  remember(state, gain_pitch, gain_code, kNone);
+void phase_dispersion_update(DispersionState* state, const Gains& gains) {
+  remember(state, gains, kNone);
   state->onset = 0;
 }
 
 void phase_dispersion(DispersionState* state, const double* adaptive, const double* code,
-                      double gain_code, double gain_pitch, double* exc) {
-  const int strength = choose_strength(state, gain_pitch, gain_code);
-  for (int n = 0; n < kSubframe; ++n) exc[n] = gain_pitch * adaptive[n];
+                      const Gains& gains, double* exc) {
+  const int strength = choose_strength(state, gains);
+  for (int n = 0; n < kSubframe; ++n) exc[n] = gains.gain_pitch * adaptive[n];
   if (strength == kNone)
-    for (int n = 0; n < kSubframe; ++n) exc[n] += gain_code * code[n];
+    for (int n = 0; n < kSubframe; ++n) exc[n] += gains.gain_code * code[n];
   else
-    add_dispersed(code, gain_code, kDispersionResponse[strength], exc);
-  remember(state, gain_pitch, gain_code, strength);
+    add_dispersed(code, gains.gain_code, kDispersionResponse[strength], exc);
+  remember(state, gains, strength);
 }
 
-const double* total_excitation(DispersionState* state, bool disperse, double gain_pitch,
-                               double gain_code, const double* code, double* exc,
-                               double* dispersed) {
+const double* total_excitation(DispersionState* state, bool disperse, const Gains& gains,
+                               const double* code, double* exc, double* dispersed) {
   if (disperse)
-    phase_dispersion(state, exc, code, gain_code, gain_pitch, dispersed);
+    phase_dispersion(state, exc, code, gains, dispersed);
   else
-    phase_dispersion_update(state, gain_pitch, gain_code);
-  const Vec8 pitch = splat(gain_pitch), fixed = splat(gain_code);
+    phase_dispersion_update(state, gains);
+  const Vec8 pitch = splat(gains.gain_pitch), fixed = splat(gains.gain_code);
   for (int n = 0; n < kSubframe; n += kLanes)
     store(exc + n, pitch * load(exc + n) + fixed * load(code + n));
   return disperse ? dispersed : exc;

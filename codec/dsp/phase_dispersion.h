@@ -2,6 +2,7 @@
 #pragma once
 
 #include "codec/dsp/constants.h"
+#include "codec/dsp/gain_predictor.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {
@@ -26,19 +27,18 @@ struct DispersionResponse {
 extern const DispersionResponse kDispersionResponse[2];  // strong, medium
 
 // A subframe that is not dispersed: follows its gains.
-void phase_dispersion_update(DispersionState* state, double gain_pitch, double gain_code);
+void phase_dispersion_update(DispersionState* state, const Gains& gains);
 
 // exc[n] = gain_pitch * adaptive[n] + gain_code * dispersed code[n], n = 0..39. exc must overlap
 // neither input.
 void phase_dispersion(DispersionState* state, const double* adaptive, const double* code,
-                      double gain_code, double gain_pitch, double* exc);
+                      const Gains& gains, double* exc);
 
 // Total excitation of a subframe: exc[0..39] holds the adaptive part and becomes gain_pitch * exc +
-// gain_code * code. Returns what is to be synthesised: exc, or with `disperse` its dispersed form
+// gain_code * code. Returns what is to be synthesized: exc, or with `disperse` its dispersed form
 // in dispersed[0..39]. Encoder and decoder both go through here.
-const double* total_excitation(DispersionState* state, bool disperse, double gain_pitch,
-                               double gain_code, const double* code, double* exc,
-                               double* dispersed);
+const double* total_excitation(DispersionState* state, bool disperse, const Gains& gains,
+                               const double* code, double* exc, double* dispersed);
 
 }  // namespace KELG729F_TARGET
 }  // namespace g729

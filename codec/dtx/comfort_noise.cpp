@@ -79,9 +79,9 @@ NoiseSubframe noise_subframe(double gain, double* exc, int16_t* seed) {
 
   pitch_excitation_interpolate(exc, d.lag, d.fraction, kSubframe);
   for (int i = 0; i < kSubframe; ++i) exc[i] = d.gain_pitch * exc[i] + gaussian[i];
-  if (add_pulses(d, gain, exc)) return {d.gain_pitch, gain, d.lag};
+  if (add_pulses(d, gain, exc)) return {{d.gain_pitch, gain}, d.lag};
   copy_vector(gaussian, exc, kSubframe);
-  return {0.0, gain, d.lag};
+  return {{0.0, gain}, d.lag};
 }
 
 // Takes a descriptor's gain and LSPs into the state.
@@ -110,29 +110,30 @@ void comfort_noise_excitation(double gain, double* exc, int16_t* seed,
   for (int s = 0; s < kSubframes; ++s) {
     if (gain == 0.0) {
       zero_vector(exc + s * kSubframe, kSubframe);
-      applied[s] = {0.0, 0.0, kSilentLag};
+      applied[s] = {{0.0, 0.0}, kSilentLag};
     } else {
       applied[s] = noise_subframe(gain, exc + s * kSubframe, seed);
     }
   }
 }
 
-void comfort_noise_decode(ComfortNoiseState* state, int previous_type, const SidParameters* sid,
-                          double frame_energy, double* exc, double* lsp_old, double* a,
-                          int16_t* seed, LspHistory* history, NoiseSubframe applied[kSubframes]) {
-  const bool after_speech = previous_type > kSid;
-  if (sid != nullptr) {
-    receive_sid(state, *sid, history);
+NoiseFrame comfort_noise_decode(ComfortNoiseState* state, const NoiseInput& in, double* exc,
+                                std::span<double, kOrder> lsp_old, LspHistory* history) {
+  NoiseFrame frame;
+  const bool after_speech = in.previous_type > kSid;
+  if (in.sid != nullptr) {
+    receive_sid(state, *in.sid, history);
   } else if (after_speech) {
-    state->sid_gain = gain_from_energy(frame_energy);
+    state->sid_gain = gain_from_energy(in.frame_energy);
   }
   state->cur_gain = after_speech
                         ? state->sid_gain
                         : kSmoothing * state->cur_gain + (1.0 - kSmoothing) * state->sid_gain;
 
-  comfort_noise_excitation(state->cur_gain, exc, seed, applied);
-  interpolate_quantized_lpc(lsp_old, state->lsp_sid, a);
-  copy_vector(state->lsp_sid, lsp_old, kOrder);
+  comfort_noise_excitation(state->cur_gain, exc, &state->noise_seed, frame.applied);
+  interpolate_quantized_lpc(lsp_old.data(), state->lsp_sid, frame.a);
+  copy_vector(state->lsp_sid, lsp_old.data(), kOrder);
+  return frame;
 }
 
 }  // namespace KELG729F_TARGET

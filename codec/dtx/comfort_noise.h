@@ -4,7 +4,9 @@
 #include <cstdint>
 
 #include "codec/dsp/constants.h"
+#include "codec/dsp/gain_predictor.h"
 #include "codec/dsp/lsp_codebook.h"
+#include "codec/dsp/random.h"
 #include "codec/dtx/sid.h"
 
 namespace g729 {
@@ -13,6 +15,7 @@ inline namespace KELG729F_TARGET {
 struct ComfortNoiseState {
   double sid_gain = 0;  // gain of the last silence descriptor
   double cur_gain = 0;  // smoothed gain in use
+  int16_t noise_seed = kNoiseSeed;
   double lsp_sid[kOrder] = {0.9595,  0.8413,  0.6549,  0.4154,  0.1423,
                             -0.1423, -0.4154, -0.6549, -0.8413, -0.9595};  // its LSPs
 };
@@ -20,8 +23,7 @@ struct ComfortNoiseState {
 // What the excitation of a subframe used, for the memories that follow it (the encoder's taming,
 // the decoder's phase dispersion).
 struct NoiseSubframe {
-  double gain_pitch;
-  double gain_code;
+  Gains gains;
   int lag;
 };
 
@@ -31,12 +33,21 @@ struct NoiseSubframe {
 void comfort_noise_excitation(double gain, double* exc, int16_t* seed,
                               NoiseSubframe applied[kSubframes]);
 
-// One frame without speech. sid is null for an untransmitted frame. previous_type is the type of
-// the frame before; frame_energy the excitation energy of the last good speech frame. Writes the
-// excitation exc[0..79] and both subframes' filters a[0..21], moves lsp_old to the SID's LSPs.
-void comfort_noise_decode(ComfortNoiseState* state, int previous_type, const SidParameters* sid,
-                          double frame_energy, double* exc, double* lsp_old, double* a,
-                          int16_t* seed, LspHistory* history, NoiseSubframe applied[kSubframes]);
+// A frame without speech.
+struct NoiseInput {
+  FrameType previous_type;   // of the frame before
+  const SidParameters* sid;  // null for an untransmitted frame
+  double frame_energy;       // excitation energy of the last good speech frame
+};
+struct NoiseFrame {
+  double a[kSubframes * kCoeffs];  // filters of the subframes, 11 coefficients each
+  NoiseSubframe applied[kSubframes];
+};
+
+// Writes the excitation exc[0..79], behind its past as above; moves lsp_old to the LSPs of the last
+// descriptor and history by those of this one.
+NoiseFrame comfort_noise_decode(ComfortNoiseState* state, const NoiseInput& in, double* exc,
+                                std::span<double, kOrder> lsp_old, LspHistory* history);
 
 }  // namespace KELG729F_TARGET
 }  // namespace g729

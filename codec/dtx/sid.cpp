@@ -16,13 +16,13 @@ constexpr int kSurvivors = 4;  // first-stage choices that are completed
 constexpr int kModes = 2;
 
 // A (predictor, first-stage row) pair and the error it leaves.
-struct Candidate {
+struct SidCandidate {
   int mode;
   int first;
   double error;
 };
 
-// Moves the LSFs to where a quantised set can lie, with twice the least gap between neighbours.
+// Moves the LSFs to where a quantized set can lie, with twice the least gap between neighbours.
 void condition_lsf(double* lsf) {
   lsf[0] = std::max(lsf[0], kLsfLow);
   for (int j = 1; j < kOrder; ++j) lsf[j] = std::max(lsf[j], lsf[j - 1] + 2.0 * kLsfGap);
@@ -31,7 +31,7 @@ void condition_lsf(double* lsf) {
 }
 
 // Puts the candidate into the list, best first, when it beats one of its members.
-void keep_best(const Candidate& candidate, Candidate* list) {
+void keep_best(const SidCandidate& candidate, SidCandidate* list) {
   if (!(candidate.error < list[kSurvivors - 1].error)) return;
   int i = kSurvivors - 1;
   for (; i > 0 && candidate.error < list[i - 1].error; --i) list[i] = list[i - 1];
@@ -64,10 +64,10 @@ void gather_second_stage(SidBlocks<kSidSecond>* rows) {
 }
 
 // The survivors by unweighted error over both predictors, target[mode] the innovations sought.
-void search_first_stage(const double target[kModes][kOrder], Candidate* survivors) {
+void search_first_stage(const double target[kModes][kOrder], SidCandidate* survivors) {
   SidBlocks<kSidFirst> rows;
   gather_first_stage(&rows);
-  std::fill_n(survivors, kSurvivors, Candidate{0, 0, 1e38});
+  std::fill_n(survivors, kSurvivors, SidCandidate{0, 0, 1e38});
   for (int mode = 0; mode < kModes; ++mode) {
     for (int b = 0; b < rows.kCount; ++b) {
       Vec8 error = splat(0.0);
@@ -156,12 +156,12 @@ void sid_quantize_lsp(const double* lsp, const LspHistory& history, SidParameter
       mode_weight[mode][j] = weight[j] * predictor.sum[j] * predictor.sum[j];
   }
 
-  Candidate survivors[kSurvivors];
+  SidCandidate survivors[kSurvivors];
   search_first_stage(target, survivors);
   SidBlocks<kSidSecond> pairs;
   gather_second_stage(&pairs);
   double best_error = 1e38;
-  for (const Candidate& c : survivors) {
+  for (const SidCandidate& c : survivors) {
     const double* row = kLspFirstStage[kSidFirstStage[c.first]];
     double rest[kOrder];
     for (int j = 0; j < kOrder; ++j) rest[j] = target[c.mode][j] - row[j];

@@ -28,11 +28,11 @@ constexpr double kLowBand[kVadOrder + 1] = {
 
 // What the decision looks at (clause B.3.1).
 struct Features {
-  double energy;      // full band, dB
-  double low;         // low band, dB
-  double zc;          // zero crossings per sample
-  double sd;          // spectral distortion against the background
-  const double* lsf;  // frequency / (2 pi)
+  double energy;       // full band, dB
+  double low;          // low band, dB
+  double zc;           // zero crossings per sample
+  double sd;           // spectral distortion against the background
+  double lsf[kOrder];  // frequency / (2 pi)
 };
 
 double decibel(double r0) {
@@ -88,18 +88,18 @@ void track_minimum(VadState* state, double energy, int frame_count) {
   state->prev_min = least_block(*state);
 }
 
-// Means over the loud frames of the initialisation period; returns its decision.
-int initialise(VadState* state, const Features& f, int frame_count) {
+// Means over the loud frames of the initialization period; returns its decision.
+bool initialize(VadState* state, const Features& f, int frame_count) {
   if (f.energy < kEnergyFloor) {
     ++state->less_count;
-    return 0;
+    return false;
   }
   const double n = frame_count - 1 - state->less_count;
   const auto average = [n](double* mean, double x) { *mean = (n * *mean + x) / (n + 1.0); };
   average(&state->mean_e, f.energy);
   average(&state->mean_szc, f.zc);
   for (int i = 0; i < kOrder; ++i) average(&state->mean_lsf[i], f.lsf[i]);
-  return 1;
+  return true;
 }
 
 // The fourteen lines of the multi-boundary decision (clause B.3.5).
@@ -117,50 +117,46 @@ bool is_voice(const VadState& state, const Features& f) {
 }
 
 // Hangover: voice goes on while the level holds, for at most five frames in a row.
-int extend_voice(VadState* state, const Features& f, int marker, int prev_marker,
-                 int pprev_marker) {
-  state->v_flag = 0;
-  if (prev_marker == 1 && marker == 0 && f.energy > state->mean_se + 2.0 &&
-      f.energy > kEnergyFloor) {
-    marker = 1;
-    state->v_flag = 1;
+bool extend_voice(VadState* state, const Features& f, const VadInput& in, bool marker) {
+  state->v_flag = false;
+  if (in.prev_marker && !marker && f.energy > state->mean_se + 2.0 && f.energy > kEnergyFloor) {
+    marker = true;
+    state->v_flag = true;
   }
-  if (state->flag != 1) {
-    state->flag = 1;
+  if (!state->flag) {
+    state->flag = true;
     return marker;
   }
-  if (pprev_marker == 1 && prev_marker == 1 && marker == 0 &&
+  if (in.pprev_marker && in.prev_marker && !marker &&
       std::fabs(state->prev_energy - f.energy) <= 3.0) {
-    marker = 1;
-    state->v_flag = 1;
+    marker = true;
+    state->v_flag = true;
     if (++state->count_ext > 4) {
       state->count_ext = 0;
-      state->flag = 0;
+      state->flag = false;
     }
   }
   return marker;
 }
 
 // Noise goes on after ten frames of it unless the level jumps.
-int extend_noise(VadState* state, const Features& f, int marker) {
-  if (marker == 0) {
+bool extend_noise(VadState* state, const Features& f, bool marker) {
+  if (!marker) {
     ++state->count_sil;
-    return 0;
+    return false;
   }
-  if (state->count_sil > 10 && f.energy - state->prev_energy <= 3.0) marker = 0;
+  if (state->count_sil > 10 && f.energy - state->prev_energy <= 3.0) marker = false;
   state->count_sil = 0;
   return marker;
 }
 
 // Smoothing of the decision (clause B.3.6).
-int smooth(VadState* state, const Features& f, double rc, int marker, int frame_count,
-           int prev_marker, int pprev_marker) {
-  marker = extend_voice(state, f, marker, prev_marker, pprev_marker);
+bool smooth(VadState* state, const Features& f, const VadInput& in, bool marker) {
+  marker = extend_voice(state, f, in, marker);
   marker = extend_noise(state, f, marker);
-  if (frame_count > kMinFrames && state->v_flag == 0 && rc < 0.6 &&
-      f.energy < state->mean_se + kNearNoise)
-    marker = 0;
-  return marker;
+  const bool near_noise = in.frame_count > kMinFrames && !state->v_flag && in.rc < 0.6 &&
+                          f.energy < state->mean_se + kNearNoise;
+  return marker && !near_noise;
 }
 
 // Share of the old mean by the number of updates.
@@ -204,27 +200,28 @@ void update_background(VadState* state, const Features& f, double rc, int frame_
 
 }  // namespace
 
-int vad_decide(VadState* state, double rc, double* lsf, const double* r, const double* speech,
-               int frame_count, int prev_marker, int pprev_marker, double* energy_db) {
-  for (int i = 0; i < kOrder; ++i) lsf[i] *= kTwoPiInverse;
-  const Features f = {decibel(r[0]), low_band_energy(r), zero_crossings(speech),
-                      squared_distance(lsf, state->mean_lsf), lsf};
-  *energy_db = f.energy;
-  track_minimum(state, f.energy, frame_count);
+VadDecision vad_decide(VadState* state, const VadInput& in) {
+  Features f;
+  f.energy = decibel(in.r[0]);
+  f.low = low_band_energy(in.r.data());
+  f.zc = zero_crossings(in.speech.data());
+  for (int i = 0; i < kOrder; ++i) f.lsf[i] = in.lsf.data()[i] * kTwoPiInverse;
+  f.sd = squared_distance(f.lsf, state->mean_lsf);
+  track_minimum(state, f.energy, in.frame_count);
 
-  int marker = 0;
-  if (frame_count <= kInitFrames) marker = initialise(state, f, frame_count);
-  if (frame_count == kInitFrames) {
+  bool voice = false;
+  if (in.frame_count <= kInitFrames) voice = initialize(state, f, in.frame_count);
+  if (in.frame_count == kInitFrames) {
     state->mean_se = state->mean_e - 10.0;
     state->mean_sle = state->mean_e - 12.0;
   }
-  if (frame_count >= kInitFrames) {
-    marker = f.energy >= kEnergyFloor && is_voice(*state, f) ? 1 : 0;
-    marker = smooth(state, f, rc, marker, frame_count, prev_marker, pprev_marker);
-    update_background(state, f, rc, frame_count);
+  if (in.frame_count >= kInitFrames) {
+    voice = f.energy >= kEnergyFloor && is_voice(*state, f);
+    voice = smooth(state, f, in, voice);
+    update_background(state, f, in.rc, in.frame_count);
   }
   state->prev_energy = f.energy;
-  return marker;
+  return {voice, f.energy};
 }
 
 }  // namespace KELG729F_TARGET

@@ -14,7 +14,7 @@ struct VadState {
   double prev_min = 0;           // least of min_buffer
   double next_min = 0;           // running least of the current block
   double min = 1e38;             // running least energy
-  double mean_e = 0;             // mean energy of the initialisation frames
+  double mean_e = 0;             // mean energy of the initialization frames
   double mean_se = 0;            // background full-band energy, dB
   double mean_sle = 0;           // background low-band energy, dB
   double mean_szc = 0;           // background zero-crossing rate
@@ -22,17 +22,24 @@ struct VadState {
   int count_sil = 0;             // noise decisions in a row
   int count_update = 0;          // background updates since the last reset
   int count_ext = 0;             // hangover extensions in a row
-  int flag = 1;                  // hangover permitted
-  int v_flag = 0;                // stage 1 or 2 forced voice in this frame
-  int less_count = 0;            // initialisation frames below the energy floor
+  bool flag = true;              // hangover permitted
+  bool v_flag = false;           // stage 1 or 2 forced voice in this frame
+  int less_count = 0;            // initialization frames below the energy floor
 };
 
-// Decides one frame: returns 1 for voice, 0 for noise; *energy_db is the full-band energy.
-// rc: second reflection coefficient of the frame's analysis. lsf[10]: radians in, divided by 2 pi
-// out. r[0..12]: lag-windowed autocorrelation. speech: the 240-sample analysis buffer.
-// frame_count is 1 for the first frame. prev_marker, pprev_marker: the last two decisions.
-int vad_decide(VadState* state, double rc, double* lsf, const double* r, const double* speech,
-               int frame_count, int prev_marker, int pprev_marker, double* energy_db);
+struct VadInput {
+  double rc;                                 // second reflection coefficient of the frame
+  std::span<const double, kOrder> lsf;       // radians
+  std::span<const double, kVadOrder + 1> r;  // lag-windowed autocorrelation
+  std::span<const double, kWindow> speech;   // the analysis buffer
+  int frame_count;                           // 1 for the first frame
+  bool prev_marker, pprev_marker;            // the last two decisions
+};
+struct VadDecision {
+  bool voice;
+  double energy_db;  // full band
+};
+VadDecision vad_decide(VadState* state, const VadInput& in);
 
 }  // namespace KELG729F_TARGET
 }  // namespace g729

@@ -15,7 +15,7 @@ constexpr int kBackwardPulses = 12;
 constexpr int kMaxPerTrack = 3;
 constexpr double kResidualShare = 2.0;  // of the residual-domain target in the choice of signs
 
-struct Search {
+struct TrackSearch {
   TrackVector d;  // backward-filtered target times the signs
   TrackVector sign;
   TrackVector merit;  // what the signs were taken from, in magnitude: how promising a position is
@@ -50,7 +50,7 @@ void deconvolve(const double* h, const double* target, double* x) {
 
 // Signs from a mix of the backward-filtered target, which ignores how pulses interfere, with the
 // residual-domain target, which knows no noise shaping.
-void choose_signs(const double* impulse, const double* target, Search* s) {
+void choose_signs(const double* impulse, const double* target, TrackSearch* s) {
   double d[kSubframe], residual[kSubframe], mix[kSubframe];
   correlate_target_impulse(impulse, target, d);
   deconvolve(impulse, target, residual);
@@ -62,7 +62,7 @@ void choose_signs(const double* impulse, const double* target, Search* s) {
     for (int p = 0; p < kTrackPositions; ++p) s->d[t][p] = d[kTracks * p + t] * s->sign[t][p];
 }
 
-void add_pulse(const Search& s, int t, int p, PulseSet* set) {
+void add_pulse(const TrackSearch& s, int t, int p, PulseSet* set) {
   double cross[kLanes];
   store(cross, set->cross[t]);
   set->ps += s.d[t][p];
@@ -97,14 +97,14 @@ KELG729F_VEC int winning_lane(const LaneWinners& best) {
   return winner;
 }
 
-void add_best_pulse(const Search& s, int t, PulseSet* set) {
+void add_best_pulse(const TrackSearch& s, int t, PulseSet* set) {
   LaneWinners best;
   compete(splat(set->ps) + load(s.d[t]),
           splat(set->energy) + (load(s.rr.diagonal[t]) + set->cross[t]), 0, &best);
   add_pulse(s, t, winning_lane(best), set);
 }
 
-void add_best_pair(const Search& s, int t0, int t1, PulseSet* set) {
+void add_best_pair(const TrackSearch& s, int t0, int t1, PulseSet* set) {
   double energy0[kLanes], row[kLanes];
   store(energy0, splat(set->energy) + (load(s.rr.diagonal[t0]) + set->cross[t0]));
   const Vec8 energy1 = load(s.rr.diagonal[t1]) + set->cross[t1];
@@ -128,7 +128,7 @@ int most_promising(const double* merit) {
 
 // Pulse k goes to track first + k: two rounds of the tracks, and the backward codebook's last two
 // pulses to the first two tracks again.
-PulseSet search_from(const Search& s, int first, int pulses) {
+PulseSet search_from(const TrackSearch& s, int first, int pulses) {
   PulseSet set;
   add_pulse(s, first, most_promising(s.merit[first]), &set);
   add_best_pulse(s, (first + 1) % kTracks, &set);
@@ -139,7 +139,7 @@ PulseSet search_from(const Search& s, int first, int pulses) {
   return set;
 }
 
-PulseSet search_pulses(const Search& s, int pulses) {
+PulseSet search_pulses(const TrackSearch& s, int pulses) {
   PulseSet best = search_from(s, 0, pulses);
   for (int first = 1; first < kTracks; ++first) {
     const PulseSet set = search_from(s, first, pulses);
@@ -148,17 +148,17 @@ PulseSet search_pulses(const Search& s, int pulses) {
   return best;
 }
 
-struct Pulse {
+struct SignedPulse {
   int place;
   bool negative;
 };
 
 // Whether b, sent after a, is understood with its sign.
-bool may_follow(Pulse a, Pulse b) {
+bool may_follow(SignedPulse a, SignedPulse b) {
   return (b.place > a.place) == (a.negative != b.negative);
 }
 
-int pack(const Pulse* p, int n) {
+int pack(const SignedPulse* p, int n) {
   int word = p[0].place | p[0].negative << 3 | p[1].place << 4;
   if (n == kMaxPerTrack) word |= p[2].place << 7;
   return word;
@@ -166,10 +166,10 @@ int pack(const Pulse* p, int n) {
 
 // One track's pulses in an order that tells their signs; some order always does, because pulses
 // of one position have one sign.
-int track_word(const Pulse* p, int n) {
+int track_word(const SignedPulse* p, int n) {
   static constexpr int kOrders[][kMaxPerTrack] = {{0, 1, 2}, {1, 0, 2}, {0, 2, 1},
                                                   {1, 2, 0}, {2, 0, 1}, {2, 1, 0}};
-  Pulse sent[kMaxPerTrack] = {};
+  SignedPulse sent[kMaxPerTrack] = {};
   for (int k = 0; k < (n == kMaxPerTrack ? 6 : 2); ++k) {
     bool valid = true;
     for (int i = 0; i < n; ++i) {
@@ -181,44 +181,45 @@ int track_word(const Pulse* p, int n) {
   return pack(sent, n);
 }
 
-void write_words(LpMode lp_mode, const Search& s, const PulseSet& set, int* words) {
-  Pulse pulse[kTracks][kMaxPerTrack];
+void write_words(LpMode lp_mode, const TrackSearch& s, const PulseSet& set, std::span<int> words) {
+  SignedPulse pulse[kTracks][kMaxPerTrack];
   int count[kTracks] = {};
   for (int k = 0; k < set.pulses; ++k) {
     const int t = set.track[k], p = set.place[k];
     pulse[t][count[t]++] = {p, s.sign[t][p] < 0.0};
   }
   const int first = lp_mode == kBackward ? set.track[0] : 0;
-  for (int w = 0; w < kCodebookWords118; ++w) {
+  for (int w = 0; w < kMaxCodeWords; ++w) {
     const int t = (first + w) % kTracks;
-    words[w] = track_word(pulse[t], count[t]);
+    words[static_cast<size_t>(w)] = track_word(pulse[t], count[t]);
   }
   if (lp_mode == kBackward) words[0] |= first << 10;
 }
 
 }  // namespace
 
-void acelp_search_118(LpMode lp_mode, const double* target, double* impulse, int t0,
-                      double pitch_sharp, double* code, double* y, int* words) {
-  Search s;
-  pitch_sharpen(impulse, t0, pitch_sharp);
+void acelp_search_118(LpMode lp_mode, const InnovationInput& in, Innovation* innovation,
+                      std::span<int, kMaxCodeWords> words) {
+  TrackSearch s;
+  double* const impulse = in.impulse.data();
+  pitch_sharpen(impulse, in.t0, in.pitch_sharp);
   const PaddedImpulse padded = pad_impulse(impulse);
   impulse_energies(impulse, &s.rr);
-  choose_signs(impulse, target, &s);
+  choose_signs(impulse, in.target.data(), &s);
   correlate_impulse(impulse, s.sign, &s.rr, kAllPairs);
   const PulseSet set = search_pulses(s, lp_mode == kBackward ? kBackwardPulses : kForwardPulses);
   write_words(lp_mode, s, set, words);
 
   int position[kBackwardPulses];
   double sign[kBackwardPulses];
-  zero_vector(code, kSubframe);
+  zero_vector(innovation->code, kSubframe);
   for (int k = 0; k < set.pulses; ++k) {
     position[k] = kTracks * set.place[k] + set.track[k];
     sign[k] = s.sign[set.track[k]][set.place[k]];
-    code[position[k]] += sign[k];
+    innovation->code[position[k]] += sign[k];
   }
-  filter_pulses(padded, position, sign, set.pulses, y);
-  pitch_sharpen(code, t0, pitch_sharp);
+  filter_pulses(padded, position, sign, set.pulses, innovation->y);
+  pitch_sharpen(innovation->code, in.t0, in.pitch_sharp);
 }
 
 }  // namespace KELG729F_TARGET

@@ -13,25 +13,25 @@ namespace {
 constexpr int kTracksOfPulse0[] = {1, 3};
 constexpr int kTracksOfPulse1[] = {0, 2, 4, 1};
 
-struct Pulse {
+struct PlacedPulse {
   int track, place;
 };
 
-int table_index_0(Pulse p) {
+int table_index_0(PlacedPulse p) {
   return 2 * p.place + p.track / 2;
 }
-int table_index_1(Pulse p) {
+int table_index_1(PlacedPulse p) {
   return p.track == 1 ? 24 + p.place : 3 * p.place + p.track / 2;
 }
 
-struct Pair {
-  Pulse pulse[2] = {{1, 0}, {0, 0}};
+struct PulsePair {
+  PlacedPulse pulse[2] = {{1, 0}, {0, 0}};
 };
 
-Pair search_pairs(const TrackVector d, const ImpulseCorrelation& rr) {
+PulsePair search_pairs(const TrackVector d, const ImpulseCorrelation& rr) {
   constexpr int kOthers = sizeof(kTracksOfPulse1) / sizeof(kTracksOfPulse1[0]);
   BestCandidate best = {0.0, 1e38};
-  Pair pair;
+  PulsePair pair;
   for (const int t0 : kTracksOfPulse0)
     for (int p0 = 0; p0 < kTrackPositions; ++p0) {
       Vec8 ps[kOthers], energy[kOthers];
@@ -49,33 +49,33 @@ Pair search_pairs(const TrackVector d, const ImpulseCorrelation& rr) {
 
 }  // namespace
 
-int acelp_search_11bit(const double* target, double* impulse, int t0, double pitch_sharp,
-                       double* code, double* y, int* sign_index) {
-  double d[kSubframe];
+PulseWords acelp_search_11bit(const InnovationInput& in, Innovation* innovation) {
+  double backward_target[kSubframe];
+  double* const impulse = in.impulse.data();
   TrackVector magnitude, signs;
   ImpulseCorrelation rr;
-  pitch_sharpen(impulse, t0, pitch_sharp);
+  pitch_sharpen(impulse, in.t0, in.pitch_sharp);
   const PaddedImpulse padded = pad_impulse(impulse);
   impulse_energies(impulse, &rr);
-  correlate_target_impulse(impulse, target, d);
-  split_signs(d, magnitude, signs);
+  correlate_target_impulse(impulse, in.target.data(), backward_target);
+  split_signs(backward_target, magnitude, signs);
   correlate_impulse(impulse, signs, &rr, kTwoPulses);
-  const Pair pair = search_pairs(magnitude, rr);
+  const PulsePair pair = search_pairs(magnitude, rr);
 
-  int position[2];
+  int position[2], sign_index = 0;
   double sign[2];
-  zero_vector(code, kSubframe);
-  *sign_index = 0;
+  zero_vector(innovation->code, kSubframe);
   for (int k = 0; k < 2; ++k) {
-    const Pulse p = pair.pulse[k];
+    const PlacedPulse p = pair.pulse[k];
     position[k] = kTracks * p.place + p.track;
     sign[k] = signs[p.track][p.place];
-    code[position[k]] += sign[k];
-    *sign_index |= (sign[k] > 0.0) << k;
+    innovation->code[position[k]] += sign[k];
+    sign_index |= (sign[k] > 0.0) << k;
   }
-  filter_pulses(padded, position, sign, 2, y);
-  pitch_sharpen(code, t0, pitch_sharp);
-  return kGray[table_index_0(pair.pulse[0])] + 16 * kGray[table_index_1(pair.pulse[1])];
+  filter_pulses(padded, position, sign, 2, innovation->y);
+  pitch_sharpen(innovation->code, in.t0, in.pitch_sharp);
+  return {kGray[table_index_0(pair.pulse[0])] + 16 * kGray[table_index_1(pair.pulse[1])],
+          sign_index};
 }
 
 }  // namespace KELG729F_TARGET

@@ -240,36 +240,37 @@ int search_pulses(const Search& s, int budget, Winner* winner) {
   return budget - tried.count;
 }
 
-int write_codeword(const Search& s, const Winner& winner, const PaddedImpulse& impulse,
-                   double* code, double* y, int* sign_index) {
+PulseWords write_codeword(const Search& s, const Winner& winner, const PaddedImpulse& impulse,
+                          Innovation* innovation) {
   const int* place = winner.place;
-  int position[kPulses];
+  int position[kPulses], sign_index = 0;
   double sign[kPulses];
-  zero_vector(code, kSubframe);
-  *sign_index = 0;
+  zero_vector(innovation->code, kSubframe);
   for (int k = 0; k < kPulses; ++k) {
     const int track = k == 3 ? winner.fourth_track : k;
     position[k] = kTracks * place[k] + track;
     sign[k] = s.sign[track][place[k]];
-    code[position[k]] = sign[k];
-    *sign_index |= (sign[k] > 0.0) << k;
+    innovation->code[position[k]] = sign[k];
+    sign_index |= (sign[k] > 0.0) << k;
   }
-  filter_pulses(impulse, position, sign, kPulses, y);
-  return place[0] | place[1] << 3 | place[2] << 6 | (winner.fourth_track - 3) << 9 | place[3] << 10;
+  filter_pulses(impulse, position, sign, kPulses, innovation->y);
+  return {
+      place[0] | place[1] << 3 | place[2] << 6 | (winner.fourth_track - 3) << 9 | place[3] << 10,
+      sign_index};
 }
 
 }  // namespace
 
-int acelp_search_17bit(const double* target, double* impulse, int t0, double pitch_sharp,
-                       int subframe_start, double* code, double* y, int* sign_index,
-                       int* fcb_extra) {
+PulseWords acelp_search_17bit(const InnovationInput& in, int subframe_start, int* fcb_extra,
+                              Innovation* innovation) {
   Search s;
-  alignas(kAlign) double d[kSubframe];
-  pitch_sharpen(impulse, t0, pitch_sharp);
+  alignas(kAlign) double backward_target[kSubframe];
+  double* const impulse = in.impulse.data();
+  pitch_sharpen(impulse, in.t0, in.pitch_sharp);
   const PaddedImpulse padded = pad_impulse(impulse);
   impulse_energies(impulse, &s.rr);
-  correlate_target_impulse(impulse, target, d);
-  split_signs(d, s.d, s.sign);
+  correlate_target_impulse(impulse, in.target.data(), backward_target);
+  split_signs(backward_target, s.d, s.sign);
   set_threshold(&s);
   correlate_impulse(impulse, s.sign, &s.rr, kFourPulses);
   set_screen(&s);
@@ -277,9 +278,9 @@ int acelp_search_17bit(const double* target, double* impulse, int t0, double pit
   Winner winner;
   const int budget = kBudget + (subframe_start == 0 ? kFirstExtra : *fcb_extra);
   *fcb_extra = search_pulses(s, budget, &winner);
-  const int position_index = write_codeword(s, winner, padded, code, y, sign_index);
-  pitch_sharpen(code, t0, pitch_sharp);
-  return position_index;
+  const PulseWords words = write_codeword(s, winner, padded, innovation);
+  pitch_sharpen(innovation->code, in.t0, in.pitch_sharp);
+  return words;
 }
 
 }  // namespace KELG729F_TARGET

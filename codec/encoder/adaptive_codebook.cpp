@@ -16,11 +16,11 @@ constexpr int kMargin = 4;              // lags that the interpolation reads bey
 constexpr double kEnergyFloor = 0.01;
 constexpr double kMaxPitchGain = 1.2;
 static_assert(kPitchMax + kMargin <= kExcitationPast);
-// Correlations are normalised eight at a time.
+// Correlations are normalized eight at a time.
 constexpr int kMostLags = kMargin + (kWidth + kMargin + kLanes - 1) / kLanes * kLanes;
 
-// Interpolation of the normalised correlation by thirds of a sample: a windowed sinc.
-constexpr double kCorrelationInterpolation[3 * kMargin + 1] = {
+// Interpolation of the normalized correlation by thirds of a sample: a windowed sinc.
+constexpr double corr_interp_filter[3 * kMargin + 1] = {
     0.900839, 0.760084, 0.424082, 0.084078, -0.10557,  -0.12112, -0.047624,
     0.016285, 0.031217, 0.015738, 0.0,      -0.005925, 0.0,
 };
@@ -47,7 +47,7 @@ KELG729F_VEC void measure(const Vec8* y, const double* xn, double* corr, double*
 }
 
 // The square root is a single-precision one, as decisions depend on its rounding.
-KELG729F_VEC double normalise(double corr, double energy) {
+KELG729F_VEC double normalize(double corr, double energy) {
   return corr / std::sqrt(static_cast<float>(energy));
 }
 
@@ -59,7 +59,7 @@ int last_greatest(const double* c, int first, int last) {
   return best;
 }
 
-// The best integer lag, and the normalised correlations of the lags up to kMargin around it:
+// The best integer lag, and the normalized correlations of the lags up to kMargin around it:
 // corr[k] is that of lag range.t0_min - kMargin + k. Beyond the range most are never asked for, as
 // the best lag tends to be in the middle. So the shorter lags' vectors are kept until it is known,
 // and the longer ones' not made.
@@ -84,16 +84,16 @@ int search_lags(const double* exc, const double* xn, const double* h, LagRange r
     delay_filtered(y, sample(k + 1), h);
   }
   for (int i = kMargin; i < k; i += kLanes)
-    for (int j = i; j < i + kLanes; ++j) corr[j] = normalise(corr[j], energy[j]);
+    for (int j = i; j < i + kLanes; ++j) corr[j] = normalize(corr[j], energy[j]);
 
   const int best = last_greatest(corr, kMargin, k - 1);
   for (int i = best - kMargin; i < kMargin; ++i) {
     measure(shorter[i], xn, corr + i, energy + i);
-    corr[i] = normalise(corr[i], energy[i]);
+    corr[i] = normalize(corr[i], energy[i]);
   }
   for (; k <= best + kMargin; ++k) {
     measure(y, xn, corr + k, energy + k);
-    corr[k] = normalise(corr[k], energy[k]);
+    corr[k] = normalize(corr[k], energy[k]);
     delay_filtered(y, sample(k + 1), h);
   }
   return best;
@@ -107,19 +107,18 @@ double interpolate(const double* c, int f) {
   }
   double value = 0.0;
   for (int i = 0; i < kMargin; ++i) {
-    value += c[-i] * kCorrelationInterpolation[f + 3 * i] +
-             c[1 + i] * kCorrelationInterpolation[3 - f + 3 * i];
+    value += c[-i] * corr_interp_filter[f + 3 * i] + c[1 + i] * corr_interp_filter[3 - f + 3 * i];
   }
   return value;
 }
 
-// Fractions tried around an integer lag, in thirds; {0, 0} for none.
-struct Fractions {
+// LagFractions tried around an integer lag, in thirds; {0, 0} for none.
+struct LagFractions {
   int first, last;
 };
 
-Fractions fractions_of(int lag, LagRange range, int i_subfr, int rate) {
-  constexpr Fractions kNone = {0, 0}, kAll = {-2, 2};
+LagFractions fractions_of(int lag, LagRange range, int i_subfr, Rate rate) {
+  constexpr LagFractions kNone = {0, 0}, kAll = {-2, 2};
   if (i_subfr == 0) return lag > kLastFractionalLag ? kNone : kAll;
   if (rate != kRate6k4) return kAll;
   switch (range.t0_max - lag) {
@@ -136,7 +135,7 @@ Fractions fractions_of(int lag, LagRange range, int i_subfr, int rate) {
 }
 
 // The fraction of the greatest interpolated correlation, the lowest among equals.
-int best_fraction(const double* c, Fractions tried) {
+int best_fraction(const double* c, LagFractions tried) {
   int best = tried.first;
   if (tried.first == tried.last) return best;
   double greatest = interpolate(c, best);
@@ -152,10 +151,10 @@ int best_fraction(const double* c, Fractions tried) {
 
 }  // namespace
 
-PitchLag closed_loop_pitch(const double* exc, const double* xn, const double* h, LagRange range,
-                           int i_subfr, int rate) {
+PitchLag closed_loop_pitch(const double* exc, Subframe xn, Subframe h, LagRange range, int i_subfr,
+                           Rate rate) {
   double corr[kMostLags] = {};
-  const int best = search_lags(exc, xn, h, range, corr);
+  const int best = search_lags(exc, xn.data(), h.data(), range, corr);
   const int lag = range.t0_min - kMargin + best;
   const int f = best_fraction(corr + best, fractions_of(lag, range, i_subfr, rate));
   if (f == -2) return {lag - 1, 1};
@@ -163,7 +162,7 @@ PitchLag closed_loop_pitch(const double* exc, const double* xn, const double* h,
   return {lag, f};
 }
 
-int encode_lag(PitchLag lag, LagRange* range, int i_subfr, int rate) {
+int encode_lag(PitchLag lag, LagRange* range, int i_subfr, Rate rate) {
   const auto [t0, frac] = lag;
   if (i_subfr == 0) {
     range->t0_min = second_lag_min(t0);
@@ -177,9 +176,9 @@ int encode_lag(PitchLag lag, LagRange* range, int i_subfr, int rate) {
   return offset + 6;
 }
 
-double pitch_gain(const double* y1, const double* xn, double g_coeff[2]) {
-  const double xy = dot(xn, y1, kSubframe);
-  const double yy = kEnergyFloor + dot(y1, y1, kSubframe);
+double pitch_gain(Subframe y1, Subframe xn, double g_coeff[2]) {
+  const double xy = dot(xn.data(), y1.data(), kSubframe);
+  const double yy = kEnergyFloor + dot(y1.data(), y1.data(), kSubframe);
   g_coeff[0] = yy;
   g_coeff[1] = 0.01 - 2.0 * xy;
   return std::clamp(xy / yy, 0.0, kMaxPitchGain);

@@ -14,22 +14,22 @@ struct LagRange {
 };
 
 // Lag of the subframe (i_subfr 0 or 40) whose past excitation, filtered by the impulse response
-// h[0..39] of the weighted synthesis filter, has the greatest normalised correlation with the
+// h[0..39] of the weighted synthesis filter, has the greatest normalized correlation with the
 // target xn[0..39]. exc is the excitation at the subframe's start: exc[-154..-1] the past,
-// exc[0..39] the LP residual, which stands for the excitation not known yet. Fractions are
+// exc[0..39] the LP residual, which stands for the excitation not known yet. LagFractions are
 // searched up to lag 84 in the first subframe, throughout in the second, and at 6.4 kbit/s
 // (Annex D) around the middle of the second subframe's range only. t0 is within the range widened
 // by one; among equal correlations the largest integer lag and the lowest fraction win.
-PitchLag closed_loop_pitch(const double* exc, const double* xn, const double* h, LagRange range,
-                           int i_subfr, int rate);
+PitchLag closed_loop_pitch(const double* exc, Subframe xn, Subframe h, LagRange range, int i_subfr,
+                           Rate rate);
 
 // Index of the lag: 8 bits in the first subframe; in the second 5 bits, at 6.4 kbit/s 4 bits,
 // relative to the range. The first subframe's call sets the range of the second.
-int encode_lag(PitchLag lag, LagRange* range, int i_subfr, int rate);
+int encode_lag(PitchLag lag, LagRange* range, int i_subfr, Rate rate);
 
 // Pitch gain <xn, y1> / <y1, y1> bounded to [0, 1.2]; y1[0..39] is the filtered adaptive-codebook
-// vector. g_coeff receives what the gain quantiser needs: 0.01 + <y1, y1> and 0.01 - 2 <xn, y1>.
-double pitch_gain(const double* y1, const double* xn, double g_coeff[2]);
+// vector. g_coeff receives what the gain quantizer needs: 0.01 + <y1, y1> and 0.01 - 2 <xn, y1>.
+double pitch_gain(Subframe y1, Subframe xn, double g_coeff[2]);
 
 }  // namespace KELG729F_TARGET
 }  // namespace g729

@@ -1,5 +1,7 @@
 #include "codec/encoder/encoder_driver.h"
 
+#include <algorithm>
+
 #include "codec/dsp/filters.h"
 #include "codec/dsp/flush_denormals.h"
 #include "codec/encoder/frame_work.h"
@@ -29,13 +31,27 @@ void analyse_spectrum(EncoderCoreState* state, FrameWork* w, int highest_lag) {
   lpc_to_lsp(a, w->lsp_new, state->lsp_old);
 }
 
+// The LSFs of lsp_new.
+std::span<const double, kOrder> lsf_new(const FrameWork& w) {
+  return std::span<const double, kOrder>(w.lsf + kOrder, kOrder);
+}
+
 bool detect_voice(EncoderCoreState* state, const FrameWork& w, Rate rate) {
-  double lsf[kOrder], energy_db;
-  copy_vector(w.lsf + kOrder, lsf, kOrder);
-  int vad = vad_decide(&state->vad, w.rc[1], lsf, w.r, state->old_speech, state->frame_counter,
-                       state->past_vad, state->past_past_vad, &energy_db);
-  music_detect(&state->music, rate, w.rc, state->lag_buf, state->pgain_buf, state->prev_lp_mode,
-               state->past_vad, energy_db, &vad);
+  const VadDecision decision = vad_decide(&state->vad, {.rc = w.rc[1],
+                                                        .lsf = lsf_new(w),
+                                                        .r = w.r,
+                                                        .speech = state->old_speech,
+                                                        .frame_count = state->frame_counter,
+                                                        .prev_marker = state->past_vad,
+                                                        .pprev_marker = state->past_past_vad});
+  const bool vad = music_detect(&state->music, {.rate = rate,
+                                                .rc = w.rc,
+                                                .lag_buf = state->lag_buf,
+                                                .pgain_buf = state->pgain_buf,
+                                                .prev_lp_mode = state->prev_lp_mode,
+                                                .past_vad = state->past_vad,
+                                                .energy_db = decision.energy_db,
+                                                .vad = decision.voice});
   dtx_update(&state->dtx, w.r_unwindowed, vad);
   return vad;
 }
@@ -46,9 +62,10 @@ void interpolate_unquantized(const EncoderCoreState& state, FrameWork* w) {
 }
 
 void quantize_spectrum(const EncoderCoreState& state, FrameWork* w) {
-  lsp_quantize(state.freq_prev, w->lsf + kOrder, w->lsp_new_q, w->lsp_residual, w->lsp_word);
-  const double* const old = state.prev_lp_mode == kForward ? state.lsp_old_q : w->lsp_new_q;
-  interpolate_quantized_lpc(old, w->lsp_new_q, w->forward_q);
+  w->lsp_new_q = lsp_quantize(state.freq_prev, lsf_new(*w));
+  const double* const lsp_q = w->lsp_new_q.lsp_q;
+  const double* const old = state.prev_lp_mode == kForward ? state.lsp_old_q : lsp_q;
+  interpolate_quantized_lpc(old, lsp_q, w->forward_q);
 }
 
 void decide_mode(EncoderCoreState* state, FrameWork* w, Rate rate) {
@@ -63,26 +80,25 @@ void decide_mode(EncoderCoreState* state, FrameWork* w, Rate rate) {
   }
 }
 
-void choose_filters(FrameWork* w, int bwd_dominant) {
+void choose_filters(FrameWork* w, bool bwd_dominant) {
   const LpFilter backward = {w->backward, kBackwardOrder};
   for (int k = 0; k < kSubframes; ++k) {
     const LpFilter forward = {w->forward + k * kCoeffs, kOrder};
     const LpFilter forward_q = {w->forward_q + k * kCoeffs, kOrder};
     if (w->lp_mode == kBackward) {
-      w->quantised[k] = backward;
+      w->quantized[k] = backward;
       w->weighting[k].filter = bwd_dominant ? backward : forward;
     } else {
-      w->quantised[k] = forward_q;
+      w->quantized[k] = forward_q;
       w->weighting[k].filter = bwd_dominant ? forward_q : forward;
     }
   }
 }
 
 void choose_weighting(EncoderCoreState* state, FrameWork* w) {
-  if (w->lp_mode == kBackward)
-    fixed_weighting_factors(w->gamma1, w->gamma2, state->mode.bwd_dominant);
-  else
-    perceptual_weighting_factors(w->gamma1, w->gamma2, w->lsf, w->rc, &state->weighting);
+  w->factors = w->lp_mode == kBackward
+                   ? fixed_weighting_factors(state->mode.bwd_dominant)
+                   : perceptual_weighting_factors(w->lsf, w->rc, &state->weighting);
   choose_filters(w, state->mode.bwd_dominant);
 }
 
@@ -116,10 +132,9 @@ LagRange first_lag_range(int t_op) {
 // What a forward frame leaves to the next one, and its words.
 void keep_spectrum(EncoderCoreState* state, const FrameWork& w, ParameterSet* set) {
   backward_smoothing_restart(&state->mode.smoothing, w.forward_q + kCoeffs);
-  copy_vector(w.lsp_new_q, state->lsp_old_q, kOrder);
-  lsp_history_push(w.lsp_residual, &state->freq_prev);
-  set->lsp[0] = w.lsp_word[0];
-  set->lsp[1] = w.lsp_word[1];
+  copy_vector(w.lsp_new_q.lsp_q, state->lsp_old_q, kOrder);
+  lsp_history_push(w.lsp_new_q.residual, &state->freq_prev);
+  std::copy_n(w.lsp_new_q.ana, 2, set->lsp);
 }
 
 ParameterSet code_active_frame(EncoderCoreState* state, const FrameWork& w, Rate rate) {
@@ -127,7 +142,7 @@ ParameterSet code_active_frame(EncoderCoreState* state, const FrameWork& w, Rate
   set.type = static_cast<FrameType>(rate + 2);
   set.lp_mode = w.lp_mode;
   remember_decision(state, true);
-  state->noise_seed = kNoiseSeed;
+  state->dtx.noise.noise_seed = kNoiseSeed;
   if (w.lp_mode == kForward) keep_spectrum(state, w, &set);
   const int t_op = open_loop_pitch(state->old_wsp + kPitchMax);
   smooth_lag(state->lag_buf, t_op);
@@ -138,21 +153,22 @@ ParameterSet code_active_frame(EncoderCoreState* state, const FrameWork& w, Rate
 }
 
 ParameterSet code_inactive_frame(EncoderCoreState* state, FrameWork* w) {
-  NoiseSubframe applied[kSubframes];
-  ParameterSet set;
-  dtx_encode_frame(&state->dtx, state->old_exc + kExcitationPast, state->past_vad, &set,
-                   state->lsp_old_q, w->forward_q, &state->noise_seed, &state->freq_prev, applied);
+  const DtxFrame coded =
+      dtx_encode_frame(&state->dtx, state->past_vad, state->old_exc + kExcitationPast,
+                       state->lsp_old_q, &state->freq_prev);
+  copy_vector(coded.noise.a, w->forward_q, kSubframes * kCoeffs);
   remember_decision(state, false);
   for (int k = 0; k < kSubframes; ++k) {
-    w->weighting[k].filter = w->quantised[k];
-    taming_update(&state->exc_err, applied[k].gain_pitch, applied[k].lag);
-    phase_dispersion_update(&state->dispersion, applied[k].gain_pitch, applied[k].gain_code);
+    const NoiseSubframe& applied = coded.noise.applied[k];
+    w->weighting[k].filter = w->quantized[k];
+    taming_update(&state->exc_err, applied.gains.gain_pitch, applied.lag);
+    phase_dispersion_update(&state->dispersion, applied.gains);
   }
   expand_bandwidth(w);
   for (int k = 0; k < kSubframes; ++k) synthesize_noise_subframe(state, *w, k);
   backward_smoothing_restart(&state->mode.smoothing, w->forward_q + kCoeffs);
   state->sharp = kSharpMin;
-  return set;
+  return {.type = coded.type, .sid = coded.sid};
 }
 
 // Moves the last `keep` values of a buffer to its front.
@@ -193,7 +209,8 @@ ParameterSet encode_frame(EncoderCoreState* state, Samples samples, Rate rate) {
 ParameterSet encoder_process_frame(EncoderCoreState* state, std::span<const double, kFrame> input,
                                    Rate rate) {
   FrameWork w;
-  copy_vector(input.data(), state->old_speech + kNewSpeech, kFrame);
+  double* const new_speech = state->old_speech + kNewSpeech;
+  copy_vector(input.data(), new_speech, kFrame);
   // Only the voice activity detector looks beyond the order of the filter.
   analyse_spectrum(state, &w, state->dtx_enabled ? kAutocorrelations : kOrder);
   interpolate_unquantized(*state, &w);

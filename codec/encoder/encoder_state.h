@@ -12,11 +12,12 @@
 #include "codec/dsp/phase_dispersion.h"
 #include "codec/dsp/pitch.h"
 #include "codec/dsp/random.h"
-#include "codec/dtx/dtx.h"
+#include "codec/dtx/dtx_encode.h"
 #include "codec/dtx/vad.h"
 #include "codec/encoder/mode_decision.h"
 #include "codec/encoder/music_detector.h"
 #include "codec/encoder/taming.h"
+#include "codec/encoder/target.h"
 #include "codec/encoder/weighting.h"
 
 namespace g729 {
@@ -43,12 +44,11 @@ struct EncoderCoreState {
   // first dispersed subframe on; before it, synthesis serves as both.
   double undispersed[kBackwardOrder] = {};
   bool has_dispersed = false;
-  double error_mem[kBackwardOrder] = {};           // speech - undispersed synthesis
-  double weighted_error_mem[kBackwardOrder] = {};  // xn - g_p y1 - g_c y2
+  ErrorMemory error_mem;
 
   // Spectrum.
-  double lsp_old[kOrder];       // unquantised LSPs of the previous frame
-  double lsp_old_q[kOrder];     // quantised LSPs of the previous frame
+  double lsp_old[kOrder];       // unquantized LSPs of the previous frame
+  double lsp_old_q[kOrder];     // quantized LSPs of the previous frame
   LspHistory freq_prev;         // LSF predictor memory
   LevinsonMemory levinson;      // fall-back of the forward analysis
   BackwardLpState backward_lp;  // backward analysis of the 11.8 kbit/s mode
@@ -64,7 +64,6 @@ struct EncoderCoreState {
   // Silence.
   bool past_vad = true;
   bool past_past_vad = true;
-  int16_t noise_seed = kNoiseSeed;
   VadState vad;
   DtxState dtx;
 

@@ -14,6 +14,25 @@ inline namespace KELG729F_TARGET {
 
 static_assert(kTrackPositions == kLanes, "a track is one vector");
 
+// What a search starts from. impulse is pitch-sharpened in place, with the lag t0.
+struct InnovationInput {
+  Subframe target;                       // what the adaptive codebook left over
+  std::span<double, kSubframe> impulse;  // response of the weighted synthesis filter
+  int t0;
+  double pitch_sharp;
+};
+
+// What it finds.
+struct Innovation {
+  alignas(kAlign) double code[kSubframe];  // sharpened
+  alignas(kAlign) double y[kSubframe];     // unsharpened, through the sharpened response
+};
+
+// The words of the codebooks of 6.4 and 8 kbit/s.
+struct PulseWords {
+  int position_index, sign_index;
+};
+
 using TrackVector = double[kTracks][kTrackPositions];
 inline constexpr int kVectorAlign = kLanes * sizeof(double);
 

@@ -2,16 +2,13 @@
 #pragma once
 
 #include "codec/dsp/constants.h"
+#include "codec/dsp/filters.h"
 #include "codec/encoder/lp_analysis.h"
+#include "codec/encoder/lsp_quantizer.h"
+#include "codec/encoder/weighting.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {
-
-// An LP filter in use: a[0..order].
-struct LpFilter {
-  const double* a;
-  int order;
-};
 
 // An LP filter and what weighting makes of it, A(z/gamma1) and A(z/gamma2).
 struct WeightedFilter {
@@ -29,13 +26,11 @@ struct FrameWork {
   double forward[kSubframes * kCoeffs];    // unquantized filters
   double forward_q[kSubframes * kCoeffs];  // quantized filters; comfort noise in silence
   double backward[kBackwardCoeffs];        // backward filter in use
-  double lsp_new_q[kOrder];
-  double lsp_residual[kOrder];  // what the LSF predictor memory receives
-  int lsp_word[2];
-  bool vad;  // active
+  QuantizedLsp lsp_new_q;                  // of an active frame
+  bool vad;                                // active
   LpMode lp_mode;
-  double gamma1[kSubframes], gamma2[kSubframes];
-  LpFilter quantised[kSubframes];  // synthesis filters, of the same order
+  WeightingFactors factors;
+  LpFilter quantized[kSubframes];  // synthesis filters, of the same order
   WeightedFilter weighting[kSubframes];
 };
 

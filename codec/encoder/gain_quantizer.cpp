@@ -23,7 +23,7 @@ struct Preselection {
   double b;  // offset
   double c;  // slope
   double e;  // offset
-  double k;  // normaliser
+  double k;  // normalizer
   int thresholds_a, thresholds_b;
   double threshold_a[kLanes];
   double threshold_b[kLanes];
@@ -58,10 +58,10 @@ struct Optimum {
   double pitch, code;
 };
 
-Optimum unconstrained_optimum(const double* c, int tame_flag) {
+Optimum unconstrained_optimum(const double* c, bool tame_flag) {
   const double t = -1.0 / (4.0 * c[0] * c[2] - c[4] * c[4]);
   Optimum best = {t * (2.0 * c[2] * c[1] - c[4] * c[3]), t * (2.0 * c[0] * c[3] - c[4] * c[1])};
-  if (tame_flag == 1) best.pitch = std::min(best.pitch, kTamedOptimum);
+  if (tame_flag) best.pitch = std::min(best.pitch, kTamedOptimum);
   return best;
 }
 
@@ -103,7 +103,7 @@ KELG729F_VEC StageB gather(const GainPair* entry) {
 // The pair of least error, the first of equals; the first of all when none is allowed.
 template <const Preselection& p>
 Choice search(const GainPair* stage_a, const GainPair* stage_b, Candidates first, const double* c,
-              double g0, int tame_flag) {
+              double g0, bool tame_flag) {
   const StageB b = gather<p>(stage_b + first.b);
   const Vec8 worst = splat(kWorst);
   Vec8 error[p.candidates_a], lowest = worst;
@@ -113,7 +113,7 @@ Choice search(const GainPair* stage_a, const GainPair* stage_b, Candidates first
     const Vec8 code = splat(g0) * (splat(a.code) + b.code);
     Vec8 e = ((splat(c[0]) * pitch + splat(c[1])) + splat(c[4]) * code) * pitch +
              (splat(c[2]) * code + splat(c[3])) * code;
-    if (tame_flag == 1) e = select(splat(kTamedPitch) <= pitch, worst, e);
+    if (tame_flag) e = select(splat(kTamedPitch) <= pitch, worst, e);
     error[i] = smaller(e, worst);
     lowest = smaller(error[i], lowest);
   }
@@ -126,47 +126,44 @@ Choice search(const GainPair* stage_a, const GainPair* stage_b, Candidates first
   return {first.a + index / kLanes, first.b + index % kLanes};
 }
 
-// What the two forms share; returns the correction factor.
+// What the two forms share.
+struct Quantized {
+  Choice choice;
+  double factor;  // correction
+  Gains gains;
+};
 template <const Preselection& p>
-double quantize(const GainPair* stage_a, const GainPair* stage_b, const double* gain_coeff,
-                double g0, int tame_flag, Choice* choice, double* gain_pitch, double* gain_code) {
-  const Optimum optimum = unconstrained_optimum(gain_coeff, tame_flag);
+Quantized quantize(const GainPair* stage_a, const GainPair* stage_b, const GainInput& in,
+                   double g0) {
+  const Optimum optimum = unconstrained_optimum(in.gain_coeff, in.tame_flag);
   const Candidates first = preselect<p>(optimum, g0);
-  *choice = search<p>(stage_a, stage_b, first, gain_coeff, g0, tame_flag);
-  const GainPair& a = stage_a[choice->a];
-  const GainPair& b = stage_b[choice->b];
+  const Choice choice = search<p>(stage_a, stage_b, first, in.gain_coeff, g0, in.tame_flag);
+  const GainPair& a = stage_a[choice.a];
+  const GainPair& b = stage_b[choice.b];
   const double factor = a.code + b.code;
-  *gain_pitch = a.pitch + b.pitch;
-  *gain_code = g0 * factor;
-  return factor;
+  return {choice, factor, {a.pitch + b.pitch, g0 * factor}};
 }
 
 }  // namespace
 
-void gain_correlations(const double* x, const double* y1, const double* z, double* gain_coeff) {
-  gain_coeff[2] = dot(z, z, kSubframe) + 0.01;
-  gain_coeff[3] = -2.0 * dot(x, z, kSubframe);
-  gain_coeff[4] = 2.0 * dot(y1, z, kSubframe);
+void gain_correlations(Subframe x, Subframe y1, Subframe z, double* gain_coeff) {
+  gain_coeff[2] = dot(z.data(), z.data(), kSubframe) + 0.01;
+  gain_coeff[3] = -2.0 * dot(x.data(), z.data(), kSubframe);
+  gain_coeff[4] = 2.0 * dot(y1.data(), z.data(), kSubframe);
 }
 
-int gain_quantize(const double* code, const double* gain_coeff, int length, double* gain_pitch,
-                  double* gain_code, int tame_flag, GainHistory* past_energy) {
-  const double g0 = gain_predict(*past_energy, code, length);
-  Choice choice;
-  const double factor = quantize<kPreselection8k>(kGainA, kGainB, gain_coeff, g0, tame_flag,
-                                                  &choice, gain_pitch, gain_code);
+QuantizedGains gain_quantize(const GainInput& in, GainHistory* past_energy) {
+  const double g0 = gain_predict(*past_energy, in.code.data(), kSubframe);
+  const auto [choice, factor, gains] = quantize<kPreselection8k>(kGainA, kGainB, in, g0);
   gain_history_push(past_energy, factor);
-  return kGainStageB * kGainCodeA[choice.a] + kGainCodeB[choice.b];
+  return {kGainStageB * kGainCodeA[choice.a] + kGainCodeB[choice.b], gains};
 }
 
-int gain_quantize_6k4(const double* code, const double* gain_coeff, int length, double* gain_pitch,
-                      double* gain_code, int tame_flag, GainHistory* past_energy) {
-  const double g0 = gain_predict(*past_energy, code, length);
-  Choice choice;
-  const double factor = quantize<kPreselection6k4>(kGainA6k4, kGainB6k4, gain_coeff, g0, tame_flag,
-                                                   &choice, gain_pitch, gain_code);
+QuantizedGains gain_quantize_6k4(const GainInput& in, GainHistory* past_energy) {
+  const double g0 = gain_predict(*past_energy, in.code.data(), kSubframe);
+  const auto [choice, factor, gains] = quantize<kPreselection6k4>(kGainA6k4, kGainB6k4, in, g0);
   gain_history_push(past_energy, std::max(factor, kGainFloor6k4));
-  return kGainStageB6k4 * kGainCodeA6k4[choice.a] + kGainCodeB6k4[choice.b];
+  return {kGainStageB6k4 * kGainCodeA6k4[choice.a] + kGainCodeB6k4[choice.b], gains};
 }
 
 }  // namespace KELG729F_TARGET

@@ -1,4 +1,4 @@
-// Joint quantisation of the two gains by the conjugate-structure codebook (clause 3.9.2), and its
+// Joint quantization of the two gains by the conjugate-structure codebook (clause 3.9.2), and its
 // 6.4 kbit/s form (Annex D).
 //
 // The weighted error of a pair of gains is
@@ -15,20 +15,26 @@ inline namespace KELG729F_TARGET {
 
 inline constexpr int kGainTerms = 5;
 
-// Writes gain_coeff[2] = <z, z> + 0.01, [3] = -2 <x, z> and [4] = 2 <y1, z>; x[40] is the target of
-// the subframe, y1[40] the filtered adaptive-codebook vector, z[40] the filtered innovation.
-void gain_correlations(const double* x, const double* y1, const double* z, double* gain_coeff);
+// Writes gain_coeff[2] = <z, z> + 0.01, [3] = -2 <x, z> and [4] = 2 <y1, z>; x is the target of the
+// subframe, y1 the filtered adaptive-codebook vector, z the filtered innovation.
+void gain_correlations(Subframe x, Subframe y1, Subframe z, double* gain_coeff);
 
-// Quantises the gains of a subframe whose innovation is code[0..length-1], sharpened. Returns the
-// 7-bit index and writes the quantised gains; past_energy receives the correction factor. With
-// tame_flag 1 pairs of pitch gain 0.9999 and above are left out. When no candidate qualifies, the
-// first entries of both codebooks are taken, whatever the pre-selection chose.
-int gain_quantize(const double* code, const double* gain_coeff, int length, double* gain_pitch,
-                  double* gain_code, int tame_flag, GainHistory* past_energy);
+struct GainInput {
+  Subframe code;             // innovation, sharpened
+  const double* gain_coeff;  // kGainTerms
+  bool tame_flag;            // leaves out pairs of pitch gain 0.9999 and above
+};
+struct QuantizedGains {
+  int index;  // 7 bits, at 6.4 kbit/s 6 bits
+  Gains gains;
+};
 
-// The 6.4 kbit/s form: 6-bit index; past_energy receives at least kGainFloor6k4.
-int gain_quantize_6k4(const double* code, const double* gain_coeff, int length, double* gain_pitch,
-                      double* gain_code, int tame_flag, GainHistory* past_energy);
+// past_energy receives the correction factor. When no candidate qualifies, the first entries of
+// both codebooks are taken, whatever the pre-selection chose.
+QuantizedGains gain_quantize(const GainInput& in, GainHistory* past_energy);
+
+// The 6.4 kbit/s form; past_energy receives at least kGainFloor6k4.
+QuantizedGains gain_quantize_6k4(const GainInput& in, GainHistory* past_energy);
 
 }  // namespace KELG729F_TARGET
 }  // namespace g729

@@ -13,7 +13,7 @@ inline namespace KELG729F_TARGET {
 // last decimal, and must not be computed anew.
 
 // w[n] = 0.54 - 0.46 cos(2 pi n / 399), n = 0..199; cos(2 pi (n - 200) / 159), n = 200..239.
-const double kLpWindow[kWindow] = {
+const double lp_window[kWindow] = {
     0.08,       0.08005703, 0.08022812, 0.08051322, 0.08091226, 0.08142514, 0.08205173, 0.08279189,
     0.08364542, 0.08461211, 0.08569173, 0.086884,   0.08818864, 0.08960531, 0.09113366, 0.09277333,
     0.09452389, 0.09638492, 0.09835596, 0.10043651, 0.10262606, 0.10492407, 0.10732996, 0.10984315,
@@ -47,7 +47,7 @@ const double kLpWindow[kWindow] = {
 };
 
 // exp(-(2 pi 60 i / 8000)^2 / 2) / 1.0001, i = 1..12.
-const double kLagWindow[kAutocorrelations] = {
+const double lag_window[kAutocorrelations] = {
     0.99879038, 0.99546894, 0.98995779, 0.98229335, 0.9725262, 0.96072035,
     0.94695264, 0.9313118,  0.91389754, 0.89481964, 0.8741966, 0.85215437,
 };
@@ -85,7 +85,7 @@ void autocorrelation(const double* x, int highest, double* r) {
   alignas(64) double buffer[kLead + kWindow];
   double* const y = buffer + kLead;
   zero_vector(buffer, kLead);
-  for (int n = 0; n < kWindow; n += kLanes) store(y + n, load(x + n) * load(kLpWindow + n));
+  for (int n = 0; n < kWindow; n += kLanes) store(y + n, load(x + n) * load(lp_window + n));
   if (highest == kOrder)
     correlate<kOrder + 1>(y, r);
   else
@@ -94,7 +94,7 @@ void autocorrelation(const double* x, int highest, double* r) {
 }
 
 void apply_lag_window(int highest, double* r) {
-  for (int i = 1; i <= highest; ++i) r[i] *= kLagWindow[i - 1];
+  for (int i = 1; i <= highest; ++i) r[i] *= lag_window[i - 1];
 }
 
 void interpolate_lpc(const double* lsp_old, const double* lsp_new, double* lsf, double* a) {

@@ -1,5 +1,5 @@
 // The encoder's short-term analysis up to the Levinson-Durbin recursion, and the interpolation of
-// the unquantised LSPs (clauses 3.2.1 and 3.2.5).
+// the unquantized LSPs (clauses 3.2.1 and 3.2.5).
 #pragma once
 
 #include "codec/dsp/constants.h"
@@ -10,11 +10,11 @@ inline namespace KELG729F_TARGET {
 inline constexpr int kAutocorrelations = 12;  // highest lag the analysis computes
 
 // Half a Hamming window over 200 samples, then a quarter cosine over 40; 8 decimals.
-extern const double kLpWindow[kWindow];
+extern const double lp_window[kWindow];
 
 // 60 Hz bandwidth expansion, lags 1..12 in elements 0..11, divided by the white-noise correction
 // 1.0001 so that r[0] is never scaled; 8 decimals.
-extern const double kLagWindow[kAutocorrelations];
+extern const double lag_window[kAutocorrelations];
 
 // r[k] = sum over n = k..239 of y[n] y[n-k], k = 0..highest, where y is x[0..239] times the window;
 // r[0] is at least 1.0. highest is kOrder or kAutocorrelations.

@@ -159,11 +159,11 @@ void search_second_stage(const double target[kModes][kOrder], const double* weig
 
 }  // namespace
 
-void lsp_quantize(const LspHistory& history, const double* lsf, double* lsp_q, double* residual,
-                  int index[2]) {
+QuantizedLsp lsp_quantize(const LspHistory& history, std::span<const double, kOrder> lsf) {
   double weight[kOrder], target[kModes][kOrder];
-  lsf_weights(lsf, weight);
-  for (int m = 0; m < kModes; ++m) lsp_residual(kSpeechPredictor[m], history, lsf, target[m]);
+  lsf_weights(lsf.data(), weight);
+  for (int m = 0; m < kModes; ++m)
+    lsp_residual(kSpeechPredictor[m], history, lsf.data(), target[m]);
 
   ModeResult result[kModes];
   search_first_stage(target, result);
@@ -171,12 +171,14 @@ void lsp_quantize(const LspHistory& history, const double* lsf, double* lsp_q, d
 
   const int mode = result[1].distortion < result[0].distortion ? 1 : 0;
   const ModeResult& chosen = result[mode];
-  index[0] = mode * kFirstStage + chosen.first;
-  index[1] = chosen.lower * kSecondStage + chosen.upper;
+  QuantizedLsp q;
+  q.ana[0] = mode * kFirstStage + chosen.first;
+  q.ana[1] = chosen.lower * kSecondStage + chosen.upper;
 
   double lsf_q[kOrder];
-  lsp_reconstruct(index, history, residual, lsf_q);
-  cosine(lsf_q, lsp_q, kOrder);
+  lsp_reconstruct(q.ana, history, q.residual, lsf_q);
+  cosine(lsf_q, q.lsp_q, kOrder);
+  return q;
 }
 
 }  // namespace KELG729F_TARGET

@@ -31,7 +31,7 @@ constexpr double kGainStep = 1000.0;  // statistic per dB by which one gain exce
 constexpr double kGainStepMax = 1500.0;
 
 // Prediction gains of the frame in dB.
-struct Gains {
+struct PredictionGains {
   double forward, backward, smoothed;
 };
 
@@ -41,11 +41,11 @@ double to_gain(double energy, double residual) {
 
 double residual_energy(int order, const double* a, const double* speech, int n) {
   double residual[kFrame];
-  residual_filter(order, a, speech, residual, n);
+  residual_filter({a, order}, speech, residual, n);
   return dot(residual, residual, n);
 }
 
-Gains prediction_gains(const ModeInput& in, const double* smoothed) {
+PredictionGains prediction_gains(const ModeInput& in, const double* smoothed) {
   const double energy = dot(in.speech, in.speech, kFrame);
   const double forward = residual_energy(kOrder, in.aq, in.speech, kSubframe) +
                          residual_energy(kOrder, in.aq + kCoeffs, in.speech + kSubframe, kSubframe);
@@ -60,7 +60,7 @@ double squared_distance(const double* x, const double* y, int n) {
   return sum;
 }
 
-LpMode choose_mode(const ModeState& state, const ModeInput& in, const Gains& gain) {
+LpMode choose_mode(const ModeState& state, const ModeInput& in, const PredictionGains& gain) {
   if (state.stationarity >= kStationarityHeld && state.backward_run > 0 &&
       squared_distance(in.lsp_new, in.lsp_old, kOrder) < kHeldLspDistance)
     return kBackward;
@@ -87,7 +87,7 @@ void follow_run(ModeState* state, LpMode lp_mode) {
   state->backward_run = 0;
 }
 
-void follow_gains(ModeState* state, const Gains& gain) {
+void follow_gains(ModeState* state, const PredictionGains& gain) {
   const double step = kGainStep * (gain.backward - gain.forward);
   move_stationarity(state, static_cast<int>(std::min(std::max(step, -kGainStepMax), kGainStepMax)));
 }
@@ -104,7 +104,7 @@ LpMode mode_decide(ModeState* state, const ModeInput& in, double* a_backward) {
     state->stationarity = std::min(state->stationarity, kStationarityNeeded);
     follow_run(state, lp_mode);
   } else {
-    const Gains gain = prediction_gains(in, smoothed);
+    const PredictionGains gain = prediction_gains(in, smoothed);
     lp_mode = choose_mode(*state, in, gain);
     follow_run(state, lp_mode);
     follow_gains(state, gain);
@@ -117,7 +117,7 @@ LpMode mode_decide(ModeState* state, const ModeInput& in, double* a_backward) {
 }
 
 void simple_mode_update(ModeState* state) {
-  state->bwd_dominant = 0;
+  state->bwd_dominant = false;
   state->backward_run = 0;
   state->smoothing.backward_interp = kBackwardInterpStart;
   if (state->stationarity > kStationarityStart)

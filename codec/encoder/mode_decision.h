@@ -23,7 +23,7 @@ inline constexpr int kStationarityMax = 32767;
 struct ModeState {
   BackwardSmoothing smoothing;
   BackwardDominance dominance;            // the decoder's, updated after the synthesis
-  int bwd_dominant = 0;                   // dominance in force in this frame, 0 at lower rates
+  bool bwd_dominant = false;              // dominance in force in this frame, not at lower rates
   int stationarity = kStationarityStart;  // 0..kStationarityMax
   int backward_run = 0;                   // backward frames in a row up to this one
 };
@@ -31,7 +31,7 @@ struct ModeState {
 // What the full decision looks at.
 struct ModeInput {
   const double* speech;    // 80 samples of the frame, 30 valid ones before them
-  const double* aq;        // quantised forward filters of both subframes, 2 x 11
+  const double* aq;        // quantized forward filters of both subframes, 2 x 11
   const double* backward;  // backward filter of the frame, bandwidth-expanded, 31
   const double* lsp_new;   // LSPs of this frame's analysis and of the previous frame's, 10 each
   const double* lsp_old;

@@ -54,13 +54,13 @@ void follow_background(MusicDetectorState* state, const double* rc, double energ
   state->mean_energy += step * (energy_db - state->mean_energy);
 }
 
-bool looks_like_music(const MusicDetectorState& state, const double* rc, const int* lag_buf,
-                      LpMode prev_lp_mode, double energy_db) {
-  if (energy_db < kAudible) return false;
-  if (prev_lp_mode == kBackward) return true;
-  if (state.backgrounds > 0 && energy_db < state.mean_energy + kAboveBackground) return false;
+bool looks_like_music(const MusicDetectorState& state, const MusicInput& in) {
+  const double* const rc = in.rc.data();
+  if (in.energy_db < kAudible) return false;
+  if (in.prev_lp_mode == kBackward) return true;
+  if (state.backgrounds > 0 && in.energy_db < state.mean_energy + kAboveBackground) return false;
   const bool steady_pitch =
-      lag_deviation(lag_buf) < kSteadyLag && state.mean_pitch_gain > kPitchGainMusic;
+      lag_deviation(in.lag_buf.data()) < kSteadyLag && state.mean_pitch_gain > kPitchGainMusic;
   const bool sharp = partial_residual_energy(rc) < kSharpSpectrum &&
                      background_distance(state, rc) > kFarFromBackground;
   return steady_pitch || sharp;
@@ -68,18 +68,17 @@ bool looks_like_music(const MusicDetectorState& state, const double* rc, const i
 
 }  // namespace
 
-void music_detect(MusicDetectorState* state, Rate rate, const double* rc, const int* lag_buf,
-                  const double* pgain_buf, LpMode prev_lp_mode, int past_vad, double energy_db,
-                  int* vad) {
-  follow_pitch_gain(state, pgain_buf);
-  const bool music = looks_like_music(*state, rc, lag_buf, prev_lp_mode, energy_db);
+bool music_detect(MusicDetectorState* state, const MusicInput& in) {
+  const double* const rc = in.rc.data();
+  follow_pitch_gain(state, in.pgain_buf.data());
+  const bool music = looks_like_music(*state, in);
   state->evidence = std::min(std::max(state->evidence + (music ? 1 : -2), 0), kEvidenceMax);
 
   const bool like_background =
       state->backgrounds == 0 || background_distance(*state, rc) < kNearBackground;
-  if (*vad == 0 && !music && (past_vad == 0 || like_background))
-    follow_background(state, rc, energy_db);
-  if (rate == kRate11k8 && *vad == 0 && state->evidence >= kEvidenceNeeded) *vad = 1;
+  if (!in.vad && !music && (!in.past_vad || like_background))
+    follow_background(state, rc, in.energy_db);
+  return in.vad || (in.rate == kRate11k8 && state->evidence >= kEvidenceNeeded);
 }
 
 }  // namespace KELG729F_TARGET

@@ -19,13 +19,21 @@ struct MusicDetectorState {
   int evidence = 0;                  // rises with frames that look like music
 };
 
-// Runs once a frame after vad_decide. rc[0..3]: reflection coefficients of the frame; lag_buf,
-// pgain_buf: the recent open-loop lags and quantised pitch gains, kMusicHistory each; prev_lp_mode,
-// past_vad: of the previous frame; energy_db as from vad_decide. At 11.8 kbit/s *vad may turn
-// from 0 to 1; at the other rates it is only read.
-void music_detect(MusicDetectorState* state, Rate rate, const double* rc, const int* lag_buf,
-                  const double* pgain_buf, LpMode prev_lp_mode, int past_vad, double energy_db,
-                  int* vad);
+struct MusicInput {
+  Rate rate;
+  std::span<const double, kOrder> rc;  // reflection coefficients of the frame
+  // Recent open-loop lags and quantized pitch gains.
+  std::span<const int, kMusicHistory> lag_buf;
+  std::span<const double, kMusicHistory> pgain_buf;
+  LpMode prev_lp_mode;  // of the previous frame
+  bool past_vad;
+  double energy_db;  // as from vad_decide
+  bool vad;
+};
+
+// Runs once a frame after vad_decide. Returns the decision that counts: at 11.8 kbit/s noise may
+// become voice, at the other rates it stays.
+bool music_detect(MusicDetectorState* state, const MusicInput& in);
 
 }  // namespace KELG729F_TARGET
 }  // namespace g729

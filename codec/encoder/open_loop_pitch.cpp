@@ -34,9 +34,9 @@ constexpr Section kLong = {position_of(143), position_of(80)};
 constexpr Section kMiddle = {position_of(79), position_of(40)};
 constexpr Section kShort = {position_of(39), position_of(20)};
 
-struct Candidate {
+struct LagCandidate {
   int lag;
-  double normalised;
+  double normalized;
 };
 
 // Vectors summed together: as many as the registers hold.
@@ -84,14 +84,14 @@ KELG729F_VEC Measure measure(const double* wsp, int position) {
 }
 
 // The square root is a single-precision one, as decisions depend on its rounding.
-Candidate normalise(int position, const Measure& m) {
+LagCandidate normalize(int position, const Measure& m) {
   const double root = std::sqrt(static_cast<float>(m.energy));
   return {kPitchMax - position, m.correlation / root};
 }
 
-int choose_lag(Candidate chosen, Candidate middle, Candidate short_lag) {
-  for (const Candidate& shorter : {middle, short_lag})
-    if (shorter.normalised > kShorterLagFavour * chosen.normalised) chosen = shorter;
+int choose_lag(LagCandidate chosen, LagCandidate middle, LagCandidate short_lag) {
+  for (const LagCandidate& shorter : {middle, short_lag})
+    if (shorter.normalized > kShorterLagFavour * chosen.normalized) chosen = shorter;
   return chosen.lag;
 }
 
@@ -101,7 +101,7 @@ int choose_lag(Candidate chosen, Candidate middle, Candidate short_lag) {
 constexpr int kMaxSurvivors = 8;  // in a section; with more the plain search is faster
 constexpr double kLeastNorms = 1e-20, kMostNorms = 1e20;  // well inside the range of floats
 
-struct Screen {
+struct LagScreen {
   alignas(64) float c[kPositions];
   float slack;
 };
@@ -173,7 +173,7 @@ KELG729F_VEC void round_samples(const Samples& s, float scale, int32_t* pairs) {
 // of both signals' magnitudes and 80, where such a sum is sqrt(80) |signal| at most. Two
 // correlations are compared. The constants above 1 and 80 are for the roundings of this estimate
 // and of floats. False when that does not work for the signal's level.
-bool screen_positions(const double* wsp, Screen* s) {
+bool screen_positions(const double* wsp, LagScreen* s) {
   constexpr double kMostCorrelation = 0x1p30, kMostSample = 32767.0;
   const double root80 = std::sqrt(static_cast<double>(kFrame));
   alignas(64) int32_t pairs[kSampleBlocks * kFloatLanes];
@@ -192,7 +192,7 @@ bool screen_positions(const double* wsp, Screen* s) {
 }
 
 // The section's positions that may have its greatest correlation, bit i for first + i.
-uint64_t survivors(const Screen& s, Section section) {
+uint64_t survivors(const LagScreen& s, Section section) {
   const auto place = [&](int p) { return std::min(p, section.last - (kFloatLanes - 1)); };
   Float16 largest = load(s.c + section.first);
   for (int p = section.first; p <= section.last; p += kFloatLanes)
@@ -209,7 +209,7 @@ bool is_silent(const double* wsp) {
 }
 
 // The first of the greatest correlations among the positions left.
-Candidate section_candidate(const double* wsp, Section section, uint64_t left) {
+LagCandidate section_candidate(const double* wsp, Section section, uint64_t left) {
   int best = section.first + std::countr_zero(left);
   Measure greatest = measure(wsp, best);
   for (left &= left - 1; left != 0; left &= left - 1) {
@@ -219,7 +219,7 @@ Candidate section_candidate(const double* wsp, Section section, uint64_t left) {
     greatest = m;
     best = position;
   }
-  return normalise(best, greatest);
+  return normalize(best, greatest);
 }
 
 }  // namespace
@@ -229,16 +229,16 @@ int open_loop_pitch_plain(const double* wsp) {
   correlate(wsp, c);
   const auto candidate = [&](Section section) {
     const int position = peak_position(c, section);
-    return normalise(position, {c[position], measure(wsp, position).energy});
+    return normalize(position, {c[position], measure(wsp, position).energy});
   };
   return choose_lag(candidate(kLong), candidate(kMiddle), candidate(kShort));
 }
 
 int open_loop_pitch(const double* wsp) {
-  Screen screen;
+  LagScreen screen;
   if (!screen_positions(wsp, &screen))
     return is_silent(wsp) ? kPitchMax : open_loop_pitch_plain(wsp);
-  Candidate candidate[3];
+  LagCandidate candidate[3];
   int i = 0;
   for (const Section section : {kLong, kMiddle, kShort}) {
     const uint64_t left = survivors(screen, section);

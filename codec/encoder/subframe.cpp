@@ -21,17 +21,16 @@ struct SubframeWork {
   const double* speech;
   double* exc;
   double* synthesis;
-  LpFilter quantised;
-  alignas(kAlign) double xn[kSubframe];    // target of the adaptive codebook
-  alignas(kAlign) double xn2[kSubframe];   // target of the fixed codebook
-  alignas(kAlign) double h[kSubframe];     // impulse response of the weighted synthesis filter
-  alignas(kAlign) double y1[kSubframe];    // filtered adaptive-codebook vector
-  alignas(kAlign) double y2[kSubframe];    // filtered innovation
-  alignas(kAlign) double code[kSubframe];  // innovation
-  double gain_terms[kGainTerms];
-  double gain_pitch, gain_code;
+  LpFilter quantized;
+  alignas(kAlign) double xn[kSubframe];   // target of the adaptive codebook
+  alignas(kAlign) double xn2[kSubframe];  // target of the fixed codebook
+  alignas(kAlign) double h[kSubframe];    // impulse response of the weighted synthesis filter
+  alignas(kAlign) double y1[kSubframe];   // filtered adaptive-codebook vector
+  Innovation innovation;
+  double gain_coeff[kGainTerms];
+  Gains gains;
   PitchLag lag;
-  int tame;
+  bool tame;
 };
 
 void start_subframe(EncoderCoreState* state, const FrameWork& w, int k, SubframeWork* s) {
@@ -39,7 +38,7 @@ void start_subframe(EncoderCoreState* state, const FrameWork& w, int k, Subframe
   s->speech = state->old_speech + kSpeechPast + s->start;
   s->exc = state->old_exc + kExcitationPast + s->start;
   s->synthesis = state->synthesis + kSynthesisPast + s->start;
-  s->quantised = w.quantised[k];
+  s->quantized = w.quantized[k];
 }
 
 void code_lag(SubframeWork* s, LagRange* range, Rate rate, SubframeParameters* chosen) {
@@ -52,37 +51,31 @@ void code_lag(SubframeWork* s, LagRange* range, Rate rate, SubframeParameters* c
 void apply_adaptive_codebook(EncoderCoreState* state, SubframeWork* s) {
   pitch_excitation_interpolate(s->exc, s->lag.t0, s->lag.frac, kSubframe);
   convolve(s->exc, s->h, s->y1);
-  double gain = pitch_gain(s->y1, s->xn, s->gain_terms);
+  double gain = pitch_gain(s->y1, s->xn, s->gain_coeff);
   s->tame = taming_test(state->exc_err, s->lag.t0, s->lag.frac);
-  if (s->tame == 1 && gain > kTamedGain) gain = kTamedGain;
+  if (s->tame && gain > kTamedGain) gain = kTamedGain;
   for (int i = 0; i < kSubframe; ++i) s->xn2[i] = s->xn[i] - gain * s->y1[i];
 }
 
 void code_innovation(EncoderCoreState* state, SubframeWork* s, Rate rate, LpMode lp_mode,
-                     int* words) {
-  switch (rate) {
-    case kRate6k4:
-      words[0] =
-          acelp_search_11bit(s->xn2, s->h, s->lag.t0, state->sharp, s->code, s->y2, &words[1]);
-      return;
-    case kRate8k:
-      words[0] = acelp_search_17bit(s->xn2, s->h, s->lag.t0, state->sharp, s->start, s->code, s->y2,
-                                    &words[1], &state->fcb_extra);
-      return;
-    case kRate11k8:
-      acelp_search_118(lp_mode, s->xn2, s->h, s->lag.t0, state->sharp, s->code, s->y2, words);
-      return;
-    default:
-      fatal("Unrecognized bit rate\n");
-  }
+                     SubframeParameters* chosen) {
+  const InnovationInput in = {s->xn2, s->h, s->lag.t0, state->sharp};
+  if (rate == kRate11k8) return acelp_search_118(lp_mode, in, &s->innovation, chosen->code);
+  if (rate != kRate8k && rate != kRate6k4) fatal("Unrecognized bit rate\n");
+  const PulseWords words = rate == kRate8k
+                               ? acelp_search_17bit(in, s->start, &state->fcb_extra, &s->innovation)
+                               : acelp_search_11bit(in, &s->innovation);
+  chosen->code[0] = words.position_index;
+  chosen->code[1] = words.sign_index;
 }
 
 int code_gains(EncoderCoreState* state, SubframeWork* s, Rate rate) {
-  gain_correlations(s->xn, s->y1, s->y2, s->gain_terms);
+  gain_correlations(s->xn, s->y1, s->innovation.y, s->gain_coeff);
   const auto quantize = rate == kRate6k4 ? gain_quantize_6k4 : gain_quantize;
-  const int index = quantize(s->code, s->gain_terms, kSubframe, &s->gain_pitch, &s->gain_code,
-                             s->tame, &state->past_energy);
-  state->sharp = sharpening_gain(s->gain_pitch);
+  const GainInput in = {s->innovation.code, s->gain_coeff, s->tame};
+  const auto [index, gains] = quantize(in, &state->past_energy);
+  s->gains = gains;
+  state->sharp = sharpening_gain(gains.gain_pitch);
   return index;
 }
 
@@ -93,7 +86,7 @@ void push_pitch_gain(EncoderCoreState* state, double gain) {
 }
 
 void run_synthesis(const LpFilter& filter, const double* excitation, double* out) {
-  synthesis_filter(filter.order, filter.a, excitation, out, kSubframe, out - filter.order, false);
+  synthesis_filter({filter.a, filter.order}, excitation, out, kSubframe, out - filter.order, false);
 }
 
 // Local synthesis of what is heard, s.exc or its dispersed form.
@@ -102,7 +95,7 @@ void synthesize(EncoderCoreState* state, const SubframeWork& s, const double* he
     state->has_dispersed = true;
     copy_vector(s.synthesis - kBackwardOrder, state->undispersed, kBackwardOrder);
   }
-  run_synthesis(s.quantised, heard, s.synthesis);
+  run_synthesis(s.quantized, heard, s.synthesis);
 }
 
 // error[0..39] = speech - undispersed synthesis, whose end the next subframe's target starts from.
@@ -111,27 +104,27 @@ void find_error(EncoderCoreState* state, const SubframeWork& s, double* error) {
   double work[kBackwardOrder + kSubframe];
   if (state->has_dispersed) {
     copy_vector(state->undispersed, work, kBackwardOrder);
-    run_synthesis(s.quantised, s.exc, work + kBackwardOrder);
+    run_synthesis(s.quantized, s.exc, work + kBackwardOrder);
     copy_vector(work + kSubframe, state->undispersed, kBackwardOrder);
     synthesis = work + kBackwardOrder;
   }
   for (int i = 0; i < kSubframe; ++i) error[i] = s.speech[i] - synthesis[i];
-  copy_vector(error + kSubframe - kBackwardOrder, state->error_mem, kBackwardOrder);
+  copy_vector(error + kSubframe - kBackwardOrder, state->error_mem.error, kBackwardOrder);
 }
 
 // The excitation and all that remembers it.
 void finish_subframe(EncoderCoreState* state, const SubframeWork& s, Rate rate) {
   double dispersed[kSubframe];
-  const double* heard = total_excitation(&state->dispersion, rate == kRate6k4, s.gain_pitch,
-                                         s.gain_code, s.code, s.exc, dispersed);
-  taming_update(&state->exc_err, s.gain_pitch, s.lag.t0);
+  const double* heard = total_excitation(&state->dispersion, rate == kRate6k4, s.gains,
+                                         s.innovation.code, s.exc, dispersed);
+  taming_update(&state->exc_err, s.gains.gain_pitch, s.lag.t0);
   synthesize(state, s, heard);
   double error[kSubframe];
   find_error(state, s, error);
   constexpr int kFirst = kSubframe - kBackwardOrder;
   for (int i = kFirst; i < kSubframe; ++i)
-    state->weighted_error_mem[i - kFirst] =
-        s.xn[i] - s.gain_pitch * s.y1[i] - s.gain_code * s.y2[i];
+    state->error_mem.weighted_error[i - kFirst] =
+        s.xn[i] - s.gains.gain_pitch * s.y1[i] - s.gains.gain_code * s.innovation.y[i];
 }
 
 }  // namespace
@@ -142,13 +135,13 @@ SubframeParameters code_subframe(EncoderCoreState* state, const FrameWork& w, in
   SubframeParameters chosen = {};
   start_subframe(state, w, k, &s);
   // The residual goes into the excitation, where short lags of the search read it.
-  residual_filter(s.quantised.order, s.quantised.a, s.speech, s.exc, kSubframe);
-  find_target(s.exc, state->error_mem, state->weighted_error_mem, w, k, s.xn, s.h);
+  residual_filter({s.quantized.a, s.quantized.order}, s.speech, s.exc, kSubframe);
+  find_target(s.exc, state->error_mem, w, k, s.xn, s.h);
   code_lag(&s, range, rate, &chosen);
   apply_adaptive_codebook(state, &s);
-  code_innovation(state, &s, rate, w.lp_mode, chosen.code);
+  code_innovation(state, &s, rate, w.lp_mode, &chosen);
   chosen.gain = code_gains(state, &s, rate);
-  push_pitch_gain(state, s.gain_pitch);
+  push_pitch_gain(state, s.gains.gain_pitch);
   finish_subframe(state, s, rate);
   return chosen;
 }
@@ -159,12 +152,13 @@ void synthesize_noise_subframe(EncoderCoreState* state, const FrameWork& w, int 
   start_subframe(state, w, k, &s);
   synthesize(state, s, s.exc);
   double error[kBackwardOrder + kSubframe], weighted[kSubframe];
-  copy_vector(state->error_mem, error, kBackwardOrder);
+  copy_vector(state->error_mem.error, error, kBackwardOrder);
   find_error(state, s, error + kBackwardOrder);
-  residual_filter(kOrder, w.weighting[k].ap1, error + kBackwardOrder, weighted, kSubframe);
-  synthesis_filter(kOrder, w.weighting[k].ap2, weighted, weighted, kSubframe,
-                   state->weighted_error_mem + kBackwardOrder - kOrder, false);
-  copy_vector(weighted + kSubframe - kBackwardOrder, state->weighted_error_mem, kBackwardOrder);
+  residual_filter({w.weighting[k].ap1, kOrder}, error + kBackwardOrder, weighted, kSubframe);
+  synthesis_filter({w.weighting[k].ap2, kOrder}, weighted, weighted, kSubframe,
+                   state->error_mem.weighted_error + kBackwardOrder - kOrder, false);
+  copy_vector(weighted + kSubframe - kBackwardOrder, state->error_mem.weighted_error,
+              kBackwardOrder);
   push_pitch_gain(state, kNoiseGain);
 }
 

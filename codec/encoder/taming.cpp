@@ -18,13 +18,13 @@ constexpr int kReach = kInterpolationTaps;
 
 // A delay of t reads samples n - t - kReach .. n - t + kReach for n = 0..39, each entry of the
 // record standing for 40 samples.
-int taming_test(const TamingState& state, int t0, int frac) {
+bool taming_test(const TamingState& state, int t0, int frac) {
   const int t1 = frac > 0 ? t0 + 1 : t0;
   const int first = std::max(0, t1 - kSubframe - kReach) / kSubframe;
   const int last = (t1 + kReach - 2) / kSubframe;
   double worst = kNoError;
   for (int i = first; i <= last; ++i) worst = std::max(worst, state.exc_err[i]);
-  return worst > kErrorLimit ? 1 : 0;
+  return worst > kErrorLimit;
 }
 
 void taming_update(TamingState* state, double g_p, int t0) {

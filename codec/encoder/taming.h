@@ -10,10 +10,10 @@ struct TamingState {
   double exc_err[4] = {1.0, 1.0, 1.0, 1.0};
 };
 
-// 1 when the pitch gain of lag T0 + frac/3 must be limited, else 0. T0 is 19..144.
-int taming_test(const TamingState& state, int t0, int frac);
+// Whether the pitch gain of lag T0 + frac/3 must be limited. T0 is 19..144.
+bool taming_test(const TamingState& state, int t0, int frac);
 
-// Pushes the subframe coded with the quantised pitch gain g_p and the integer lag T0.
+// Pushes the subframe coded with the quantized pitch gain g_p and the integer lag T0.
 void taming_update(TamingState* state, double g_p, int t0);
 
 }  // namespace KELG729F_TARGET

@@ -21,9 +21,10 @@ struct Cascade {
 
 // One filter after the other.
 void filter_in_turn(const Cascade& f) {
-  synthesis_filter_pair(kOrder, f.first, f.in[0], f.first_mem, f.in[0], f.in[1], kRest, f.in[1]);
-  synthesis_filter_pair(kOrder, f.second, f.in[0], f.second_mem, f.out[0], f.in[1], kRest,
-                        f.out[1]);
+  synthesis_filter_pair({f.first, kOrder}, {f.in[0], f.first_mem, f.in[0]},
+                        {f.in[1], kRest, f.in[1]});
+  synthesis_filter_pair({f.second, kOrder}, {f.in[0], f.second_mem, f.out[0]},
+                        {f.in[1], kRest, f.out[1]});
 }
 
 // Both filters side by side: each step takes sample k through the one and sample k - kLag through
@@ -56,27 +57,26 @@ void filter_side_by_side(const Cascade& f) {
 
 // The target and the impulse response, side by side. A(z/gamma1) comes before 1/A(z) here, which
 // takes the histories that its input and output would have had.
-void find_target_10(const double* residual, const double* error_mem,
-                    const double* weighted_error_mem, const FrameWork& w, int k, double* xn,
-                    double* h) {
+void find_target_10(const double* residual, const ErrorMemory& mem, const FrameWork& w, int k,
+                    double* xn, double* h) {
   constexpr int kPast = 2 * kLanes;  // samples of these histories
   static_assert(kPast >= kOrder && kPast + kOrder <= kBackwardOrder);
-  const double* const a = w.quantised[k].a;
+  const double* const a = w.quantized[k].a;
   const double* const ap1 = w.weighting[k].ap1;
-  const double* const error = error_mem + kBackwardOrder - kPast;
+  const double* const error = mem.error + kBackwardOrder - kPast;
   alignas(kAlign) double past[kPast + kSubframe], weighted_past[kPast];
-  residual_filter(kOrder, a, error, past, kPast);
-  residual_filter(kOrder, ap1, error, weighted_past, kPast);
+  residual_filter({a, kOrder}, error, past, kPast);
+  residual_filter({ap1, kOrder}, error, weighted_past, kPast);
 
   alignas(kAlign) double target[kSubframe + kLag] = {}, response[kSubframe + kLag] = {};
   copy_vector(residual, past + kPast, kSubframe);
-  residual_filter(kOrder, ap1, past + kPast, target, kSubframe);
+  residual_filter({ap1, kOrder}, past + kPast, target, kSubframe);
   copy_vector(ap1, response, kCoeffs);
   const auto run = kNativeLanes >= 4 ? filter_side_by_side : filter_in_turn;
   run({a,
        w.weighting[k].ap2,
        weighted_past + kPast - kOrder,
-       weighted_error_mem + kBackwardOrder - kOrder,
+       mem.weighted_error + kBackwardOrder - kOrder,
        {target, response},
        {xn, h}});
 }
@@ -86,46 +86,45 @@ void find_target_10(const double* residual, const double* error_mem,
 void expand_bandwidth(FrameWork* w) {
   for (int k = 0; k < kSubframes; ++k) {
     WeightedFilter* const f = &w->weighting[k];
-    weight_lpc(f->filter.a, w->gamma1[k], f->filter.order, f->ap1);
-    weight_lpc(f->filter.a, w->gamma2[k], f->filter.order, f->ap2);
+    weight_lpc(f->filter.a, w->factors.gamma1[k], f->filter.order, f->ap1);
+    weight_lpc(f->filter.a, w->factors.gamma2[k], f->filter.order, f->ap2);
   }
 }
 
 void weight_speech(const double* speech, const FrameWork& w, double* wsp) {
   for (int k = 0; k < kSubframes; ++k) {
     const int start = k * kSubframe;
-    residual_filter(w.weighting[k].filter.order, w.weighting[k].ap1, speech + start, wsp + start,
+    residual_filter({w.weighting[k].ap1, w.weighting[k].filter.order}, speech + start, wsp + start,
                     kSubframe);
   }
   for (int k = 0; k < kSubframes; ++k) {
     double* const y = wsp + k * kSubframe;
     const int m = w.weighting[k].filter.order;
-    synthesis_filter(m, w.weighting[k].ap2, y, y, kSubframe, y - m, false);
+    synthesis_filter({w.weighting[k].ap2, m}, y, y, kSubframe, y - m, false);
   }
 }
 
-void find_target_plain(const double* residual, const double* error_mem,
-                       const double* weighted_error_mem, const FrameWork& w, int k, double* xn,
-                       double* h) {
-  const LpFilter quantised = w.quantised[k], weighting = w.weighting[k].filter;
+void find_target_plain(const double* residual, const ErrorMemory& mem, const FrameWork& w, int k,
+                       double* xn, double* h) {
+  const LpFilter quantized = w.quantized[k], weighting = w.weighting[k].filter;
   double error[kBackwardOrder + kSubframe];
   double* const fresh = error + kBackwardOrder;
-  copy_vector(error_mem, error, kBackwardOrder);
+  copy_vector(mem.error, error, kBackwardOrder);
   zero_vector(h, kSubframe);
   copy_vector(w.weighting[k].ap1, h, weighting.order + 1);
-  synthesis_filter_pair(quantised.order, quantised.a, residual, fresh - quantised.order, fresh, h,
-                        kRest, h);
-  residual_filter(weighting.order, w.weighting[k].ap1, fresh, xn, kSubframe);
-  synthesis_filter_pair(weighting.order, w.weighting[k].ap2, xn,
-                        weighted_error_mem + kBackwardOrder - weighting.order, xn, h, kRest, h);
+  synthesis_filter_pair(quantized, {residual, fresh - quantized.order, fresh}, {h, kRest, h});
+  residual_filter({w.weighting[k].ap1, weighting.order}, fresh, xn, kSubframe);
+  synthesis_filter_pair({w.weighting[k].ap2, weighting.order},
+                        {xn, mem.weighted_error + kBackwardOrder - weighting.order, xn},
+                        {h, kRest, h});
 }
 
-void find_target(const double* residual, const double* error_mem, const double* weighted_error_mem,
-                 const FrameWork& w, int k, double* xn, double* h) {
+void find_target(const double* residual, const ErrorMemory& mem, const FrameWork& w, int k,
+                 double* xn, double* h) {
   const bool short_filters =
-      w.quantised[k].order == kOrder && w.weighting[k].filter.order == kOrder;
+      w.quantized[k].order == kOrder && w.weighting[k].filter.order == kOrder;
   const auto find = short_filters ? find_target_10 : find_target_plain;
-  find(residual, error_mem, weighted_error_mem, w, k, xn, h);
+  find(residual, mem, w, k, xn, h);
 }
 
 }  // namespace KELG729F_TARGET

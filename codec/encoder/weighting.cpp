@@ -30,27 +30,29 @@ double tilted_gamma2(const double* lsf) {
 
 }  // namespace
 
-void perceptual_weighting_factors(double* gamma1, double* gamma2, const double* lsf,
-                                  const double* rc, WeightingState* state) {
+WeightingFactors perceptual_weighting_factors(std::span<const double, kSubframes * kOrder> lsf,
+                                              std::span<const double, kOrder> rc,
+                                              WeightingState* state) {
   double product[kSubframes][2];
   for (int i = 0; i < 2; ++i) {
-    const double ratio = (1.0 + rc[i]) / (1.0 - rc[i]);
-    product[0][i] = ratio * state->area_ratio[i];
+    const double k = rc.data()[i];
+    const double ratio = (1.0 + k) / (1.0 - k);
+    product[0][i] = ratio * state->lar_old[i];
     product[1][i] = ratio * ratio;
-    state->area_ratio[i] = ratio;
+    state->lar_old[i] = ratio;
   }
+  WeightingFactors factors;
   for (int k = 0; k < kSubframes; ++k) {
-    state->flat = judge_flat(state->flat, product[k]);
-    gamma1[k] = state->flat ? kGamma1Flat : kGamma1Tilted;
-    gamma2[k] = state->flat ? kGamma2Flat : tilted_gamma2(lsf + k * kOrder);
+    const bool flat = state->weighting_flat = judge_flat(state->weighting_flat, product[k]);
+    factors.gamma1[k] = flat ? kGamma1Flat : kGamma1Tilted;
+    factors.gamma2[k] = flat ? kGamma2Flat : tilted_gamma2(lsf.data() + k * kOrder);
   }
+  return factors;
 }
 
-void fixed_weighting_factors(double* gamma1, double* gamma2, int bwd_dominant) {
-  for (int k = 0; k < kSubframes; ++k) {
-    gamma1[k] = bwd_dominant != 0 ? 0.98 : 0.9;
-    gamma2[k] = 0.4;
-  }
+WeightingFactors fixed_weighting_factors(bool bwd_dominant) {
+  const double gamma1 = bwd_dominant ? 0.98 : 0.9;
+  return {{gamma1, gamma1}, {0.4, 0.4}};
 }
 
 }  // namespace KELG729F_TARGET

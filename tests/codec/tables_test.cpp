@@ -32,8 +32,8 @@ TEST(Tables, AreTheStandards) {
     uint64_t found, expected;
   } tables[] = {
 #define TABLE(name, expected) {#name, checksum(name), expected}
-      TABLE(kLpWindow, 0xD0E42C8DCE32A8FE),
-      TABLE(kLagWindow, 0x3D1513129D873A09),
+      TABLE(lp_window, 0xD0E42C8DCE32A8FE),
+      TABLE(lag_window, 0x3D1513129D873A09),
       TABLE(kHybridWindowTable, 0xAED07C9794259A7C),
       TABLE(kBackwardLagWindow, 0x7714874BDDAF30BC),
       TABLE(kInitialLsp, 0x8E310A8B5CE6F319),

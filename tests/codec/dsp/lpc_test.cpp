@@ -63,10 +63,11 @@ TEST(Lpc, LevinsonSolvesTheNormalEquationsOrFallsBackToTheLastStableFilter) {
     EXPECT_EQ(rc[m - 1], a[m]);
     const std::vector<double> good = a;
     std::fill(r.begin(), r.end(), 0.0);
-    r[0] = 1, r[1] = 0.9999;
+    r[0] = 1, r[3] = 0.9999;
     EXPECT_EQ(solve(m, r.data(), a.data(), rc.data(), &memory), 0.001);
     EXPECT_EQ(a, good);
-    EXPECT_EQ(rc[0], memory.rc[0]);
+    EXPECT_EQ(rc[0], memory.levinson_old_rc[0]);
+    EXPECT_EQ(rc[2], -0.9999);
   }
 }
 

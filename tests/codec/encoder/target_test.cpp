@@ -14,23 +14,23 @@ namespace {
 TEST(Target, CascadeEqualsTheFiltersOneByOne) {
   test::Random noise;
   for (int round = 0; round < 200; ++round) {
-    const std::vector<double> quantised = test::stable_filter(kOrder, noise),
+    const std::vector<double> quantized = test::stable_filter(kOrder, noise),
                               forward = test::stable_filter(kOrder, noise),
-                              residual = noise.vector(kSubframe, 1000),
-                              error = noise.vector(kBackwardOrder, 300),
-                              weighted_error = noise.vector(kBackwardOrder, 300);
+                              residual = noise.vector(kSubframe, 1000);
+    ErrorMemory mem;
+    for (double* memory : {mem.error, mem.weighted_error})
+      std::ranges::copy(noise.vector(kBackwardOrder, 300), memory);
     FrameWork w;
     for (int k = 0; k < kSubframes; ++k) {
-      w.quantised[k] = {quantised.data(), kOrder};
+      w.quantized[k] = {quantized.data(), kOrder};
       w.weighting[k].filter = {forward.data(), kOrder};
-      w.gamma1[k] = 0.94;
-      w.gamma2[k] = 0.6;
+      w.factors.gamma1[k] = 0.94;
+      w.factors.gamma2[k] = 0.6;
     }
     expand_bandwidth(&w);
     double xn[kSubframe], h[kSubframe], plain_xn[kSubframe], plain_h[kSubframe];
-    find_target(residual.data(), error.data(), weighted_error.data(), w, 1, xn, h);
-    find_target_plain(residual.data(), error.data(), weighted_error.data(), w, 1, plain_xn,
-                      plain_h);
+    find_target(residual.data(), mem, w, 1, xn, h);
+    find_target_plain(residual.data(), mem, w, 1, plain_xn, plain_h);
     double largest_xn = 0, largest_h = 0;
     for (int n = 0; n < kSubframe; ++n) {
       largest_xn = std::max(largest_xn, std::abs(plain_xn[n]));

@@ -1,4 +1,4 @@
-#include "codec/dtx/dtx.h"
+#include "codec/dtx/dtx_encode.h"
 
 #include <algorithm>
 #include <cmath>
@@ -21,7 +21,7 @@ constexpr int kSidInterval = 3;                 // least distance of two descrip
 struct NoiseFilter {
   double r[kCoeffs];  // autocorrelation it comes from
   double a[kCoeffs];
-  double energy;  // prediction error
+  double ener;  // prediction error
 };
 
 // Filter of an autocorrelation; silence has the filter 1 and no energy.
@@ -64,7 +64,7 @@ double distance(const double* rcoeff, const double* r) {
 
 // Whether an inactive frame after an inactive frame sends a descriptor.
 bool decide(DtxState* state, const NoiseFilter& current, double level) {
-  if (distance(state->ref_rcoeff, current.r) > kSpectrumChanged * current.energy)
+  if (distance(state->ref_rcoeff, current.r) > kSpectrumChanged * current.ener)
     state->flag_chang = true;
   if (std::fabs(state->prev_energy - level) > kEnergyChanged) state->flag_chang = true;
   state->count_fr0 = std::min(state->count_fr0 + 1, kSidInterval);
@@ -79,7 +79,7 @@ void choose_filter(DtxState* state, const NoiseFilter& current, double* a) {
     r[i] = state->acf_sum[0][i] + state->acf_sum[1][i] + state->acf_sum[2][i];
   solve(r, &state->levinson, a);
   filter_autocorrelation(a, state->ref_rcoeff);
-  if (distance(state->ref_rcoeff, current.r) > kSpectrumFar * current.energy) {
+  if (distance(state->ref_rcoeff, current.r) > kSpectrumFar * current.ener) {
     copy_vector(current.a, a, kCoeffs);
     filter_autocorrelation(a, state->ref_rcoeff);
   }
@@ -103,32 +103,29 @@ void dtx_update(DtxState* state, const double* r, bool vad) {
   if (state->fr_cur == 0 && vad) push_current(state);
 }
 
-void dtx_encode_frame(DtxState* state, double* exc, bool previous_vad, ParameterSet* set,
-                      double* lsp_old_q, double* a, int16_t* seed, LspHistory* history,
-                      NoiseSubframe applied[kSubframes]) {
+DtxFrame dtx_encode_frame(DtxState* state, bool previous_vad, double* exc,
+                          std::span<double, kOrder> lsp_old_q, LspHistory* history) {
   NoiseFilter current;
   sum_current(*state, current.r);
-  current.energy = solve(current.r, &state->levinson, current.a);
+  current.ener = solve(current.r, &state->levinson, current.a);
   state->energy[1] = state->energy[0];
-  state->energy[0] = current.energy;
+  state->energy[0] = current.ener;
 
-  const bool first = previous_vad;
-  const int nb_ener = first ? 1 : 2;
-  SidParameters sid = {};
-  const double level = sid_gain_quantize(state->energy, nb_ener, &sid.energy);
-  const bool send = first || decide(state, current, level);
-  set->type = send ? kSid : kNoTransmission;
+  DtxFrame frame = {};
+  const int nb_ener = previous_vad ? 1 : 2;
+  const double level = sid_gain_quantize(state->energy, nb_ener, &frame.sid.energy);
+  const bool send = previous_vad || decide(state, current, level);
   if (send) {
+    frame.type = kSid;
     state->flag_chang = false;
     state->count_fr0 = 0;
     state->prev_energy = level;
-    code_spectrum(state, current, *history, &sid);
-    set->sid = sid;
+    code_spectrum(state, current, *history, &frame.sid);
   }
-
-  comfort_noise_decode(&state->noise, first ? kSpeech8k : kSid, send ? &sid : nullptr, 0.0, exc,
-                       lsp_old_q, a, seed, history, applied);
+  const NoiseInput noise = {previous_vad ? kSpeech8k : kSid, send ? &frame.sid : nullptr, 0.0};
+  frame.noise = comfort_noise_decode(&state->noise, noise, exc, lsp_old_q, history);
   if (state->fr_cur == 0) push_current(state);
+  return frame;
 }
 
 }  // namespace KELG729F_TARGET

@@ -21,7 +21,7 @@ struct DtxState {
   double energy[2] = {};                  // last frame energies, newest first
   int count_fr0 = 0;                      // inactive frames since the last SID, at most 3
   bool flag_chang = false;                // spectrum or energy changed enough for a new SID
-  double prev_energy = 0;                 // quantised energy of the last SID, dB
+  double prev_energy = 0;                 // quantized energy of the last SID, dB
   double ref_rcoeff[kCoeffs] = {};        // autocorrelation of the reference filter
   LevinsonMemory levinson;                // of the noise filters
   ComfortNoiseState noise;                // the encoder's copy of the comfort noise
@@ -30,13 +30,18 @@ struct DtxState {
 // Keeps the autocorrelation statistics; called for every frame. r[0..10] without lag window.
 void dtx_update(DtxState* state, const double* r, bool vad);
 
-// Codes an inactive frame. set receives the frame type and the fields of a silence
-// descriptor. previous_vad: the frame before was active. Writes the comfort-noise
-// excitation exc[0..79] and both subframes' filters a[0..21]; moves lsp_old_q and history as the
-// decoder will. The caller moves its taming memory by `applied`.
-void dtx_encode_frame(DtxState* state, double* exc, bool previous_vad, ParameterSet* set,
-                      double* lsp_old_q, double* a, int16_t* seed, LspHistory* history,
-                      NoiseSubframe applied[kSubframes]);
+// What an inactive frame sends, and the comfort noise that it stands for.
+struct DtxFrame {
+  FrameType type;     // kSid or kNoTransmission
+  SidParameters sid;  // of a descriptor
+  NoiseFrame noise;
+};
+
+// Codes an inactive frame; previous_vad: the frame before was active. Writes the comfort-noise
+// excitation exc[0..79] behind its past; moves lsp_old_q and history as the decoder will. The
+// caller moves its taming memory by noise.applied.
+DtxFrame dtx_encode_frame(DtxState* state, bool previous_vad, double* exc,
+                          std::span<double, kOrder> lsp_old_q, LspHistory* history);
 
 }  // namespace KELG729F_TARGET
 }  // namespace g729
