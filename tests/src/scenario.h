@@ -17,6 +17,7 @@
 #include <sstream>
 
 #include "src/audio/g729f/dec.h"
+#include "tests/src/faults.h"
 #include "tests/src/live.h"
 
 class Scenario {
@@ -26,6 +27,7 @@ class Scenario {
     pad_.reset(GST_PAD(gst_object_ref(live_.h->sinkpad)));
     gst_harness_set_drop_buffers(live_.h.get(), TRUE);
     gst_pad_add_probe(pad_.get(), GST_PAD_PROBE_TYPE_BUFFER, on_buffer, this, nullptr);
+    downstream_ = std::make_unique<Downstream>(live_.h.get());
   }
 
   std::string play(const std::string& script) {
@@ -40,6 +42,22 @@ class Scenario {
     EXPECT_TRUE(gst_structure_get_uint64(stats, name, &value)) << name;
     gst_structure_free(stats);
     return value;
+  }
+
+  struct Heard {
+    GstClockTime end = 0;   // of the last audio
+    gsize breaks = 0;       // buffers that did not begin where the one before had ended
+    gsize out_of_turn = 0;  // and those that came while the element did not play
+  };
+  Heard heard() {
+    const std::lock_guard lock(mutex_);
+    return heard_;
+  }
+  bool noisy() {  // comfort noise is wanted
+    g_mutex_lock(&dec_->lock);
+    const bool noisy = dec_->dtx_active;
+    g_mutex_unlock(&dec_->lock);
+    return noisy;
   }
 
  private:
@@ -65,6 +83,9 @@ class Scenario {
     noise_ = noise;
     concealed_ = concealed;
     const std::lock_guard lock(mutex_);
+    heard_.breaks += run.begin != heard_.end;
+    heard_.end = run.end;
+    heard_.out_of_turn += thread && !plays_;
     if (!runs_.empty()) {
       Run& last = runs_.back();
       if (last.kind == run.kind && last.end == run.begin && last.late == run.late) {
@@ -96,7 +117,7 @@ class Scenario {
     return rests;
   }
   void settle() {
-    for (int i = 0; !resting(); i++) {
+    for (int i = 0; !held_ && !resting(); i++) {
       ASSERT_LT(i, 100000) << "the thread hangs";
       g_usleep(i < 100 ? 0 : 100);
     }
@@ -182,6 +203,15 @@ class Scenario {
       send_segment(h, values[0]);
     } else if (name == "eos") {
       gst_harness_push_event(h, gst_event_new_eos());
+    } else if (name == "hold") {
+      hold(values[0] != 0);
+    } else if (name == "let-go") {
+      downstream_->block(false);
+      if (blocking_) gst_pad_remove_probe(source_.get(), blocking_);
+      held_ = false;
+      noise_ = counter("comfort-noise");  // some may have come to nothing
+    } else if (name == "clock") {
+      change_clock(values[0]);
     } else if (name == "no-clock") {
       gst_element_set_clock(h->element, nullptr);
     } else if (name == "plc") {
@@ -194,16 +224,52 @@ class Scenario {
     }
   }
   void set(GstState state) {
+    if (state == GST_STATE_PLAYING) plays_ = true;
+    const gint64 start = g_get_monotonic_time();
+    EXPECT_EQ(gst_element_set_state(live_.h->element, state), GST_STATE_CHANGE_SUCCESS);
+    EXPECT_LT(g_get_monotonic_time() - start, 2 * G_USEC_PER_SEC);
     plays_ = state == GST_STATE_PLAYING;
-    gst_element_set_state(live_.h->element, state);
+  }
+  void hold(bool behind) {
+    const auto block = [](GstPad*, GstPadProbeInfo*, gpointer held) {
+      *static_cast<std::atomic<bool>*>(held) = true;
+      return GST_PAD_PROBE_OK;
+    };
+    std::atomic<bool>& stuck = stuck_;
+    stuck = false;
+    constexpr int kinds = GST_PAD_PROBE_TYPE_BLOCK | GST_PAD_PROBE_TYPE_BUFFER;
+    downstream_->block(behind);
+    blocking_ = behind ? 0
+                       : gst_pad_add_probe(source_.get(), static_cast<GstPadProbeType>(kinds),
+                                           block, &stuck, nullptr);
+    held_ = true;
+    if (!live_.waiting()) return;
+    const GstClockTime due = live_.next_deadline();
+    if (due > now()) gst_test_clock_set_time(live_.clock.get(), due);
+    gst_clock_id_unref(gst_test_clock_process_next_clock_id(live_.clock.get()));
+    if (behind) downstream_->wait_until_waited_for();
+    while (!behind && !stuck) g_usleep(100);
+  }
+  void change_clock(GstClockTime ahead) {
+    GstElement* element = live_.h->element;
+    const GstClockTime time = now() + ahead;
+    live_.clock.reset(GST_TEST_CLOCK(gst_test_clock_new_with_start_time(time)));
+    gst_element_set_base_time(element, gst_element_get_base_time(element) + ahead);
+    paused_at_ += ahead;
+    gst_element_set_clock(element, GST_CLOCK(live_.clock.get()));
   }
 
   guint64 noise_ = 0, concealed_ = 0;
   std::mutex mutex_;
   std::vector<Run> runs_;
+  Heard heard_;
   KelG729fDec* dec_;
-  bool plays_ = true;
+  std::atomic<bool> plays_ = true, stuck_ = false;
+  bool held_ = false;
+  gulong blocking_ = 0;
   GstClockTime paused_at_ = 0;
   Object<GstPad> pad_;
   Live live_;
+  Object<GstPad> source_{gst_element_get_static_pad(live_.h->element, "src")};
+  std::unique_ptr<Downstream> downstream_;
 };

@@ -115,6 +115,7 @@ static gboolean kel_g729f_dec_start(GstAudioDecoder* base) {
   dec->decoder = g729_decoder_create();
   timeline_restart(dec->line, kUnknown);
   dec->in_segment = FALSE;
+  dec->stamp = GST_CLOCK_TIME_NONE;
   dec->begin = GST_CLOCK_TIME_NONE;
   plc_reset(dec->plc);
   dec->raw = {};
@@ -343,8 +344,10 @@ static gboolean kel_g729f_dec_sink_event(GstAudioDecoder* base, GstEvent* event)
 }
 
 // The base class hands this on to the source pad at once.
-static GstFlowReturn kel_g729f_dec_pre_push(GstAudioDecoder* base, GstBuffer**) {
-  g_atomic_pointer_set(&as_dec(base)->finisher, nullptr);
+static GstFlowReturn kel_g729f_dec_pre_push(GstAudioDecoder* base, GstBuffer** buffer) {
+  KelG729fDec* dec = as_dec(base);
+  g_atomic_pointer_set(&dec->finisher, nullptr);
+  if (GST_CLOCK_TIME_IS_VALID(dec->stamp)) GST_BUFFER_PTS(*buffer) = dec->stamp;
   return GST_FLOW_OK;
 }
 

@@ -30,6 +30,7 @@ struct KelG729fDec {
   // Under the base class's stream lock.
   Concealment plc;
   GstClockTime begin;   // of the next packet without a timestamp, if that is known
+  GstClockTime stamp;   // of the noise being finished; the base class may have lost its place
   gboolean in_segment;  // one has come since the last flush or end
   GThread* finisher;    // hands a packet of noise to the base class just now; atomic
 

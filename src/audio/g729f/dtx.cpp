@@ -97,11 +97,12 @@ void push_noise(KelG729fDec* dec, guint run) {
   GstBuffer* buffer = gst_audio_decoder_allocate_output_buffer(base, kPcmBytes);
   g_mutex_lock(&dec->lock);
   const bool made = wanted(dec, run) && dec->playing;
+  const Time begin = dec->line.end;
   if (made) timeline_noise(dec->line);
   const bool filled = made && buffer && kel_g729f_fill_buffer(dec, buffer);
   g_mutex_unlock(&dec->lock);
   if (filled) {
-    kel_g729f_finish_noise(dec, buffer);
+    kel_g729f_finish_noise(dec, buffer, begin);
   } else {
     gst_clear_buffer(&buffer);
   }

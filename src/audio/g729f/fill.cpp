@@ -70,10 +70,12 @@ bool kel_g729f_fill_buffer(KelG729fDec* dec, GstBuffer* buffer) {
   return frames > 0;
 }
 
-GstFlowReturn kel_g729f_finish_noise(KelG729fDec* dec, GstBuffer* noise) {
+GstFlowReturn kel_g729f_finish_noise(KelG729fDec* dec, GstBuffer* noise, Time begin) {
+  dec->stamp = clock_time(begin);
   g_atomic_pointer_set(&dec->finisher, g_thread_self());
   const GstFlowReturn flow = gst_audio_decoder_finish_frame(GST_AUDIO_DECODER(dec), noise, 1);
   g_atomic_pointer_set(&dec->finisher, nullptr);
+  dec->stamp = GST_CLOCK_TIME_NONE;
   return flow;
 }
 
@@ -103,14 +105,15 @@ GstFlowReturn kel_g729f_fill_gap(KelG729fDec* dec, GstBuffer* gap) {
 
 void kel_g729f_fill_rest(KelG729fDec* dec) {
   g_mutex_lock(&dec->lock);
-  const Time rest = timeline_rest(dec->line);
+  const Time rest = timeline_rest(dec->line), end = dec->line.end + rest;
   timeline_restart(dec->line, kUnknown);
   g_mutex_unlock(&dec->lock);
   gsize frames = frames_of(rest);
   GstFlowReturn flow = GST_FLOW_OK;
   while (flow == GST_FLOW_OK && frames > 0) {
+    const Time begin = end - static_cast<Time>(frames) * kLineFrame;
     GstBuffer* part = make_part(dec, &frames);
     if (!part) return;
-    flow = kel_g729f_finish_noise(dec, part);
+    flow = kel_g729f_finish_noise(dec, part, begin);
   }
 }

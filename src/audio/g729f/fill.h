@@ -22,8 +22,8 @@ void kel_g729f_fill_rest(KelG729fDec* dec);
 // Makes the next frames, a buffer full; false when it cannot be written to.
 bool kel_g729f_fill_buffer(KelG729fDec* dec, GstBuffer* buffer);
 
-// Hands the base class a frame for which it had no packet. It warns of each; the element takes such
-// warnings off the bus.
-GstFlowReturn kel_g729f_finish_noise(KelG729fDec* dec, GstBuffer* noise);
+// Hands the base class a frame for which it had no packet, with a timestamp if that is known. It
+// warns of each; the element takes such warnings off the bus.
+GstFlowReturn kel_g729f_finish_noise(KelG729fDec* dec, GstBuffer* noise, Time begin);
 
 GST_DEBUG_CATEGORY_EXTERN(g729fdec);
