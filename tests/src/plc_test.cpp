@@ -1,30 +1,22 @@
 // Lost packets with the property `plc`.
-#include <cmath>
-#include <numbers>
 #include <random>
 
 #include "codec/g729.h"
 #include "tests/src/live.h"
+#include "tests/support/signals.h"
 
 namespace {
 
 using Samples = std::vector<gint16>;
 constexpr GstClockTime kSample = GST_SECOND / 8000;
 
-// Coded frames of a voice that rises and falls.
 std::vector<std::vector<guint8>> coded_voice(gsize frames) {
+  const auto voice = signals::loud_speech(static_cast<int>(frames));
   G729EncoderState* encoder = g729_encoder_create(0);
   std::vector<std::vector<guint8>> coded(frames, std::vector<guint8>(G729_SPEECH_BYTES));
+  guint32 size;
   for (gsize i = 0; i < frames; i++) {
-    gint16 pcm[80];
-    for (gsize n = 0; n < 80; n++) {
-      const double t = static_cast<double>(80 * i + n) / 8000, turn = 2 * std::numbers::pi * t;
-      double value = 0;
-      for (int k = 1; k < 15; k++) value += std::sin(k * 110 * turn) / k;
-      pcm[n] = static_cast<gint16>(4000 * value * (1 + std::sin(3 * turn)));
-    }
-    guint32 size;
-    g729_encoder_encode_frame(encoder, pcm, coded[i].data(), &size);
+    g729_encoder_encode_frame(encoder, &voice[i * 80], coded[i].data(), &size);
   }
   g729_encoder_destroy(encoder);
   return coded;

@@ -12,9 +12,10 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <numbers>
 #include <string>
 #include <vector>
+
+#include "tests/support/signals.h"
 
 namespace test {
 
@@ -50,16 +51,11 @@ inline std::vector<int16_t> load_wav(const fs::path& path) {
   return samples;
 }
 
-// Voice-like: harmonics of 200 Hz in bursts of half a second, and silence of the same length.
+// Speech in even numbers, which halve exactly.
 inline std::vector<int16_t> voice(size_t count) {
-  std::vector<int16_t> samples(count);
-  for (size_t n = 0; n < count; ++n) {
-    const double t = static_cast<double>(n) / 8000;
-    const double loudness = std::max(0.0, std::sin(2 * std::numbers::pi * t));
-    double value = 0;
-    for (int h = 1; h <= 6; ++h) value += std::cos(2 * std::numbers::pi * 200 * h * t + h * h) / h;
-    samples[n] = static_cast<int16_t>(4000 * loudness * value);
-  }
+  auto samples = signals::loud_speech(static_cast<int>(count / 80 + 1));
+  samples.resize(count);
+  for (int16_t& sample : samples) sample = static_cast<int16_t>(sample / 2 * 2);
   return samples;
 }
 
