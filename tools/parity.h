@@ -15,10 +15,10 @@ class Parity {
   // parity stand behind the 18 bits of the LSPs.
   void look(const Frame& frame) {
     if ((frame.bits() != 64 && frame.bits() != 80) || frame.erased()) return;
-    constexpr int kLag = 2 + 18;
-    constexpr int kParity = kLag + 8;
+    constexpr size_t kLag = 2 + 18;
+    constexpr size_t kParity = kLag + 8;
     int ones = frame.words[kParity] == G729_SERIAL_ONE;
-    for (int i = kLag; i < kLag + 6; ++i) ones += frame.words[i] == G729_SERIAL_ONE;
+    for (size_t i = kLag; i < kLag + 6; ++i) ones += frame.words[i] == G729_SERIAL_ONE;
     ++checked_;
     wrong_ += ones % 2 == 0;
   }
