@@ -11,10 +11,17 @@
 
 namespace tool {
 
+struct BatchOptions {
+  int threads = 1;
+  bool resume = false;  // leave out what is done
+};
+
 struct EncodeOptions {
   std::vector<std::string> names;  // inputs, then the output
-  std::string rate = "8";          // "6.4", "8" or "11.8"
-  std::string format;              // of the output: "g729", "bit", or empty for the suffix's
+  BatchOptions batch;
+  bool raw = false;        // the input has no header: 8000 Hz, mono, 16 bit, little-endian
+  std::string rate = "8";  // "6.4", "8" or "11.8"
+  std::string format;      // of the output: "g729", "bit", or empty for the suffix's
   bool annexb = false;
 };
 
@@ -27,7 +34,9 @@ struct CaptureOptions {
 
 struct DecodeOptions {
   std::vector<std::string> names;  // inputs, then the output
-  std::string format;              // of the inputs
+  BatchOptions batch;
+  bool raw = false;    // the output has no header
+  std::string format;  // of the inputs
   CaptureOptions capture;
   bool stereo = false;          // of a capture, both directions as two channels
   double loss = 0.0;            // per cent of frames
@@ -50,6 +59,7 @@ struct Job {
 struct CompareOptions {
   std::string reference;
   std::string output;
+  bool json = false;
 };
 
 Exit run_encode(const EncodeOptions& options);
@@ -60,23 +70,6 @@ Exit run_compare(const CompareOptions& options);
 
 // One line on standard error.
 void say(const std::string& message);
-
-// Runs work(item) for each item, which may throw Failure or return Exit::truncated. All items are
-// tried; the status is that of the first failure, or truncated, or ok.
-template <class Items, class Work>
-Exit for_each_file(const Items& items, Work work) {
-  Exit failed = Exit::ok;
-  Exit noted = Exit::ok;
-  for (const auto& item : items) {
-    try {
-      if (const Exit status = work(item); status != Exit::ok) noted = status;
-    } catch (const Failure& failure) {
-      say(failure.what());
-      if (failed == Exit::ok) failed = failure.exit;
-    }
-  }
-  return failed != Exit::ok ? failed : noted;
-}
 
 }  // namespace tool
 

@@ -1,5 +1,8 @@
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
+#include <future>
+#include <nlohmann/json.hpp>
 
 #include "tools/commands.h"
 #include "tools/quality.h"
@@ -27,23 +30,47 @@ void print_row(const char* name, double plain, double filtered, const char* unit
   std::printf("%-24s %10.2f %16.2f %s\n", name, plain, filtered, unit);
 }
 
+void print(const Comparison& plain, const Comparison& filtered) {
+  const Quality& p = plain.quality;
+  const Quality& f = filtered.quality;
+  std::printf("%-24s %10s %16s\n", "against the original", "as it is", "high-passed (*)");
+  std::printf("%-24s %10d %16d samples\n", "delay", plain.delay, filtered.delay);
+  print_row("SNR", p.snr, f.snr, "dB");
+  print_row("segmental SNR", p.segmental, f.segmental, "dB");
+  print_row("level difference", p.level, f.level, "dB");
+  print_row("log-spectral distance", p.log_spectral, f.log_spectral, "dB");
+  std::printf("(*) by the codec's own input and output filters, which are no coding error\n");
+}
+
+nlohmann::ordered_json to_json(const Comparison& comparison) {
+  const auto rounded = [](double value) { return std::round(100 * value) / 100; };
+  const Quality& q = comparison.quality;
+  return {{"delay_samples", comparison.delay},
+          {"snr_db", rounded(q.snr)},
+          {"segmental_snr_db", rounded(q.segmental)},
+          {"level_difference_db", rounded(q.level)},
+          {"log_spectral_distance_db", rounded(q.log_spectral)}};
+}
+
 }  // namespace
 
 Exit run_compare(const CompareOptions& options) {
-  const std::vector<int16_t> reference = read_wav(options.reference);
-  const std::vector<int16_t> output = read_wav(options.output);
-  const auto [delay, plain] = compare(reference, output);
-  const auto [filtered_delay, filtered] = compare(through_high_pass_filters(reference), output);
-  if (plain.active == 0) {
+  auto reading = std::async(std::launch::async, read_telephone_wav, options.reference);
+  const std::vector<int16_t> output = read_telephone_wav(options.output);
+  const std::vector<int16_t> reference = reading.get();
+  auto measuring = std::async(std::launch::async, [&] { return compare(reference, output); });
+  const Comparison filtered = compare(through_high_pass_filters(reference), output);
+  const Comparison plain = measuring.get();
+  if (plain.quality.active == 0) {
     throw Failure(Exit::input, options.reference + ": silent or too short to compare");
   }
-  std::printf("%-24s %10s %16s\n", "against the original", "as it is", "high-passed (*)");
-  std::printf("%-24s %10d %16d samples\n", "delay", delay, filtered_delay);
-  print_row("SNR", plain.snr, filtered.snr, "dB");
-  print_row("segmental SNR", plain.segmental, filtered.segmental, "dB");
-  print_row("level difference", plain.level, filtered.level, "dB");
-  print_row("log-spectral distance", plain.log_spectral, filtered.log_spectral, "dB");
-  std::printf("(*) by the codec's own input and output filters, which are no coding error\n");
+  if (options.json) {
+    const nlohmann::ordered_json json{{"as_it_is", to_json(plain)},
+                                      {"high_passed", to_json(filtered)}};
+    std::puts(json.dump(2).c_str());
+  } else {
+    print(plain, filtered);
+  }
   return Exit::ok;
 }
 

@@ -1,6 +1,7 @@
 #include <filesystem>
 #include <memory>
 
+#include "tools/batch.h"
 #include "tools/commands.h"
 #include "tools/loss.h"
 #include "tools/parity.h"
@@ -35,12 +36,12 @@ Exit decode_stream(const Job& job, StreamFormat format, const DecodeOptions& opt
   const InputFile input(job.input);
   FrameReader reader(input, format);
   OutputFile output(job.output);
-  WavWriter wav(output);
+  WavWriter wav(output, 1, options.raw);
   Channel channel(options);
   Parity parity;
   const DecoderHandle decoder(g729_decoder_create());
   {
-    Progress progress(input.name());
+    Progress progress(input.name(), options.batch.threads == 1);
     Frame frame;
     int16_t samples[G729_FRAME_SAMPLES];
     while (reader.next(&frame)) {
@@ -59,7 +60,7 @@ Exit decode_stream(const Job& job, StreamFormat format, const DecodeOptions& opt
 
 Exit decode_file(const Job& job, const DecodeOptions& options) {
   const StreamFormat format = stream_format(job.input, options.format);
-  check_output(job.output);
+  if (!options.raw) check_output(job.output);
   if (format == StreamFormat::capture) return decode_capture(job, options);
   if (options.stereo) {
     throw Failure(Exit::usage, job.input + ": --stereo is for captures; a stream has one channel");
@@ -72,8 +73,8 @@ Exit decode_file(const Job& job, const DecodeOptions& options) {
 Exit run_decode(const DecodeOptions& options) {
   claim_standard_output();
   loss_model(options);  // refuses what no model can do before anything is written
-  return for_each_file(plan_jobs(options.names, ".wav"),
-                       [&](const Job& job) { return decode_file(job, options); });
+  return run_jobs(plan_jobs(options.names, options.raw ? ".raw" : ".wav"), options.batch,
+                  [&](const Job& job) { return decode_file(job, options); });
 }
 
 }  // namespace tool

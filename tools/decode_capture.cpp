@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <optional>
 
+#include "tools/batch.h"
 #include "tools/capture/capture.h"
 #include "tools/commands.h"
 #include "tools/loss.h"
@@ -91,8 +92,7 @@ class Player {
 };
 
 // One channel each, by turns, as long as the longest of them.
-void write_channels(std::vector<Player>* players, const std::string& name, WavWriter* wav) {
-  Progress progress(name);
+void write_channels(std::vector<Player>* players, Progress* progress, WavWriter* wav) {
   const size_t channels = players->size();
   std::vector<int16_t> block(channels * G729_FRAME_SAMPLES);
   for (size_t longest = 1; longest > 0;) {
@@ -105,7 +105,7 @@ void write_channels(std::vector<Player>* players, const std::string& name, WavWr
       longest = std::max(longest, count);
     }
     wav->write(block.data(), longest * channels);
-    progress.update((*players)[0].progress());
+    progress->update((*players)[0].progress());
   }
   wav->close();
 }
@@ -132,8 +132,11 @@ void write_recording(const Capture& capture, const std::vector<size_t>& directio
   std::vector<Player> players;
   for (const size_t d : directions) players.emplace_back(capture.directions[d], from, options);
   OutputFile output(path);
-  WavWriter wav(output, static_cast<int>(players.size()));
-  write_channels(&players, output.name(), &wav);
+  WavWriter wav(output, static_cast<int>(players.size()), options.raw);
+  {
+    Progress progress(output.name(), options.batch.threads == 1);
+    write_channels(&players, &progress, &wav);
+  }
   output.commit();
   remark(players, options.capture, output.name());
 }
@@ -176,7 +179,9 @@ Exit decode_capture(const Job& job, const DecodeOptions& options) {
                                    " file instead of standard output");
   }
   for (size_t i = 0; i < groups.size(); ++i) {
-    write_recording(capture, groups[i], numbered(job.output, i + 1), options);
+    const std::string path = numbered(job.output, i + 1);
+    if (options.batch.resume && is_done(job.input, path)) continue;
+    write_recording(capture, groups[i], path, options);
   }
   say(input.name() + ": holds " + std::to_string(groups.size()) + " recordings, written to " +
       numbered(job.output, 1) + " and so on");

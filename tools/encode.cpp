@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <memory>
 
+#include "tools/batch.h"
 #include "tools/commands.h"
 #include "tools/progress.h"
 #include "tools/stream_io.h"
@@ -36,11 +37,11 @@ Exit encode_file(const Job& job, const EncodeOptions& options) {
     throw Failure(Exit::usage, job.output + ": captures are only read; write a .g729 or .bit");
   }
   const InputFile input(job.input);
-  WavReader wav(input);
+  WavReader wav(input, options.raw ? SoundForm::raw : SoundForm::any);
   OutputFile output(job.output);
   const std::unique_ptr<G729EncoderState, EncoderDeleter> encoder(
       g729_encoder_create(options.annexb));
-  Progress progress(input.name());
+  Progress progress(input.name(), options.batch.threads == 1);
   const int32_t rate = rate_code(options.rate);
   uint64_t done = 0;
   int16_t samples[G729_FRAME_SAMPLES];
@@ -52,6 +53,7 @@ Exit encode_file(const Job& job, const EncodeOptions& options) {
     done += count;
     progress.update(static_cast<double>(done) / static_cast<double>(wav.samples()));
   }
+  if (done == 0) throw Failure(Exit::input, input.name() + ": has no samples");
   output.commit();
   if (wav.missing_bytes() == 0) return Exit::ok;
   say(input.name() + ": ends early; encoded the " + std::to_string(done) + " samples there are, " +
@@ -65,8 +67,8 @@ Exit run_encode(const EncodeOptions& options) {
   claim_standard_output();
   const bool plain = options.rate == "8" && !options.annexb;
   const std::string suffix = options.format.empty() ? (plain ? "g729" : "bit") : options.format;
-  return for_each_file(plan_jobs(options.names, "." + suffix),
-                       [&](const Job& job) { return encode_file(job, options); });
+  return run_jobs(plan_jobs(options.names, "." + suffix), options.batch,
+                  [&](const Job& job) { return encode_file(job, options); });
 }
 
 }  // namespace tool

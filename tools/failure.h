@@ -9,6 +9,7 @@ namespace tool {
 
 enum class Exit {
   ok = 0,
+  other = 1,      // what the tool cannot know of, such as too little memory
   usage = 2,      // options or arguments that make no sense
   input = 3,      // an input that cannot be read or is not what it should be
   output = 4,     // an output that cannot be written

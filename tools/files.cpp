@@ -5,12 +5,14 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <mutex>
 #include <set>
 
 #include "tools/failure.h"
@@ -49,17 +51,27 @@ bool is_special(const std::string& path) {
   return stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
 }
 
-// The name of the unfinished output, for the signal handler; empty when there is none.
-char unfinished[PATH_MAX];
+// The names of unfinished outputs, for the signal handler; empty when a slot is free.
+char unfinished[kMostThreads][PATH_MAX];
 
 extern "C" void remove_unfinished(int signal_number) {
-  if (unfinished[0]) unlink(unfinished);
+  for (const auto& name : unfinished) {
+    if (name[0]) unlink(name);
+  }
   _exit(128 + signal_number);
 }
 
-void remember_unfinished(const std::string& path) {
-  unfinished[0] = 0;
-  if (path.size() < sizeof unfinished) std::strcpy(unfinished, path.c_str());
+// The slot taken, of a file that exists, so its name fits. The first letter comes last, so that the
+// handler sees whole names only.
+size_t remember_unfinished(const std::string& path) {
+  static std::mutex mutex;
+  const std::lock_guard<std::mutex> lock(mutex);
+  size_t slot = 0;
+  while (slot + 1 < kMostThreads && unfinished[slot][0]) ++slot;
+  std::strcpy(unfinished[slot] + 1, path.c_str() + 1);
+  std::atomic_signal_fence(std::memory_order_release);
+  unfinished[slot][0] = path[0];
+  return slot;
 }
 
 // Throws Failure for a job that would destroy its own input.
@@ -137,7 +149,7 @@ OutputFile::OutputFile(const std::string& path) : name_(path == "-" ? "standard 
 
 OutputFile::~OutputFile() {
   if (!temporary_.empty()) unlink(temporary_.c_str());
-  if (!target_.empty()) remember_unfinished("");
+  if (!target_.empty()) unfinished[slot_][0] = 0;
 }
 
 void OutputFile::open_beside(const std::string& target) {
@@ -148,9 +160,13 @@ void OutputFile::open_beside(const std::string& target) {
   if (descriptor < 0) fail_writing(name_);
   target_ = target;
   temporary_ = pattern;
-  remember_unfinished(temporary_);
-  const mode_t mask = umask(0);
-  umask(mask);
+  slot_ = remember_unfinished(temporary_);
+  // Which can only be read by changing it, so once for all threads.
+  static const mode_t mask = [] {
+    const mode_t found = umask(0);
+    umask(found);
+    return found;
+  }();
   fchmod(descriptor, 0666 & ~mask);
   file_.reset(fdopen(descriptor, "w+b"));
 }
@@ -158,6 +174,8 @@ void OutputFile::open_beside(const std::string& target) {
 void OutputFile::commit() {
   if (std::fflush(file_.get()) != 0) fail_writing(name_);
   if (!target_.empty()) {
+    // After a power cut too, what stands under its name is complete.
+    if (fsync(fileno(file_.get())) != 0) fail_writing(name_);
     if (std::rename(temporary_.c_str(), target_.c_str()) != 0) fail_writing(name_);
     temporary_.clear();
     return;

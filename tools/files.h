@@ -2,6 +2,7 @@
 #ifndef KELG729F_TOOLS_FILES_H
 #define KELG729F_TOOLS_FILES_H
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -11,6 +12,9 @@
 #include "tools/commands.h"
 
 namespace tool {
+
+// Outputs open at one time.
+inline constexpr size_t kMostThreads = 256;
 
 struct FileCloser {
   void operator()(std::FILE* file) const { std::fclose(file); }
@@ -54,6 +58,7 @@ class OutputFile {
   std::string name_;
   std::string target_;     // empty: the bytes are copied at commit()
   std::string temporary_;  // empty: an unnamed file
+  size_t slot_ = 0;        // where the signal handler finds it
   FileHandle file_;
 };
 

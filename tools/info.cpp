@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "tools/batch.h"
 #include "tools/capture/capture.h"
 #include "tools/commands.h"
 #include "tools/parity.h"
@@ -211,7 +212,7 @@ class Report {
 Exit run_info(const InfoOptions& options) {
   Report report(options);
   const Exit status =
-      for_each_file(options.names, [&](const std::string& path) { return report.show(path); });
+      for_each(options.names.size(), 1, [&](size_t i) { return report.show(options.names[i]); });
   report.finish();
   return status;
 }

@@ -13,7 +13,9 @@ using tool::Exit;
 constexpr const char* kFooter =
     "A .g729 file is a packed stream: 10-byte frames of 8 kbit/s, nothing else. A .bit file is an\n"
     "ITU serial stream (16-bit little-endian words) and carries every rate, silence and erasures.\n"
-    "WAV files are 8000 Hz mono. \"-\" is standard input or output.\n"
+    "WAV files to encode may have any rate and channels, others are 8000 Hz. \"-\" is standard "
+    "input\n"
+    "or output.\n"
     "Exit status: 0 done, 2 bad usage, 3 bad input, 4 output cannot be written, 5 done but an\n"
     "input was cut short. An output appears under its name only when it is complete.";
 
@@ -50,11 +52,19 @@ void add_format(CLI::App* app, std::string* format, std::set<std::string> format
   app->add_option("--format", *format, kFormatHelp)->check(CLI::IsMember(formats));
 }
 
+void add_batch(CLI::App* app, tool::BatchOptions* options) {
+  app->add_option("-j,--jobs", options->threads, "files that are worked on at a time")
+      ->check(number_from(1, tool::kMostThreads));
+  app->add_flag("--resume", options->resume, "leave out outputs that are there and not older");
+}
+
 void add_encode(CLI::App* app, tool::EncodeOptions* options) {
   add_files(app, &options->names, "IN.wav... OUT.g729|OUT.bit|FOLDER|-");
   app->add_option("--rate", options->rate, "kbit/s: 6.4, 8 or 11.8")
       ->check(CLI::IsMember({"6.4", "8", "11.8"}));
   app->add_flag("--annexb", options->annexb, "silence compression; needs a .bit output");
+  app->add_flag("--raw", options->raw, "the input has no header: 8000 Hz mono, 16 bit LE");
+  add_batch(app, &options->batch);
   add_format(app, &options->format, {"g729", "bit"});
 }
 
@@ -71,6 +81,8 @@ void add_decode(CLI::App* app, tool::DecodeOptions* options) {
   add_files(app, &options->names, "IN.g729|IN.bit|IN.pcap... OUT.wav|FOLDER|-");
   add_format(app, &options->format, {"g729", "bit", "pcap"});
   add_capture(app, &options->capture);
+  app->add_flag("--raw", options->raw, "write samples without a header, 16 bit LE");
+  add_batch(app, &options->batch);
   app->add_flag("--stereo", options->stereo, "of a capture, both directions as two channels");
   app->add_option("--loss", options->loss, "per cent of the frames to erase")
       ->check(number_from(0, 100));
@@ -90,6 +102,7 @@ void add_info(CLI::App* app, tool::InfoOptions* options) {
 void add_compare(CLI::App* app, tool::CompareOptions* options) {
   app->add_option("REFERENCE", options->reference, "the original WAV")->required();
   app->add_option("OUTPUT", options->output, "the decoded WAV")->required();
+  app->add_flag("--json", options->json, "print JSON");
 }
 
 // The reason on one line, wherever the parser breaks its own.

@@ -13,7 +13,9 @@ namespace tool {
 
 class Progress {
  public:
-  explicit Progress(std::string label) : label_(std::move(label)) {}
+  // wanted: false where another bar stands for the whole.
+  explicit Progress(std::string label, bool wanted = true)
+      : label_(std::move(label)), shown_(wanted && isatty(STDERR_FILENO) != 0) {}
   ~Progress() {
     if (drawn_) std::fputs("\r\033[K", stderr);
   }
@@ -22,7 +24,12 @@ class Progress {
 
   // share: of the work done, 0 to 1. Cheap enough to be called for every frame.
   void update(double share) {
-    if (!terminal_ || ++calls_ % 1024 != 0) return;
+    if (shown_ && ++calls_ % 1024 == 0) show(share);
+  }
+
+  // The same for steps that take long themselves.
+  void show(double share) {
+    if (!shown_) return;
     const auto now = std::chrono::steady_clock::now();
     if (now < next_) return;
     next_ = now + std::chrono::milliseconds(100);
@@ -38,7 +45,7 @@ class Progress {
   }
 
   std::string label_;
-  bool terminal_ = isatty(STDERR_FILENO) != 0;
+  bool shown_;
   bool drawn_ = false;
   unsigned calls_ = 0;
   // Nothing is drawn for work done within the first half second.

@@ -14,8 +14,6 @@ constexpr size_t kWindow = 256;        // 32 ms
 constexpr double kActiveRange = 1e-4;  // 40 dB
 constexpr size_t kLongestSearch = 120 * 8000;
 
-using Spectrum = std::array<std::complex<double>, kWindow>;
-
 int64_t correlation(const int16_t* a, const int16_t* b, size_t count) {
   int64_t sum = 0;
   for (size_t i = 0; i < count; ++i) sum += int32_t{a[i]} * b[i];
@@ -28,7 +26,10 @@ double energy(Samples x) {
 
 double difference_energy(Samples a, Samples b) {
   double sum = 0;
-  for (size_t i = 0; i < a.size(); ++i) sum += std::pow(double{1} * a[i] - b[i], 2);
+  for (size_t i = 0; i < a.size(); ++i) {
+    const double d = double{1} * a[i] - b[i];
+    sum += d * d;
+  }
   return sum;
 }
 
@@ -36,53 +37,108 @@ double decibel(double above, double below) {
   return 10.0 * std::log10((above + 1e-9) / (below + 1e-9));
 }
 
-// Decimation in time; x becomes its discrete Fourier transform.
-void transform(Spectrum* spectrum) {
-  Spectrum& x = *spectrum;
-  for (size_t i = 1, j = 0; i < kWindow; ++i) {
-    size_t bit = kWindow / 2;
-    for (; j & bit; bit /= 2) j ^= bit;
-    j ^= bit;
-    if (i < j) std::swap(x[i], x[j]);
-  }
+// Segments whose spectra are computed together, so that the compiler makes vectors of them.
+constexpr size_t kLanes = 4;
+using Lanes = std::array<double, kLanes>;
+
+struct Tables {
+  std::array<double, kWindow> window;    // Hann
+  std::array<double, kWindow / 2> real;  // of exp(-2 pi i k / kWindow)
+  std::array<double, kWindow / 2> imaginary;
+  std::array<size_t, kWindow> reversed;  // order of the samples for decimation in time
+};
+
+const Tables& tables() {
+  static const Tables made = [] {
+    Tables t;
+    const double turn = 2 * std::numbers::pi / kWindow;
+    for (size_t n = 0; n < kWindow; ++n) {
+      t.window[n] = 0.5 - 0.5 * std::cos(turn * (static_cast<double>(n) + 0.5));
+      t.reversed[n] = 0;
+      for (size_t bit = 1; bit < kWindow; bit *= 2) {
+        t.reversed[n] = 2 * t.reversed[n] + (n & bit ? 1 : 0);
+      }
+    }
+    for (size_t k = 0; k < kWindow / 2; ++k) {
+      t.real[k] = std::cos(turn * static_cast<double>(k));
+      t.imaginary[k] = -std::sin(turn * static_cast<double>(k));
+    }
+    return t;
+  }();
+  return made;
+}
+
+struct Spectra {
+  std::array<Lanes, kWindow> real;
+  std::array<Lanes, kWindow> imaginary;
+};
+
+// Decimation in time, of samples that are in its order already.
+void transform(Spectra* x) {
+  const Tables& t = tables();
   for (size_t half = 1; half < kWindow; half *= 2) {
-    const auto step = std::polar(1.0, -std::numbers::pi / static_cast<double>(half));
     for (size_t start = 0; start < kWindow; start += 2 * half) {
-      std::complex<double> turn = 1.0;
-      for (size_t k = start; k < start + half; ++k, turn *= step) {
-        const auto odd = turn * x[k + half];
-        x[k + half] = x[k] - odd;
-        x[k] += odd;
+      for (size_t k = 0; k < half; ++k) {
+        const double c = t.real[k * (kWindow / 2 / half)];
+        const double s = t.imaginary[k * (kWindow / 2 / half)];
+        Lanes& ar = x->real[start + k];
+        Lanes& ai = x->imaginary[start + k];
+        Lanes& br = x->real[start + k + half];
+        Lanes& bi = x->imaginary[start + k + half];
+        for (size_t l = 0; l < kLanes; ++l) {
+          const double r = c * br[l] - s * bi[l];
+          const double i = c * bi[l] + s * br[l];
+          br[l] = ar[l] - r;
+          bi[l] = ai[l] - i;
+          ar[l] += r;
+          ai[l] += i;
+        }
       }
     }
   }
 }
 
-// Power of the bins up to half the sampling rate, of kWindow samples under a Hann window.
-std::array<double, kWindow / 2> power_spectrum(Samples x) {
-  Spectrum spectrum;
-  for (size_t n = 0; n < kWindow; ++n) {
-    const double phase = 2 * std::numbers::pi * (static_cast<double>(n) + 0.5) / kWindow;
-    spectrum[n] = x[n] * (0.5 - 0.5 * std::cos(phase));
-  }
-  transform(&spectrum);
-  std::array<double, kWindow / 2> power;
-  for (size_t k = 0; k < power.size(); ++k) power[k] = std::norm(spectrum[k]);
-  return power;
-}
-
-double log_spectral_distance(Samples reference, Samples output) {
-  const auto wanted = power_spectrum(reference);
-  const auto found = power_spectrum(output);
+// The rms distance over the bins within range of the greatest; powers of the bins below half the
+// sampling rate.
+double distance(const std::array<double, kWindow / 2>& wanted,
+                const std::array<double, kWindow / 2>& found) {
   const double floor = kActiveRange * *std::max_element(wanted.begin(), wanted.end());
   double sum = 0;
   int bins = 0;
   for (size_t k = 0; k < wanted.size(); ++k) {
     if (wanted[k] < floor) continue;
-    sum += std::pow(decibel(found[k] + 1.0, wanted[k] + 1.0), 2);
+    const double difference = decibel(found[k] + 1.0, wanted[k] + 1.0);
+    sum += difference * difference;
     ++bins;
   }
   return std::sqrt(sum / bins);
+}
+
+// Of up to kLanes segments, the sum. Both signals share a transform as its real and imaginary part.
+double log_spectral_distances(Samples reference, Samples output, std::span<const size_t> starts) {
+  const Tables& t = tables();
+  Spectra x{};
+  for (size_t l = 0; l < starts.size(); ++l) {
+    for (size_t n = 0; n < kWindow; ++n) {
+      x.real[t.reversed[n]][l] = reference[starts[l] + n] * t.window[n];
+      x.imaginary[t.reversed[n]][l] = output[starts[l] + n] * t.window[n];
+    }
+  }
+  transform(&x);
+  double sum = 0;
+  for (size_t l = 0; l < starts.size(); ++l) {
+    std::array<double, kWindow / 2> wanted;
+    std::array<double, kWindow / 2> found;
+    for (size_t k = 0; k < wanted.size(); ++k) {
+      const size_t mirrored = (kWindow - k) % kWindow;
+      const std::complex<double> a(x.real[k][l], x.imaginary[k][l]);
+      const std::complex<double> b(x.real[mirrored][l], -x.imaginary[mirrored][l]);
+      wanted[k] = 0.25 * std::norm(a + b);
+      found[k] = 0.25 * std::norm(a - b);
+    }
+    sum += distance(wanted, found);
+  }
+  return sum;
 }
 
 struct SecondOrder {
@@ -91,16 +147,22 @@ struct SecondOrder {
 constexpr SecondOrder kInputFilter{0.92727436, -1.8544941, 0.92727436, -1.9059465, 0.9114024};
 constexpr SecondOrder kOutputFilter{0.93980581, -1.8795834, 0.93980581, -1.9330735, 0.93589199};
 
-void filter(const SecondOrder& f, std::vector<double>* x) {
-  double s1 = 0;
-  double s2 = 0;
-  for (double& v : *x) {
-    const double y = f.b0 * v + s1;
-    s1 = f.b1 * v - f.a1 * y + s2;
-    s2 = f.b2 * v - f.a2 * y;
-    v = y;
+class Filter {
+ public:
+  explicit Filter(const SecondOrder& f) : f_(f) {}
+
+  double next(double v) {
+    const double y = f_.b0 * v + s1_;
+    s1_ = f_.b1 * v - f_.a1 * y + s2_;
+    s2_ = f_.b2 * v - f_.a2 * y;
+    return y;
   }
-}
+
+ private:
+  SecondOrder f_;
+  double s1_ = 0;
+  double s2_ = 0;
+};
 
 std::vector<size_t> active_segments(Samples reference) {
   std::vector<double> energies;
@@ -119,12 +181,12 @@ std::vector<size_t> active_segments(Samples reference) {
 }  // namespace
 
 std::vector<int16_t> through_high_pass_filters(Samples x) {
-  std::vector<double> signal(x.begin(), x.end());
-  filter(kInputFilter, &signal);
-  filter(kOutputFilter, &signal);
+  Filter in(kInputFilter);
+  Filter back(kOutputFilter);
   std::vector<int16_t> out(x.size());
   for (size_t i = 0; i < out.size(); ++i) {
-    out[i] = static_cast<int16_t>(std::clamp(std::round(signal[i]), -32768.0, 32767.0));
+    const double y = back.next(in.next(x[i]));
+    out[i] = static_cast<int16_t>(std::clamp(std::round(y), -32768.0, 32767.0));
   }
   return out;
 }
@@ -154,12 +216,14 @@ Quality measure_quality(Samples reference, Samples output) {
   double wanted = 0;
   double found = 0;
   const std::vector<size_t> starts = active_segments(reference);
+  for (size_t i = 0; i < starts.size(); i += kLanes) {
+    const size_t count = std::min(kLanes, starts.size() - i);
+    quality.log_spectral += log_spectral_distances(reference, output, {&starts[i], count});
+  }
   for (const size_t start : starts) {
     const Samples r = reference.subspan(start, kSegment);
     const Samples o = output.subspan(start, kSegment);
     quality.segmental += std::clamp(decibel(energy(r), difference_energy(r, o)), -10.0, 35.0);
-    quality.log_spectral +=
-        log_spectral_distance(reference.subspan(start, kWindow), output.subspan(start, kWindow));
     wanted += energy(r);
     found += energy(o);
   }

@@ -35,7 +35,7 @@ need() {
 need_for_building() {
   need g++ pkg-config meson ninja-build libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev \
     gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good libsndfile1-dev \
-    libcli11-dev libpcap-dev nlohmann-json3-dev asterisk-core-sounds-en-wav "$@"
+    libcli11-dev libpcap-dev libsamplerate0-dev nlohmann-json3-dev asterisk-core-sounds-en-wav "$@"
 }
 
 # Where to build.

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 
 #include "tools/failure.h"
@@ -10,7 +11,7 @@
 namespace tool {
 namespace {
 
-void check_form(const std::string& name, const SF_INFO& info) {
+void check_telephone(const std::string& name, const SF_INFO& info) {
   std::string found;
   if (info.channels != 1) found += std::to_string(info.channels) + " channels";
   if (info.samplerate != kSampleRate) {
@@ -18,9 +19,21 @@ void check_form(const std::string& name, const SF_INFO& info) {
   }
   if (!found.empty()) {
     throw Failure(Exit::input, name + ": " + found +
-                                   ", but the codec takes 8000 Hz mono; convert it first:"
+                                   ", but only 8000 Hz mono can be compared; convert it first:"
                                    " sox IN.wav -r 8000 -c 1 -b 16 OUT.wav");
   }
+}
+
+// No recording has others; a header that was made up could ask for any amount of work.
+void check_rate(const std::string& name, const SF_INFO& info) {
+  constexpr int kLowest = 1000, kHighest = 768000;
+  if (info.samplerate >= kLowest && info.samplerate <= kHighest) return;
+  throw Failure(Exit::input, name + ": has " + std::to_string(info.samplerate) +
+                                 " Hz; sample rates from 1000 to 768000 Hz are converted");
+}
+
+int16_t to_sample(float value) {
+  return static_cast<int16_t>(std::lrint(std::clamp(value * 32768.0F, -32768.0F, 32767.0F)));
 }
 
 // Samples read or written at once: a call for every frame would cost as much as the codec.
@@ -63,27 +76,92 @@ uint64_t missing_sound(const InputFile& input) {
 
 }  // namespace
 
-WavReader::WavReader(const InputFile& input) : missing_(missing_sound(input)) {
+WavReader::WavReader(const InputFile& input, SoundForm form) {
   SF_INFO info{};
+  if (form == SoundForm::raw) {
+    info = {0, kSampleRate, 1, SF_FORMAT_RAW | SF_FORMAT_PCM_16 | SF_ENDIAN_LITTLE, 0, 0};
+    missing_ = input.size() % 2;
+  } else {
+    missing_ = missing_sound(input);
+  }
   sound_.reset(sf_open_fd(fileno(input.file()), SFM_READ, &info, SF_FALSE));
   if (!sound_) {
     throw Failure(Exit::input, input.name() + ": no WAV file (" +
                                    (input.size() ? sf_strerror(nullptr) : "it is empty") + ")");
   }
-  check_form(input.name(), info);
+  if (form == SoundForm::telephone) check_telephone(input.name(), info);
+  check_rate(input.name(), info);
   if (info.frames <= 0) throw Failure(Exit::input, input.name() + ": has no samples");
-  samples_ = static_cast<uint64_t>(info.frames);
+  channels_ = static_cast<size_t>(info.channels);
+  ratio_ = static_cast<double>(kSampleRate) / info.samplerate;
+  samples_ = static_cast<uint64_t>(std::llround(static_cast<double>(info.frames) * ratio_));
   sf_command(sound_.get(), SFC_SET_SCALE_FLOAT_INT_READ, nullptr, SF_TRUE);
   sf_command(sound_.get(), SFC_SET_CLIPPING, nullptr, SF_TRUE);
+  if (info.samplerate == kSampleRate) return;
+  int error = 0;
+  resampler_.reset(src_new(SRC_SINC_MEDIUM_QUALITY, 1, &error));
+  if (!resampler_) throw Failure(Exit::other, src_strerror(error));
+}
+
+// Samples that need no conversion come as they are.
+void WavReader::read_block() {
+  next_ = 0;
+  if (channels_ > 1 || resampler_) {
+    convert_block();
+    return;
+  }
+  block_.resize(kBlock);
+  block_.resize(static_cast<size_t>(sf_readf_short(sound_.get(), block_.data(), kBlock)));
+}
+
+void WavReader::read_mixed() {
+  std::vector<float> all(kBlock / channels_ * channels_);
+  const auto wanted = static_cast<sf_count_t>(kBlock / channels_);
+  const auto count = static_cast<size_t>(sf_readf_float(sound_.get(), all.data(), wanted));
+  ended_ = count == 0;
+  for (size_t i = 0; i < count; ++i) {
+    float sum = 0;
+    for (size_t c = 0; c < channels_; ++c) sum += all[i * channels_ + c];
+    mixed_.push_back(sum / static_cast<float>(channels_));
+  }
+}
+
+// Fills the block, or leaves it empty at the end.
+void WavReader::convert_block() {
+  block_.clear();
+  std::vector<float> converted(kBlock);
+  while (block_.empty()) {
+    if (mixed_.empty() && !ended_) read_mixed();
+    size_t used = mixed_.size();
+    size_t made = used;
+    if (resampler_) {
+      SRC_DATA data{mixed_.data(),
+                    converted.data(),
+                    static_cast<long>(mixed_.size()),
+                    static_cast<long>(kBlock),
+                    0,
+                    0,
+                    ended_,
+                    ratio_};
+      if (const int error = src_process(resampler_.get(), &data); error != 0) {
+        throw Failure(Exit::other, src_strerror(error));
+      }
+      used = static_cast<size_t>(data.input_frames_used);
+      made = static_cast<size_t>(data.output_frames_gen);
+    } else {
+      converted = mixed_;
+    }
+    for (size_t i = 0; i < made; ++i) block_.push_back(to_sample(converted[i]));
+    mixed_.erase(mixed_.begin(), mixed_.begin() + static_cast<ptrdiff_t>(used));
+    if (ended_ && made == 0) return;
+  }
 }
 
 size_t WavReader::read(int16_t* samples, size_t count) {
   size_t done = 0;
   while (done < count) {
     if (next_ == block_.size()) {
-      block_.resize(kBlock);
-      block_.resize(static_cast<size_t>(sf_readf_short(sound_.get(), block_.data(), kBlock)));
-      next_ = 0;
+      read_block();
       if (block_.empty()) break;
     }
     const size_t n = std::min(count - done, block_.size() - next_);
@@ -94,9 +172,9 @@ size_t WavReader::read(int16_t* samples, size_t count) {
   return done;
 }
 
-std::vector<int16_t> read_wav(const std::string& path) {
+std::vector<int16_t> read_telephone_wav(const std::string& path) {
   const InputFile input(path);
-  WavReader reader(input);
+  WavReader reader(input, SoundForm::telephone);
   // Block by block: a header may claim more samples than memory holds.
   std::vector<int16_t> samples;
   size_t count = kBlock;
@@ -109,12 +187,13 @@ std::vector<int16_t> read_wav(const std::string& path) {
   return samples;
 }
 
-WavWriter::WavWriter(const OutputFile& output, int channels)
+WavWriter::WavWriter(const OutputFile& output, int channels, bool raw)
     : output_(output), channels_(static_cast<size_t>(channels)) {
   SF_INFO info{};
   info.samplerate = kSampleRate;
   info.channels = channels;
-  info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+  info.format =
+      raw ? SF_FORMAT_RAW | SF_FORMAT_PCM_16 | SF_ENDIAN_LITTLE : SF_FORMAT_WAV | SF_FORMAT_PCM_16;
   sound_.reset(sf_open_fd(fileno(output.file()), SFM_WRITE, &info, SF_FALSE));
   if (!sound_) throw Failure(Exit::output, output.name() + ": " + sf_strerror(nullptr));
 }

@@ -12,6 +12,7 @@ class Misuse : public ToolTest {
     ToolTest::SetUp();
     store_wav(folder / "cd.wav", std::vector<int16_t>(8820), 44100, 2);
     store_wav(folder / "wide.wav", std::vector<int16_t>(1600), 16000);
+    store_wav(folder / "slow.wav", std::vector<int16_t>(500), 500);
     store_wav(folder / "empty.wav", {});
     store(folder / "text.wav", "not a sound");
     store(folder / "nothing", "");
@@ -58,8 +59,10 @@ constexpr Case kCases[] = {
     {"encode voice.wav /dev/full --format bit", 4, "No space left"},
     {"encode missing.wav x.g729", 3, "missing.wav"},
     {"encode . x.g729", 3, "folder"},
-    {"encode cd.wav x.g729", 3, "2 channels at 44100 Hz"},
-    {"encode wide.wav x.g729", 3, "16000 Hz, but the codec takes 8000 Hz mono; convert"},
+    {"encode slow.wav x.g729", 3, "has 500 Hz; sample rates from 1000"},
+    {"encode --raw nothing x.g729", 3, "has no samples"},
+    {"encode -j 0 voice.wav x.g729", 2, "0 is no number from 1 to 256"},
+    {"decode -j many good.g729 x.wav", 2, "many is no number"},
     {"encode empty.wav x.g729", 3, "no samples"},
     {"encode text.wav x.g729", 3, "no WAV file"},
     {"encode good.g729 x.bit", 3, "no WAV file"},
@@ -91,7 +94,9 @@ constexpr Case kCases[] = {
     {"info voice.wav", 2, ".g729 or .bit"},
     {"info missing.bit", 3, "missing.bit"},
     {"compare voice.wav", 2, "OUTPUT"},
-    {"compare voice.wav cd.wav", 3, "44100"},
+    {"compare voice.wav cd.wav", 3, "2 channels at 44100 Hz, but only 8000 Hz mono"},
+    {"compare --json wide.wav voice.wav", 3,
+     "16000 Hz, but only 8000 Hz mono can be compared; convert"},
 };
 
 TEST_F(Misuse, OneLineSaysWhatIsWrongAndNothingIsWritten) {
@@ -139,6 +144,18 @@ TEST_F(Misuse, CutSoundEncodesWhatIsThere) {
       "{ head -c 40 voice.wav; printf '\\377\\377\\377\\377'; tail -c +45 voice.wav; } |"
       " kelg729f encode - piped.g729");
   run_well("kelg729f encode voice.wav whole.g729 && cmp whole.g729 piped.g729");
+}
+
+// By the parity of the first lag: a WAV by another name is noise to the decoder.
+TEST_F(Misuse, WhatIsNoSpeechIsRemarkedOn) {
+  run_well("cp voice.wav renamed.g729; head -c 4000 /dev/urandom >random.g729");
+  for (const char* command : {"info renamed.g729", "decode --raw random.g729 x.raw"}) {
+    const Result result = run(std::string("kelg729f ") + command);
+    EXPECT_NE(result.err.find("wrong parity bit; this is hardly G.729"), std::string::npos);
+  }
+  EXPECT_EQ(run("kelg729f info good.g729").err, "");
+  run_well("kelg729f info --json good.g729 good.bit >x.json");
+  EXPECT_NE(contents(folder / "x.json").find("\"parity_errors\": 0"), std::string::npos);
 }
 
 // The codec ends the process on frames that it cannot take; none may get through to it.

@@ -2,6 +2,9 @@
 
 #include "codec/g729.h"
 #include "tests/tools/tool_runner.h"
+#include "tools/wav_io.h"
+
+void tool::say(const std::string&) {}
 
 namespace test {
 namespace {
@@ -117,6 +120,82 @@ TEST_F(RoundTrip, LossFollowsTheSeed) {
   EXPECT_NE(contents(folder / "a.wav"), contents(folder / "c.wav"));
 }
 
+std::vector<int16_t> as_read(const fs::path& path) {
+  const tool::InputFile input(path);
+  tool::WavReader reader(input, tool::SoundForm::any);
+  std::vector<int16_t> samples(reader.samples() + 1);
+  samples.resize(reader.read(samples.data(), samples.size()));
+  return samples;
+}
+
+// Tones below 3400 Hz are the same sound at every rate and number of channels.
+TEST_F(RoundTrip, EveryRateAndNumberOfChannelsIsTaken) {
+  const auto tones = [](int rate, int channels) {
+    std::vector<int16_t> samples;
+    for (int n = 0; n < rate; ++n) {
+      const double t = 2 * std::numbers::pi * n / rate;
+      const double value = 3000 * (std::sin(300 * t) + std::sin(1100 * t) + std::sin(2900 * t));
+      // Their mean is the value.
+      for (int c = 0; c < channels; ++c) {
+        samples.push_back(static_cast<int16_t>(std::lrint(value + 900 * c - 450 * (channels - 1))));
+      }
+    }
+    return samples;
+  };
+  const std::vector<int16_t> wanted = tones(8000, 1);
+  for (const int rate : {8000, 11025, 16000, 44100, 48000}) {
+    for (const int channels : {1, 2, 3}) {
+      store_wav(folder / "other.wav", tones(rate, channels), rate, channels);
+      const std::vector<int16_t> found = as_read(folder / "other.wav");
+      ASSERT_NEAR(static_cast<double>(found.size()), 8000, 1) << rate;
+      // The ends are steps, which no filter lets through.
+      for (size_t n = 200; n < 7800; ++n) ASSERT_NEAR(found[n], wanted[n], 3) << rate << " " << n;
+    }
+  }
+  run_well("kelg729f encode other.wav other.g729");
+  EXPECT_EQ(contents(folder / "other.g729").size(), 1000u);
+}
+
+TEST_F(RoundTrip, RawSamplesAreThoseOfAWav) {
+  run_well("kelg729f encode voice.wav a.g729 && tail -c +45 voice.wav >voice.raw");
+  run_well("kelg729f encode --raw voice.raw b.g729 && cmp a.g729 b.g729");
+  run_well(
+      "kelg729f decode a.g729 a.wav && kelg729f decode --raw --format g729 - - <a.g729 >b.raw");
+  run_well("tail -c +45 a.wav | cmp - b.raw");
+  const Result odd = run("printf abc | kelg729f encode --raw --format g729 - -");
+  EXPECT_EQ(odd.status, 5);
+  EXPECT_NE(odd.err.find("1 bytes are missing"), std::string::npos) << odd.err;
+}
+
+// Two inputs that never come hold both threads up, with files before and behind them; the run is
+// killed there and done again.
+TEST_F(RoundTrip, AKilledBatchIsResumed) {
+  std::string inputs;
+  run_well("mkdir in out whole");
+  for (int i = 0; i < 12; ++i) {
+    const std::string name = "in/" + std::to_string(100 + i) + ".wav";
+    store_wav(folder / name, voice(static_cast<size_t>(4000 + 400 * i)));
+    inputs += name + " ";
+  }
+  run_well("kelg729f encode -j 3 " + inputs + "whole");
+  run_well("mv in/105.wav in/106.wav . && mkfifo in/105.wav in/106.wav");
+  run_well("'" KELG729F_TOOL "' encode -j 2 " + inputs +
+           "out & pid=$!; until [ -e out/104.g729 ]; do sleep 0.05; done; kill -9 $pid;"
+           " wait $pid; rm in/105.wav in/106.wav; mv 105.wav 106.wav in/; ls -i out >before");
+  EXPECT_GE(std::distance(fs::directory_iterator(folder / "out"), {}), 5);
+  EXPECT_FALSE(fs::exists(folder / "out/107.g729"));
+  const Result again = run("kelg729f encode -j 2 --resume " + inputs + "out");
+  EXPECT_EQ(again.status, 0) << again.err;
+  EXPECT_NE(again.err.find(" of 12 outputs are there already"), std::string::npos) << again.err;
+  run_well("diff -r out whole");
+  // What was complete is what it was, and a changed input is coded again.
+  run_well(
+      "ls -i out >after; while read -r line; do grep -q \"$line\" after || exit; done <before");
+  store_wav(folder / "in/100.wav", voice(8000));
+  run_well("touch -d '1 hour' in/100.wav && kelg729f encode --resume " + inputs + "out");
+  EXPECT_EQ(contents(folder / "out/100.g729").size(), 1000u);
+}
+
 // Half the level, 25 samples late: the difference is half the signal.
 TEST_F(RoundTrip, CompareMeasuresAKnownChange) {
   std::vector<int16_t> late(25);
@@ -129,6 +208,8 @@ TEST_F(RoundTrip, CompareMeasuresAKnownChange) {
         "log-spectral distance          6.02"}) {
     EXPECT_NE(found.find(row), std::string::npos) << row << "\n" << found;
   }
+  EXPECT_NE(run("kelg729f compare --json voice.wav late.wav").out.find("\"snr_db\": 6.02"),
+            std::string::npos);
 }
 
 }  // namespace
