@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "codec/dsp/frame.h"
+#include "codec/dsp/parameter_set.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

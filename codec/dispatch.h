@@ -14,10 +14,12 @@ struct Target {
   void (*encoder_destroy)(G729EncoderState*);
   void (*encode_packed)(G729EncoderState*, const int16_t* samples, uint8_t* bytes, uint32_t* size);
   void (*encode_serial)(G729EncoderState*, const int16_t* samples, int32_t rate, uint16_t* serial);
+  // Both create functions return null when there is no memory.
   G729DecoderState* (*decoder_create)();
   void (*decoder_destroy)(G729DecoderState*);
   void (*decode_packed)(G729DecoderState*, const uint8_t* bytes, uint32_t size, int16_t* samples);
   void (*decode_serial)(G729DecoderState*, const uint16_t* serial, int16_t* samples);
+  void (*conceal)(G729DecoderState*, int16_t* samples);
 };
 
 // Builds that this processor runs, slowest first; a null pointer ends the list.
@@ -28,10 +30,14 @@ const Target* best_target();
 
 }  // namespace g729
 
-// What every handle begins with; each build's record derives from it.
+// What every handle begins with; the build's record follows it.
 struct G729EncoderState {
   const g729::Target* target;
+  G729RemarkFunction remark = nullptr;  // standard output
+  void* user = nullptr;
 };
 struct G729DecoderState {
   const g729::Target* target;
+  G729RemarkFunction remark = nullptr;
+  void* user = nullptr;
 };

@@ -28,6 +28,10 @@ void decode_serial_frame(DecoderCoreState* state, SerialFrame* serial, int16_t* 
   decode_frame(state, is_erased(*serial), samples);
 }
 
+void conceal_frame(DecoderCoreState* state, int16_t* samples) {
+  decode_frame(state, true, samples);
+}
+
 void decode_packed_frame(DecoderCoreState* state, const uint8_t* bytes, uint32_t size,
                          int16_t* samples) {
   bytes_to_parameters(bytes, static_cast<int>(8 * size % 256), &state->parameters);

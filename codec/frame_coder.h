@@ -22,6 +22,9 @@ int encode_packed_frame(EncoderCoreState* state, const int16_t* samples, uint8_t
 // may be rewritten.
 void decode_serial_frame(DecoderCoreState* state, SerialFrame* serial, int16_t* samples);
 
+// Decodes a frame of which nothing came.
+void conceal_frame(DecoderCoreState* state, int16_t* samples);
+
 // Decodes `size` bytes as a frame of 8 * size bits (modulo 256) into samples[80]; what is beyond it
 // is not read. bytes may be null when size is 0.
 void decode_packed_frame(DecoderCoreState* state, const uint8_t* bytes, uint32_t size,

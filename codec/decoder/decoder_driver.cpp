@@ -43,6 +43,7 @@ void decode_noise(DecoderCoreState* state, DecodedFrame* frame) {
                             state->frame_energy};
   const NoiseFrame noise =
       comfort_noise_decode(&state->noise, input, exc, state->lsp_old, &state->lsp.lsp_predictor);
+  state->remarks |= noise.remarks;
   frame->order = kOrder;
   copy_vector(noise.a, frame->az_out, kSubframes * kCoeffs);
   for (int k = 0; k < kSubframes; ++k) {
@@ -98,6 +99,7 @@ void decoder_core_init(DecoderCoreState* state) {
 void decode_frame(DecoderCoreState* state, bool erased, int16_t* samples) {
   const FlushDenormals flush;
   ++state->frame_counter;
+  state->remarks = 0;
   DecodedFrame frame;
   frame.erased = erased;
   decode_frame_core(state, &frame);

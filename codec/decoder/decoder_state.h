@@ -10,7 +10,7 @@
 #include "codec/dsp/backward_mode.h"
 #include "codec/dsp/constants.h"
 #include "codec/dsp/filters.h"
-#include "codec/dsp/frame.h"
+#include "codec/dsp/parameter_set.h"
 #include "codec/dsp/phase_dispersion.h"
 #include "codec/dsp/pitch.h"
 #include "codec/dsp/random.h"
@@ -22,6 +22,7 @@ inline namespace KELG729F_TARGET {
 struct DecoderCoreState {
   ParameterSet parameters;     // of the frame, as received; what it does not have, of those before
   uint32_t frame_counter = 0;  // frames decoded
+  Remarks remarks = 0;         // on the last frame
 
   // Excitation: the past, then the current frame's 80 samples.
   alignas(kAlign) double exc_lead[lead(kExcitationPast)] = {};

@@ -12,17 +12,19 @@ void lsp_decoder_init(LspDecoderState* state) {
   state->prev_ma_mode = 0;
 }
 
-void lsp_decode(const int index[2], bool erased, LspDecoderState* state, double lsp[kOrder]) {
+Remarks lsp_decode(const int index[2], bool erased, LspDecoderState* state, double lsp[kOrder]) {
   double residual[kOrder];
+  Remarks remarks = 0;
   if (erased) {
     lsp_residual(kSpeechPredictor[state->prev_ma_mode], state->lsp_predictor, state->prev_lsf,
                  residual);
   } else {
-    lsp_reconstruct(index, state->lsp_predictor, residual, state->prev_lsf);
+    remarks = lsp_reconstruct(index, state->lsp_predictor, residual, state->prev_lsf);
     state->prev_ma_mode = (index[0] >> 7) & 1;
   }
   lsp_history_push(residual, &state->lsp_predictor);
   cosine(state->prev_lsf, lsp, kOrder);
+  return remarks;
 }
 
 }  // namespace KELG729F_TARGET

@@ -18,7 +18,7 @@ void lsp_decoder_init(LspDecoderState* state);
 
 // LSPs of a speech frame from its two LSP words. An erased frame repeats the previous frame's LSFs
 // (index is not read then) and pushes the residual that would have given them.
-void lsp_decode(const int index[2], bool erased, LspDecoderState* state, double lsp[kOrder]);
+Remarks lsp_decode(const int index[2], bool erased, LspDecoderState* state, double lsp[kOrder]);
 
 }  // namespace KELG729F_TARGET
 }  // namespace g729

@@ -30,7 +30,7 @@ void backward_filter(DecoderCoreState* state, const DecodedFrame& frame, double*
 
 void forward_filters(DecoderCoreState* state, bool erased, double* a) {
   double lsp[kOrder];
-  lsp_decode(state->parameters.lsp, erased, &state->lsp, lsp);
+  state->remarks |= lsp_decode(state->parameters.lsp, erased, &state->lsp, lsp);
   if (state->prev_lp_mode == kBackward) {
     lsp_to_lpc(lsp, a);
     copy_vector(a, a + kCoeffs, kCoeffs);
@@ -74,7 +74,7 @@ PitchLag read_lag(DecoderCoreState* state, const DecodedFrame& frame, int subfra
   const SubframeParameters& sent = state->parameters.subframe[subframe];
   if (frame.erased) return conceal_lag(state, frame.type);
   if (subframe == 0 && is_parity_wrong(frame.type, sent)) {
-    print_warning(" ! Wrong Pitch 1st subfr. !   ");
+    state->remarks |= kWrongPitch;
     return conceal_lag(state, frame.type);
   }
   const int* const first_t0 = subframe == 0 ? nullptr : &frame.pitch_delay[0];

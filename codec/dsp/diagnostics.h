@@ -3,6 +3,13 @@
 
 namespace g729 {
 
+// What is odd in a frame but allowed, a bit each, in the order in which it is told.
+enum Remark : unsigned { kLspLow = 1, kLspHigh = 2, kWrongPitch = 4 };
+using Remarks = unsigned;  // any of them
+
+inline constexpr const char* kRemarkText[] = {"warning LSP Low \n", "warning LSP High \n",
+                                              " ! Wrong Pitch 1st subfr. !   "};
+
 // printf to standard output.
 [[gnu::format(printf, 1, 2)]] void print_warning(const char* format, ...);
 

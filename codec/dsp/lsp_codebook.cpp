@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "codec/dsp/diagnostics.h"
 #include "codec/dsp/filters.h"
 #include "codec/dsp/simd/vec_or_scalar.h"
 
@@ -92,8 +91,9 @@ double lsp_least_gap(const double* lsf) {
   return least;
 }
 
-void lsp_stabilize(double* lsf) {
-  if (lsp_least_gap(lsf) >= kLsfGap && lsf[0] >= kLsfLow && lsf[kOrder - 1] <= kLsfHigh) return;
+Remarks lsp_stabilize(double* lsf) {
+  Remarks remarks = 0;
+  if (lsp_least_gap(lsf) >= kLsfGap && lsf[0] >= kLsfLow && lsf[kOrder - 1] <= kLsfHigh) return 0;
   for (int j = 0; j < kOrder - 1; ++j) {
     if (lsf[j + 1] >= lsf[j]) continue;
     const double higher = lsf[j];
@@ -102,14 +102,15 @@ void lsp_stabilize(double* lsf) {
   }
   if (lsf[0] < kLsfLow) {
     lsf[0] = kLsfLow;
-    print_warning("warning LSP Low \n");
+    remarks |= kLspLow;
   }
   for (int j = 0; j < kOrder - 1; ++j)
     if (lsf[j + 1] - lsf[j] < kLsfGap) lsf[j + 1] = lsf[j] + kLsfGap;
   if (lsf[kOrder - 1] > kLsfHigh) {
     lsf[kOrder - 1] = kLsfHigh;
-    print_warning("warning LSP High \n");
+    remarks |= kLspHigh;
   }
+  return remarks;
 }
 
 void lsp_codevector(int first, int lower, int upper, double* buf) {
@@ -118,7 +119,7 @@ void lsp_codevector(int first, int lower, int upper, double* buf) {
     buf[j] = kLspFirstStage[first][j] + kLspSecondStage[upper][j];
 }
 
-void lsp_reconstruct(const int index[2], const LspHistory& history, double* buf, double* lsf) {
+Remarks lsp_reconstruct(const int index[2], const LspHistory& history, double* buf, double* lsf) {
   const int mode = (index[0] >> 7) & 1, first = index[0] & (kFirstStage - 1);
   const int lower = (index[1] >> 5) & (kSecondStage - 1), upper = index[1] & (kSecondStage - 1);
   lsp_codevector(first, lower, upper, buf);
@@ -127,7 +128,7 @@ void lsp_reconstruct(const int index[2], const LspHistory& history, double* buf,
     lsp_spread(buf, 1, kOrder, kSpread2);
   }
   lsp_predict(kSpeechPredictor[mode], history, buf, lsf);
-  lsp_stabilize(lsf);
+  return lsp_stabilize(lsf);
 }
 
 }  // namespace KELG729F_TARGET

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "codec/dsp/constants.h"
+#include "codec/dsp/diagnostics.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {
@@ -74,9 +75,9 @@ void lsp_predict(const LspPredictor& predictor, const LspHistory& history, const
 void lsp_residual(const LspPredictor& predictor, const LspHistory& history, const double* lsf,
                   double* buf);
 
-// Orders the LSFs by one pass of swaps and keeps them within kLsfLow, kLsfGap, kLsfHigh; prints
-// "warning LSP Low \n" or "warning LSP High \n" when an end is clamped.
-void lsp_stabilize(double* lsf);
+// Orders the LSFs by one pass of swaps and keeps them within kLsfLow, kLsfGap, kLsfHigh; remarks
+// kLspLow or kLspHigh when an end is clamped.
+Remarks lsp_stabilize(double* lsf);
 
 // Sum of a first-stage row and the halves of two second-stage rows.
 void lsp_codevector(int first, int lower, int upper, double* buf);
@@ -84,7 +85,7 @@ void lsp_codevector(int first, int lower, int upper, double* buf);
 // One speech frame's reconstruction: buf = codebook sum spread by both gaps, lsf = prediction,
 // stabilized. Word 0 is mode << 7 | first stage, word 1 lower << 5 | upper second-stage index.
 // The caller pushes buf into the history.
-void lsp_reconstruct(const int index[2], const LspHistory& history, double* buf, double* lsf);
+Remarks lsp_reconstruct(const int index[2], const LspHistory& history, double* buf, double* lsf);
 
 }  // namespace KELG729F_TARGET
 }  // namespace g729

@@ -85,15 +85,16 @@ NoiseSubframe noise_subframe(double gain, double* exc, int16_t* seed) {
 }
 
 // Takes a descriptor's gain and LSPs into the state.
-void receive_sid(ComfortNoiseState* state, const SidParameters& sid, LspHistory* history) {
+Remarks receive_sid(ComfortNoiseState* state, const SidParameters& sid, LspHistory* history) {
   state->sid_gain = kSidGain[sid.energy];
   double buf[kOrder];
   double lsf[kOrder];
   sid_codevector(sid.first, sid.second, buf);
   lsp_predict(kNoisePredictor[sid.mode], *history, buf, lsf);
   lsp_history_push(buf, history);
-  lsp_stabilize(lsf);
+  const Remarks remarks = lsp_stabilize(lsf);
   cosine(lsf, state->lsp_sid, kOrder);
+  return remarks;
 }
 
 // The gain of a pause that began without a descriptor.
@@ -120,9 +121,10 @@ void comfort_noise_excitation(double gain, double* exc, int16_t* seed,
 NoiseFrame comfort_noise_decode(ComfortNoiseState* state, const NoiseInput& in, double* exc,
                                 std::span<double, kOrder> lsp_old, LspHistory* history) {
   NoiseFrame frame;
+  frame.remarks = 0;
   const bool after_speech = in.previous_type > kSid;
   if (in.sid != nullptr) {
-    receive_sid(state, *in.sid, history);
+    frame.remarks = receive_sid(state, *in.sid, history);
   } else if (after_speech) {
     state->sid_gain = gain_from_energy(in.frame_energy);
   }

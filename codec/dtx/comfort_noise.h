@@ -42,6 +42,7 @@ struct NoiseInput {
 struct NoiseFrame {
   double a[kSubframes * kCoeffs];  // filters of the subframes, 11 coefficients each
   NoiseSubframe applied[kSubframes];
+  Remarks remarks;
 };
 
 // Writes the excitation exc[0..79], behind its past as above; moves lsp_old to the LSPs of the last

@@ -4,9 +4,9 @@
 #include <cstdint>
 
 #include "codec/dsp/constants.h"
-#include "codec/dsp/frame.h"
 #include "codec/dsp/lpc.h"
 #include "codec/dsp/lsp_codebook.h"
+#include "codec/dsp/parameter_set.h"
 #include "codec/dtx/comfort_noise.h"
 
 namespace g729 {

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "codec/dsp/constants.h"
-#include "codec/dsp/frame.h"
 #include "codec/dsp/lsp_codebook.h"
+#include "codec/dsp/parameter_set.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

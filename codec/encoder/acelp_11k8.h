@@ -2,7 +2,7 @@
 // pulses, three on two neighbouring tracks and two on the others, in backward frames.
 #pragma once
 
-#include "codec/dsp/frame.h"
+#include "codec/dsp/parameter_set.h"
 #include "codec/encoder/fixed_codebook.h"
 
 namespace g729 {

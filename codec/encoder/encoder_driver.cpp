@@ -61,10 +61,11 @@ void interpolate_unquantized(const EncoderCoreState& state, FrameWork* w) {
   interpolate_lpc(old, w->lsp_new, w->lsf, w->forward);
 }
 
-void quantize_spectrum(const EncoderCoreState& state, FrameWork* w) {
-  w->lsp_new_q = lsp_quantize(state.freq_prev, lsf_new(*w));
+void quantize_spectrum(EncoderCoreState* state, FrameWork* w) {
+  w->lsp_new_q = lsp_quantize(state->freq_prev, lsf_new(*w));
+  state->remarks |= w->lsp_new_q.remarks;
   const double* const lsp_q = w->lsp_new_q.lsp_q;
-  const double* const old = state.prev_lp_mode == kForward ? state.lsp_old_q : lsp_q;
+  const double* const old = state->prev_lp_mode == kForward ? state->lsp_old_q : lsp_q;
   interpolate_quantized_lpc(old, lsp_q, w->forward_q);
 }
 
@@ -156,6 +157,7 @@ ParameterSet code_inactive_frame(EncoderCoreState* state, FrameWork* w) {
   const DtxFrame coded =
       dtx_encode_frame(&state->dtx, state->past_vad, state->old_exc + kExcitationPast,
                        state->lsp_old_q, &state->freq_prev);
+  state->remarks |= coded.noise.remarks;
   copy_vector(coded.noise.a, w->forward_q, kSubframes * kCoeffs);
   remember_decision(state, false);
   for (int k = 0; k < kSubframes; ++k) {
@@ -209,13 +211,14 @@ ParameterSet encode_frame(EncoderCoreState* state, Samples samples, Rate rate) {
 ParameterSet encoder_process_frame(EncoderCoreState* state, std::span<const double, kFrame> input,
                                    Rate rate) {
   FrameWork w;
+  state->remarks = 0;
   double* const new_speech = state->old_speech + kNewSpeech;
   copy_vector(input.data(), new_speech, kFrame);
   // Only the voice activity detector looks beyond the order of the filter.
   analyse_spectrum(state, &w, state->dtx_enabled ? kAutocorrelations : kOrder);
   interpolate_unquantized(*state, &w);
   w.vad = state->dtx_enabled ? detect_voice(state, w, rate) : true;
-  if (w.vad) quantize_spectrum(*state, &w);
+  if (w.vad) quantize_spectrum(state, &w);
   decide_mode(state, &w, rate);
   shift(state->synthesis, kSynthesisPast + kFrame, kSynthesisPast);
   copy_vector(w.lsp_new, state->lsp_old, kOrder);

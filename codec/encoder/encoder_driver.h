@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <span>
 
-#include "codec/dsp/frame.h"
+#include "codec/dsp/parameter_set.h"
 #include "codec/encoder/encoder_state.h"
 
 namespace g729 {

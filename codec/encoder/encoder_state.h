@@ -29,6 +29,7 @@ inline constexpr int kNewSpeech = kWindow - kFrame;                // newest inp
 
 struct EncoderCoreState {
   bool dtx_enabled = false;  // silence may go untransmitted
+  Remarks remarks = 0;       // on the last frame
   int frame_counter = 0;     // see encode_frame
   BiquadMemory preproc_state = {};
 

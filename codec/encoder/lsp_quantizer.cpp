@@ -176,7 +176,7 @@ QuantizedLsp lsp_quantize(const LspHistory& history, std::span<const double, kOr
   q.ana[1] = chosen.lower * kSecondStage + chosen.upper;
 
   double lsf_q[kOrder];
-  lsp_reconstruct(q.ana, history, q.residual, lsf_q);
+  q.remarks = lsp_reconstruct(q.ana, history, q.residual, lsf_q);
   cosine(lsf_q, q.lsp_q, kOrder);
   return q;
 }

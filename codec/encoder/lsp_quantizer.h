@@ -10,10 +10,11 @@ struct QuantizedLsp {
   int ana[2];               // mode << 7 | first-stage row; lower << 5 | upper second-stage row
   double lsp_q[kOrder];     // as the decoder reconstructs them
   double residual[kOrder];  // what the memory receives when the frame is sent
+  Remarks remarks;          // those of lsp_stabilize
 };
 
 // Quantizes the LSFs of a frame (radians, increasing) against the predictor memory, which stays as
-// it is. May print the warnings of lsp_stabilize. Among equal errors the lower row and mode 0 win.
+// it is. Among equal errors the lower row and mode 0 win.
 QuantizedLsp lsp_quantize(const LspHistory& history, std::span<const double, kOrder> lsf);
 
 }  // namespace KELG729F_TARGET

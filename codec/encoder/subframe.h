@@ -2,7 +2,7 @@
 // counterpart in silence.
 #pragma once
 
-#include "codec/dsp/frame.h"
+#include "codec/dsp/parameter_set.h"
 #include "codec/encoder/adaptive_codebook.h"
 #include "codec/encoder/encoder_state.h"
 #include "codec/encoder/frame_work.h"

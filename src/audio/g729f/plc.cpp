@@ -21,12 +21,6 @@ double energy(const gint16* frame) {
   return sum;
 }
 
-// An erased speech frame at 8 kbit/s: every bit is 0.
-void decode_erased(G729DecoderState* decoder, gint16* frame) {
-  guint16 serial[G729_SERIAL_WORDS] = {G729_SERIAL_SYNC, G729_SPEECH_BYTES * 8};
-  g729_decoder_decode_serial(decoder, serial, frame);
-}
-
 double fade(gsize position) {
   if (position < kFadeBegin) return 1;
   if (position >= kFadeEnd) return 0;
@@ -46,7 +40,7 @@ void attenuate(const Concealment& plc, gint16* frame) {
 // What is silent already does not ask the codec.
 void conceal_frame(Concealment& plc, G729DecoderState* decoder, gint16* frame) {
   if (plc.lost < kFadeEnd) {
-    decode_erased(decoder, frame);
+    g729_decoder_conceal(decoder, frame);
     attenuate(plc, frame);
   } else {
     std::fill_n(frame, G729_FRAME_SAMPLES, gint16{0});
