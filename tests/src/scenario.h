@@ -73,6 +73,7 @@ class Scenario {
   }
   // In the thread that pushes, so the counters are those of this buffer.
   void note(GstBuffer* buffer) {
+    const std::lock_guard lock(mutex_);
     const guint64 noise = counter("comfort-noise"), concealed = counter("concealed");
     const bool thread = g_thread_self() == dec_->thread;
     const GstClockTime pts = GST_BUFFER_PTS(buffer);
@@ -82,7 +83,6 @@ class Scenario {
     if (thread) run.kind = 'n', run.late = GST_CLOCK_DIFF(pts, now());
     noise_ = noise;
     concealed_ = concealed;
-    const std::lock_guard lock(mutex_);
     heard_.breaks += run.begin != heard_.end;
     heard_.end = run.end;
     heard_.out_of_turn += thread && !plays_;
@@ -209,6 +209,7 @@ class Scenario {
       downstream_->block(false);
       if (blocking_) gst_pad_remove_probe(source_.get(), blocking_);
       held_ = false;
+      const std::lock_guard lock(mutex_);
       noise_ = counter("comfort-noise");  // some may have come to nothing
     } else if (name == "clock") {
       change_clock(values[0]);
