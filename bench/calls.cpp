@@ -38,7 +38,7 @@ const guint8* audio(Call* call, gint64 number) {
 struct SpeechSource {
   GstPushSrc parent;
   Call* call;
-  gint64 next;
+  GstClockTime first_base;
 };
 struct SpeechSourceClass {
   GstPushSrcClass parent;
@@ -52,16 +52,21 @@ GstStaticPadTemplate source_template =
 GstFlowReturn speech_source_create(GstPushSrc* base, GstBuffer** buffer) {
   auto* source = reinterpret_cast<SpeechSource*>(base);
   while (shared.epoch == 0) sleep_until(now_ns() + kStartPoll);
-  const gint64 number = source->next++;
-  const gint64 due = shared.epoch + source->call->phase + number * kTick;
+  Call* call = source->call;
+  if (call->start == 0) call->start = shared.epoch + call->phase;
+  // A pause moves the base time.
+  const GstClockTime base_time = gst_element_get_base_time(GST_ELEMENT(base));
+  if (source->first_base == 0) source->first_base = base_time;
+  const gint64 number = call->next++;
+  const gint64 due =
+      call->start + number * kTick + static_cast<gint64>(base_time - source->first_base);
   sleep_until(due);
-  source->call->due = due;
-  auto* bytes = const_cast<guint8*>(audio(source->call, number));
+  call->due = due;
+  auto* bytes = const_cast<guint8*>(audio(call, number));
   *buffer = gst_buffer_new_wrapped_full(GST_MEMORY_FLAG_READONLY, bytes, shared.buffer_bytes, 0,
                                         shared.buffer_bytes, nullptr, nullptr);
   // The pipeline's clock is the one that now_ns() reads.
-  GST_BUFFER_PTS(*buffer) =
-      static_cast<GstClockTime>(due) - gst_element_get_base_time(GST_ELEMENT(base));
+  GST_BUFFER_PTS(*buffer) = static_cast<GstClockTime>(due) - base_time;
   GST_BUFFER_DURATION(*buffer) = kTick;
   if (shared.measuring) shared.sent.fetch_add(1, std::memory_order_relaxed);
   return GST_FLOW_OK;
@@ -182,6 +187,10 @@ void prepare(Call* call, const std::string& launch) {
   GstElement* source = gst_bin_get_by_name(GST_BIN(call->pipeline), "source");
   reinterpret_cast<SpeechSource*>(source)->call = call;
   gst_object_unref(source);
+}
+
+void start_again(Call* call) {
+  call->start = now_ns() + kTick - call->next * kTick;
 }
 
 void play(Call* call, bool udp) {

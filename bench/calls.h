@@ -41,13 +41,16 @@ struct Call {
   bool silent = false;
   gint64 turn_end = 0;  // in buffers
   std::mt19937 random;
-  gint64 due = 0;  // ns, when the last buffer had to be sent
+  gint64 start = 0;  // ns, when the first buffer was due, or would have been; 0 for the epoch
+  gint64 next = 0;   // buffer
+  gint64 due = 0;    // ns, when the last buffer had to be sent
   // For the program that receives.
   guint16 sequence = 0;
-  std::atomic<gint64> received = 0;  // ns of audio of late
-  gint64 heard = 0;                  // and before
-  std::atomic<gint64> held = 0;      // ns by which the last packet came after its time
-  std::atomic<GThread*> concealing = nullptr;
+  std::atomic<gint64> received = 0;           // ns of audio of late
+  gint64 heard = 0;                           // and before
+  std::atomic<GThread*> receiving = nullptr;  // brought the last packet
+  std::atomic<gint64> arrived = 0;            // ns, when it came
+  std::atomic<gint64> calm = 0;               // ns, from when on the call is undisturbed
 };
 
 // What all calls share. Sources wait for `epoch`, the time of the first buffer.
@@ -61,6 +64,9 @@ struct Shared {
   gsize buffers() const { return material.size() / buffer_bytes; }
 };
 extern Shared shared;
+
+// A call whose pipeline is made anew goes on from now.
+void start_again(Call* call);
 
 // Prints the text behind the program's name and ends it.
 [[noreturn]] void fail(const std::string& text);

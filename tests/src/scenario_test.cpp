@@ -82,6 +82,8 @@ constexpr Row kByTimestamps[] = {
      "s0..30 n30..40+70 s40..50"},
     {"TooLate", "latency=20/20 2@0 t=75 20@40 20@50 20@60", "s0..10 n10..60+20 s60..80"},
     {"TooLateAndDiscontinuous", "latency=20/20 2@0 t=75 !2@40 t=95", "s0..10 n10..80+20"},
+    {"HeldForSeconds", "latency=20/20 2@0 t=2020 20@10 20@30 t=2500 10@2010",
+     "s0..10 n10..2010+20 s2010..2020"},
     {"LatencyChanges", "2@0 t=25 latency=200/100 t=200", "s0..10 n10..30 n30..60+150"},
     {"Repeated", "10@0 10@10 10@10 10@20", "s0..30"},
     {"NewTime", "10@5000 10@0", "s5000..5010 s0..10"},

@@ -75,7 +75,7 @@ struct Call {
     ASSERT_EQ(entry.fill % kLineFrame + entry.cut % kLineFrame, 0);
     if (entry.cut < duration) {
       const Time off = entry.begin + entry.fill - (pts + entry.cut);
-      ASSERT_LE(std::abs(off), before.made ? kHalf : kLineFrame);
+      ASSERT_LE(std::abs(off), before.made > 0 ? kHalf : kLineFrame);
     } else {
       ASSERT_GE(line.end, pts + duration - kHalf);
     }
@@ -133,7 +133,7 @@ TEST(Timeline, ByTheClock) {
 
 // Times so far off that nothing explains them.
 TEST(Timeline, NewTimes) {
-  for (const Time off : {kMostMissing + 1, -kMostLate - 1}) {
+  for (const Time off : {kMostMissing + 1, -kMostBack - 1}) {
     Timeline line;
     timeline_packet(line, kMostMissing, kLineFrame, false);
     const Time pts = line.end + off;

@@ -10,12 +10,13 @@ Time whole_frames(Time time) {
 }
 
 bool new_time(const Timeline& line, Time pts) {
-  return line.end == kUnknown || pts > line.end + kMostMissing || pts < line.end - kMostLate;
+  const Time back = kMostBack + std::min(line.made, kMostMade);
+  return line.end == kUnknown || pts > line.end + kMostMissing || pts < line.end - back;
 }
 
 // Packets that follow each other are left together a little longer than others.
 Time least_correction(const Timeline& line) {
-  return line.made ? kLineFrame / 2 : kLineFrame;
+  return line.made > 0 ? kLineFrame / 2 : kLineFrame;
 }
 
 }  // namespace
@@ -39,7 +40,7 @@ Entry timeline_packet(Timeline& line, Time pts, Time duration, bool descriptor) 
     if (-missing >= least_correction(line)) entry.cut = std::min(whole_frames(-missing), duration);
   }
   if (line.end != kUnknown) line.end += entry.fill + duration - entry.cut;
-  line.made = false;
+  if (entry.cut < duration) line.made = 0;
   line.silent = descriptor;
   line.told = kUnknown;
   return entry;
@@ -56,7 +57,7 @@ Entry timeline_gap(Timeline& line, Time pts, Time duration) {
   const Time missing = std::clamp<Time>(pts + duration - line.end, 0, kMostMissing);
   entry.fill = whole_frames(missing);
   line.end += entry.fill;
-  line.made = line.made || entry.fill > 0;
+  line.made += entry.fill;
   return entry;
 }
 
@@ -82,7 +83,7 @@ Time timeline_due(const Timeline& line) {
 void timeline_noise(Timeline& line) {
   if (line.end != kUnknown) line.end += kLineFrame;
   line.next += kLineFrame;
-  line.made = true;
+  line.made += kLineFrame;
 }
 
 void timeline_resume(Timeline& line, Time lost) {

@@ -30,16 +30,19 @@ constexpr Time kUnknown = INT64_MIN;
 constexpr Time kMillisecond = 1000000;
 constexpr Time kLineFrame = 10 * kMillisecond;
 
-// The longest silence or loss that is filled, and the most by which a packet may come too late.
+// The longest silence or loss that is filled. How far a timestamp may go back behind the packets
+// before, and how much of the audio made since may be the reason for it: a jitter buffer holds
+// packets for seconds when one is lost near a silence.
 constexpr Time kMostMissing = 3600000 * kMillisecond;
-constexpr Time kMostLate = 1000 * kMillisecond;
+constexpr Time kMostBack = 1000 * kMillisecond;
+constexpr Time kMostMade = 10000 * kMillisecond;
 
 struct Timeline {
   Time end = kUnknown;        // of the audio made; unknown until a timestamp has come
   Time told = kUnknown;       // up to where gaps in silence have said that nothing will come
   bool follows = false;       // the last packet had a timestamp
   bool silent = false;        // the last packet ended with a descriptor
-  bool made = false;          // audio has been made since the last packet
+  Time made = 0;              // audio made since a packet's audio came last
   Time next = kUnknown;       // the running time at which noise is due by the clock alone
   Time shift = kUnknown;      // running time less stream time
   Time allowance = kUnknown;  // how long after its running time audio may be made
