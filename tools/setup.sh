@@ -33,7 +33,7 @@ need() {
 
 # What the library, the plug-in and the tool are built with, and what pipelines run with.
 need_for_building() {
-  need g++ pkg-config meson ninja-build libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev \
+  need g++ pkgconf meson ninja-build libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev \
     gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good libsndfile1-dev \
     libcli11-dev libpcap-dev libsamplerate0-dev nlohmann-json3-dev asterisk-core-sounds-en-wav "$@"
 }
