@@ -1,59 +1,13 @@
 #include "codec/encoder/acelp_8k.h"
 
 #include <algorithm>
-#include <bit>
-#include <cstdint>
-#include <cstring>
 
 #include "codec/dsp/filters.h"
 #include "codec/dsp/pitch.h"
-#include "codec/dsp/simd/float_lanes.h"
-#include "codec/dsp/simd/whole_lanes.h"
-#include "codec/encoder/fixed_codebook.h"
+#include "codec/encoder/acelp_8k_screen.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {
-namespace {
-
-constexpr int kPulses = 4;
-constexpr int kBudget = 75;      // triples a subframe
-constexpr int kFirstExtra = 30;  // on top in the first subframe
-constexpr double kThresholdShare = 0.4;
-
-// Single precision tells the best of some thousand candidates, unless another comes close: the
-// sixteen fourth pulses of a triple at once, track 3 then track 4. Correlations come scaled so that
-// four add up to 1 at most. Every energy is a sum of terms whose magnitudes add up to 16 times that
-// of the response, so the margin, some 1000 units of its last place, is well above all rounding.
-struct Screen {
-  static constexpr double kMargin = 0x1p-14;  // of the response's energy
-  double scale;
-  float margin;
-  // A first pulse ([0]) with every third one, and what a second one ([1]) adds to that: lanes 0..7
-  // the correlation, lanes 8..15 the energy.
-  alignas(kVectorAlign) float third[2][kTrackPositions][kFloatLanes];
-  // What the fourth pulses add to the energy with a first pulse [0], with a second one [1], and
-  // alone and with a third one [2], there less the margin.
-  alignas(kVectorAlign) float fourth[3][kTrackPositions][kFloatLanes];
-  alignas(kVectorAlign) float pair[kTrackPositions][kTrackPositions];  // energy of p0 with p1
-  alignas(kVectorAlign) float d[kFloatLanes];  // correlations of the fourth pulses
-};
-
-struct Search {
-  alignas(kVectorAlign) TrackVector d;
-  alignas(kVectorAlign) TrackVector sign;
-  ImpulseCorrelation rr;
-  double threshold;
-  Screen screen;
-};
-
-constexpr BestCandidate kStart = {0.0, 1000000.0};
-
-// The best candidate so far and its pulses.
-struct Winner {
-  BestCandidate best = kStart;
-  int fourth_track = 3;
-  int place[kPulses] = {};  // position div 5
-};
 
 double largest_of(const double* x) {
   const double a = std::max(std::max(x[0], x[1]), std::max(x[2], x[3]));
@@ -61,143 +15,7 @@ double largest_of(const double* x) {
   return std::max(a, b);
 }
 
-void set_threshold(Search* s) {
-  const double mean = 0.125 * sum((load(s->d[0]) + load(s->d[1])) + load(s->d[2]));
-  const double max = largest_of(s->d[0]) + largest_of(s->d[1]) + largest_of(s->d[2]);
-  s->threshold = mean + kThresholdShare * (max - mean);
-}
-
-void set_screen(Search* s) {
-  Screen* const screen = &s->screen;
-  const auto& diagonal = s->rr.diagonal;
-  double largest = 0.0;
-  for (const auto& track : s->d) largest = std::max(largest, largest_of(track));
-  screen->scale = largest > 0.0 ? 0.25 / largest : 0.0;
-  const double least = Screen::kMargin * diagonal[0][0];
-  screen->margin = static_cast<float>(least);
-  const Vec8 scale = splat(screen->scale), margin = splat(least);
-  store(screen->d, narrow(load(s->d[3]) * scale, load(s->d[4]) * scale));
-
-  const Vec8 energy3 = load(diagonal[3]) - margin, energy4 = load(diagonal[4]) - margin;
-  for (int p = 0; p < kTrackPositions; ++p) {
-    const auto &row0 = s->rr.row[0][p], &row1 = s->rr.row[1][p], &row2 = s->rr.row[2][p];
-    store(screen->third[0][p], narrow((splat(s->d[0][p]) + load(s->d[2])) * scale,
-                                      (splat(diagonal[0][p]) + load(diagonal[2])) + load(row0[2])));
-    store(screen->third[1][p],
-          narrow(splat(s->d[1][p]) * scale, splat(diagonal[1][p]) + load(row1[2])));
-    store(screen->fourth[0][p], narrow(load(row0[3]), load(row0[4])));
-    store(screen->fourth[1][p], narrow(load(row1[3]), load(row1[4])));
-    store(screen->fourth[2][p], narrow(energy3 + load(row2[3]), energy4 + load(row2[4])));
-  }
-  for (int p = 0; p < kTrackPositions; p += 2)
-    store(screen->pair[p], narrow(load(s->rr.row[0][p][1]), load(s->rr.row[0][p + 1][1])));
-}
-
-// The pairs of first and second pulses that some third pulse lifts over the threshold: bit
-// 8 p0 + p1. Rounding is monotone, so the track's largest correlation tells for all of it.
-KELG729F_VEC uint64_t promising_pairs(const Search& s) {
-  const Vec8 d1 = load(s.d[1]), largest2 = splat(largest_of(s.d[2])),
-             threshold = splat(s.threshold);
-  uint64_t pairs = 0;
-#pragma GCC unroll 8
-  for (int p0 = 0; p0 < kTrackPositions; ++p0) {
-    const Vec8 ps = (splat(s.d[0][p0]) + d1) + largest2;
-    pairs |= static_cast<uint64_t>(lanes_greater(ps, threshold)) << (kLanes * p0);
-  }
-  return pairs;
-}
-
-// The triples that get their fourth pulse searched, in order: 64 p0 + 8 p1 + p2.
-constexpr int kPairs = kTrackPositions * kTrackPositions;
-constexpr int kMostTriples = kBudget + kBudget + kFirstExtra;
-struct Tried {
-  int count = 0;
-  uint16_t triple[kMostTriples + kTrackPositions];  // room for the last pair's that are over budget
-};
-
-// What the screen adds up for a pair 8 p0 + p1 of first and second pulses.
-struct PairSums {
-  alignas(kVectorAlign) float third[kPairs][kFloatLanes];   // correlation and energy, by p2
-  alignas(kVectorAlign) float fourth[kPairs][kFloatLanes];  // energy with the fourth pulse
-};
-
-KELG729F_VEC void add_up(const Screen& screen, int pair, PairSums* sums) {
-  const int p0 = pair / kLanes, p1 = pair % kLanes;
-  store(sums->third[pair], load(screen.third[0][p0]) + load(screen.third[1][p1]));
-  store(sums->fourth[pair],
-        (load(screen.fourth[0][p0]) + load(screen.fourth[1][p1])) + splat(screen.pair[p0][p1]));
-}
-
-typedef uint16_t Places __attribute__((vector_size(2 * kTrackPositions)));
-
-// The places of the bits that are set, the lowest first.
-struct SetBits {
-  uint16_t place[1 << kTrackPositions][kTrackPositions];
-};
-consteval SetBits set_bits() {
-  SetBits bits = {};
-  for (unsigned set = 0; set < 1U << kTrackPositions; ++set)
-    for (int i = 0, n = 0; i < kTrackPositions; ++i)
-      if (set >> i & 1) bits.place[set][n++] = static_cast<uint16_t>(i);
-  return bits;
-}
-alignas(kVectorAlign) constexpr SetBits kSetBits = set_bits();
-
-// Writes the pair's triples over the threshold and returns their number.
-KELG729F_VEC int list_triples(const Search& s, int pair, uint16_t* triple) {
-  const Vec8 ps = splat(s.d[0][pair / kLanes] + s.d[1][pair % kLanes]) + load(s.d[2]);
-  const unsigned passing = lanes_greater(ps, splat(s.threshold));
-  Places places;
-  std::memcpy(&places, kSetBits.place[passing], sizeof places);
-  places += static_cast<uint16_t>(pair * kTrackPositions);
-  std::memcpy(triple, &places, sizeof places);
-  return std::popcount(passing);
-}
-
-// The first triples over the threshold, `budget` at most.
-void collect(const Search& s, int budget, Tried* tried, PairSums* sums) {
-  int count = 0;
-  for (uint64_t pairs = promising_pairs(s); pairs != 0 && count < budget; pairs &= pairs - 1) {
-    const int pair = std::countr_zero(pairs);
-    add_up(s.screen, pair, sums);
-    count += list_triples(s, pair, tried->triple + count);
-  }
-  tried->count = std::min(count, budget);
-}
-
-// The two best criteria of each lane so far. A criterion is correlation^2 / energy, at least as
-// large as it is in truth but for the slack; its last bits hold the number of the triple. The
-// energy is 1 at least, the first pulse's own sample, so that it stays above 0 with a margin of
-// 1/2.
-constexpr float kMostMargin = 0.5F;
-constexpr unsigned kNumberBits = 8;
-static_assert(kMostTriples <= 1 << kNumberBits);
-constexpr double kCriterionSlack = 0x1p-10;  // of the reciprocal, 2^-11.4, and of the number
-struct Contest {
-  Float16 best = splat(0.0F), second = splat(0.0F);
-};
-
-Contest hold_contest(const Search& s, const Tried& tried, const PairSums& sums) {
-  const Float16 d = load(s.screen.d);
-  Contest contest;
-  Whole16 number = splat(0);
-  for (int n = 0; n < tried.count; ++n) {
-    const int pair = tried.triple[n] / kLanes, p2 = tried.triple[n] % kLanes;
-    const float* const third = sums.third[pair] + p2;
-    const Float16 ps = splat(third[0]) + d;
-    const Float16 energy =
-        (splat(third[kTrackPositions]) + load(sums.fourth[pair])) + load(s.screen.fourth[2][p2]);
-    const Float16 criterion = with_low_bits(ps * ps * reciprocal(energy), kNumberBits, number);
-    number = number + splat(1);
-    contest.second = larger(smaller(criterion, contest.best), contest.second);
-    contest.best = larger(criterion, contest.best);
-  }
-  return contest;
-}
-
-// Tries a triple with the fourth pulses first..last, 8 (track - 3) + place, in order: each against
-// the best of those before it.
-void try_fourth(const Search& s, int triple, int first, int last, Winner* winner) {
+void try_fourth(const TripleSearch& s, int triple, int first, int last, Winner* winner) {
   const int p0 = triple / 64, p1 = triple / 8 % 8, p2 = triple % 8;
   const auto &row0 = s.rr.row[0][p0], &row1 = s.rr.row[1][p1], &row2 = s.rr.row[2][p2];
   const double ps3 = (s.d[0][p0] + s.d[1][p1]) + s.d[2][p2];
@@ -213,47 +31,56 @@ void try_fourth(const Search& s, int triple, int first, int last, Winner* winner
   }
 }
 
-// Takes the best of the contest for the winner; false when some other may be better.
-bool is_decided(const Search& s, const Tried& tried, const Contest& contest, Winner* winner) {
-  const float top = largest_lane(contest.best);
-  const Float16 bar = splat(top);
-  const float rival = largest_lane(below_or(contest.best, bar, contest.second));
-  const unsigned lanes = lanes_at_most(bar, contest.best);
-  if (tried.count == 0 || std::popcount(lanes) > 1) return false;
-  const int lane = first_lane(lanes);
-  try_fourth(s, tried.triple[low_bits(top, kNumberBits)], lane, lane, winner);
-  const double square = winner->best.square * (s.screen.scale * s.screen.scale);
-  return square > rival * (1.0 + kCriterionSlack) * winner->best.energy;
+namespace {
+
+constexpr double kThresholdShare = 0.4;
+
+void set_threshold(TripleSearch* s) {
+  const double mean = 0.125 * sum((load(s->d[0]) + load(s->d[1])) + load(s->d[2]));
+  const double max = largest_of(s->d[0]) + largest_of(s->d[1]) + largest_of(s->d[2]);
+  s->threshold = mean + kThresholdShare * (max - mean);
 }
 
-int search_pulses(const Search& s, int budget, Winner* winner) {
-  Tried tried;
-  PairSums sums;
-  collect(s, budget, &tried, &sums);
-  const Contest contest = hold_contest(s, tried, sums);
-  const bool decided = s.screen.margin < kMostMargin && is_decided(s, tried, contest, winner);
-  if (!decided) {
-    *winner = {};
-    for (int i = 0; i < tried.count; ++i)
-      try_fourth(s, tried.triple[i], 0, kFloatLanes - 1, winner);
+// The standard's nested loops: the fourth pulse is searched for the first `budget` triples over the
+// threshold. Returns their number.
+int search_triples(const TripleSearch& s, int budget, Winner* winner) {
+  constexpr int kFourth = 2 * kTrackPositions, kPairs = kTrackPositions * kTrackPositions;
+  const double largest2 = largest_of(s.d[2]);
+  int tried = 0;
+  for (int pair = 0; pair < kPairs; ++pair) {
+    const double ps2 = s.d[0][pair / kTrackPositions] + s.d[1][pair % kTrackPositions];
+    if (!(ps2 + largest2 > s.threshold)) continue;
+    for (int p2 = 0; p2 < kTrackPositions; ++p2) {
+      if (!(ps2 + s.d[2][p2] > s.threshold)) continue;
+      if (tried++ == budget) return budget;
+      try_fourth(s, pair * kTrackPositions + p2, 0, kFourth - 1, winner);
+    }
   }
-  return budget - tried.count;
+  return tried;
 }
 
-PulseWords write_codeword(const Search& s, const Winner& winner, const PaddedImpulse& impulse,
+// Returns what is left of the budget.
+int search_pulses(const TripleSearch& s, int budget, Winner* winner) {
+  int tried;
+  if (screen_triples(s, budget, &tried, winner)) return budget - tried;
+  *winner = {};
+  return budget - search_triples(s, budget, winner);
+}
+
+PulseWords write_codeword(const TripleSearch& s, const Winner& winner, const PaddedImpulse& impulse,
                           Innovation* innovation) {
   const int* place = winner.place;
-  int position[kPulses], sign_index = 0;
-  double sign[kPulses];
+  int position[kPulses17], sign_index = 0;
+  double sign[kPulses17];
   zero_vector(innovation->code, kSubframe);
-  for (int k = 0; k < kPulses; ++k) {
+  for (int k = 0; k < kPulses17; ++k) {
     const int track = k == 3 ? winner.fourth_track : k;
     position[k] = kTracks * place[k] + track;
     sign[k] = s.sign[track][place[k]];
     innovation->code[position[k]] = sign[k];
     sign_index |= (sign[k] > 0.0) << k;
   }
-  filter_pulses(impulse, position, sign, kPulses, innovation->y);
+  filter_pulses(impulse, position, sign, kPulses17, innovation->y);
   return {
       place[0] | place[1] << 3 | place[2] << 6 | (winner.fourth_track - 3) << 9 | place[3] << 10,
       sign_index};
@@ -263,7 +90,7 @@ PulseWords write_codeword(const Search& s, const Winner& winner, const PaddedImp
 
 PulseWords acelp_search_17bit(const InnovationInput& in, int subframe_start, int* fcb_extra,
                               Innovation* innovation) {
-  Search s;
+  TripleSearch s;
   alignas(kAlign) double backward_target[kSubframe];
   double* const impulse = in.impulse.data();
   pitch_sharpen(impulse, in.t0, in.pitch_sharp);
@@ -273,7 +100,6 @@ PulseWords acelp_search_17bit(const InnovationInput& in, int subframe_start, int
   split_signs(backward_target, s.d, s.sign);
   set_threshold(&s);
   correlate_impulse(impulse, s.sign, &s.rr, kFourPulses);
-  set_screen(&s);
 
   Winner winner;
   const int budget = kBudget + (subframe_start == 0 ? kFirstExtra : *fcb_extra);

@@ -12,7 +12,8 @@ inline namespace KELG729F_TARGET {
 // the largest lag wins, so that silence gives kPitchMax.
 int open_loop_pitch(const double* wsp);
 
-// The same without the screening in single precision.
+// The same in double precision throughout, what the search falls back to where its screen cannot
+// tell.
 int open_loop_pitch_plain(const double* wsp);
 
 }  // namespace KELG729F_TARGET

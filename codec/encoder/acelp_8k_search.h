@@ -1,0 +1,37 @@
+// What the search of the 8 kbit/s codebook and the screen before it share.
+#pragma once
+
+#include "codec/encoder/fixed_codebook.h"
+
+namespace g729 {
+inline namespace KELG729F_TARGET {
+
+inline constexpr int kPulses17 = 4;
+inline constexpr int kBudget = 75;      // triples a subframe
+inline constexpr int kFirstExtra = 30;  // on top in the first subframe
+inline constexpr int kMostTriples = kBudget + kBudget + kFirstExtra;
+
+// A search in preparation.
+struct TripleSearch {
+  alignas(kVectorAlign) TrackVector d;  // magnitudes of the backward-filtered target
+  alignas(kVectorAlign) TrackVector sign;
+  ImpulseCorrelation rr;
+  double threshold;  // what the first three pulses' correlation must exceed
+};
+
+// The best candidate so far and its pulses.
+struct Winner {
+  BestCandidate best = {0.0, 1000000.0};
+  int fourth_track = 3;
+  int place[kPulses17] = {};  // position div 5
+};
+
+// Largest of a track's eight values.
+double largest_of(const double* x);
+
+// Tries the triple 64 p0 + 8 p1 + p2 with the fourth pulses first..last, 8 (track - 3) + place, in
+// order: each against the best of those before it.
+void try_fourth(const TripleSearch& s, int triple, int first, int last, Winner* winner);
+
+}  // namespace KELG729F_TARGET
+}  // namespace g729
