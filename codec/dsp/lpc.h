@@ -27,7 +27,8 @@ double levinson_durbin_10(const double* r, double* a, double* rc, LevinsonMemory
 // LSPs of an order-10 LP vector by the Chebyshev root search (clause 3.2.3), decreasing from near
 // +1. With fewer than ten roots found, lsp becomes old_lsp. lsp must not be old_lsp.
 void lpc_to_lsp(const double* a, double* lsp, const double* old_lsp);
-void lpc_to_lsp_plain(const double* a, double* lsp, const double* old_lsp);  // the tests' oracle
+// The same root by root, what the search falls back to where roots stand too close together.
+void lpc_to_lsp_plain(const double* a, double* lsp, const double* old_lsp);
 
 // lsf[i] = arc cosine of lsp[i], radians; n values.
 void lsp_to_lsf(const double* lsp, double* lsf, int n);
