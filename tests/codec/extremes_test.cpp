@@ -87,8 +87,8 @@ class Extremes : public testing::TestWithParam<std::tuple<Rate, bool>> {
       encoder_.watch(call_.encoder);
       decoder_.watch(call_.decoder);
     }
-    EXPECT_GT(encoder_.share(), 0.75);
-    EXPECT_GT(decoder_.share(), 0.75);
+    EXPECT_GT(encoder_.share(), 0.7);
+    EXPECT_GT(decoder_.share(), 0.7);
   }
   ~Extremes() override { testing::internal::GetCapturedStdout(); }
 

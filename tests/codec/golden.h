@@ -8,10 +8,10 @@ struct GoldenHash {
   uint64_t stream = 0;     // words of the serial frames
   uint64_t synthesis = 0;  // doubles before the post-filter
   uint64_t output = 0;     // doubles after post-filter and output filter
+  uint64_t state = 0;      // all doubles that encoder and decoder remember, in any order
   int lossless = 0;        // frames before the first lost one
   int in_step = 0;         // of these, frames whose synthesis is the same in encoder and decoder
-  std::vector<uint64_t> states =
-      {};  // of each frame, all doubles that encoder and decoder remember
+  std::vector<uint64_t> states = {};  // the states of each frame
 };
 
 // How a signal is coded: the rate (-1: a new one every few frames), silence compression, the share

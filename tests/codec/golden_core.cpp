@@ -20,13 +20,17 @@ void fold(const T* values, int n, uint64_t* hash) {
   }
 }
 
-// All doubles of a record, told from its other words by their size.
+// Adds up all doubles of a record, told from its other words by their size, wherever they stand.
 template <typename Record>
-void fold_state(const Record& record, uint64_t* hash) {
+void add_state(const Record& record, uint64_t* sum) {
   double words[sizeof record / sizeof(double)];
   std::memcpy(words, &record, sizeof words);
-  for (const double& x : words)
-    if (std::fabs(x) > 1e-100 && std::fabs(x) < 1e100) fold(&x, 1, hash);
+  for (const double& x : words) {
+    if (!(std::fabs(x) > 1e-100 && std::fabs(x) < 1e100)) continue;
+    uint64_t hash = 0;
+    fold(&x, 1, &hash);
+    *sum += hash;
+  }
 }
 
 uint32_t scramble(uint32_t x) {
@@ -65,8 +69,9 @@ GoldenHash golden_hash(const int16_t* samples, int frames, GoldenPlan plan) {
                             encoder->synthesis + kSynthesisPast))
       ++hash.in_step;
     hash.lossless += !lost;
-    fold_state(*encoder, &hash.states.emplace_back());
-    fold_state(*decoder, &hash.states.back());
+    add_state(*encoder, &hash.states.emplace_back());
+    add_state(*decoder, &hash.states.back());
+    fold(&hash.states.back(), 1, &hash.state);
   }
   delete encoder;
   delete decoder;

@@ -7,9 +7,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <iomanip>
 #include <span>
 #include <string>
 
@@ -64,6 +64,7 @@ GoldenHash many_calls(HashFunction hash, GoldenPlan plan) {
     sum.stream = sum.stream * 31 + h.stream;
     sum.synthesis = sum.synthesis * 31 + h.synthesis;
     sum.output = sum.output * 31 + h.output;
+    sum.state = sum.state * 31 + h.state;
     sum.lossless += h.lossless;
     sum.in_step += h.in_step;
     sum.states.insert(sum.states.end(), h.states.begin(), h.states.end());
@@ -87,9 +88,10 @@ struct Table {
   GoldenHash (*run)(HashFunction, GoldenPlan);
   std::span<const Case> cases;
   const char* file;
+  bool with_state;
 };
-const Table kTables[] = {{one_call, kOneCall, "golden_table.inc"},
-                         {many_calls, kManyCalls, "golden_calls.inc"}};
+const Table kTables[] = {{one_call, kOneCall, "golden_table.inc", false},
+                         {many_calls, kManyCalls, "golden_calls.inc", true}};
 
 TEST(Golden, EveryBuildGivesTheRecordedResults) {
   for (const Table& table : kTables) {
@@ -103,6 +105,9 @@ TEST(Golden, EveryBuildGivesTheRecordedResults) {
         EXPECT_EQ(got.stream, c.expected.stream);
         EXPECT_EQ(got.synthesis, c.expected.synthesis);
         EXPECT_EQ(got.output, c.expected.output);
+        if (table.with_state) {
+          EXPECT_EQ(got.state, c.expected.state) << "right when a new double is remembered";
+        }
         EXPECT_EQ(got.in_step, got.lossless);
         if (states.empty()) states = got.states;
         const auto same = std::ranges::mismatch(got.states, states).in1 - got.states.begin();
@@ -119,14 +124,15 @@ TEST(Golden, TheTablesAreNotBeingRewritten) {
     std::ofstream file(std::string(folder) + "/" + table.file);
     for (const Case& c : table.cases) {
       const GoldenHash got = table.run(function_of((*g729::supported_targets())->name), c.plan);
-      char line[200];
-      std::snprintf(line, sizeof line,
-                    "{\"%s\", {%d, %s, %u}, {0x%016llX, 0x%016llX, 0x%016llX}},\n", c.name.c_str(),
-                    c.plan.rate, c.plan.annexb ? "true" : "false", c.plan.loss,
-                    static_cast<unsigned long long>(got.stream),
-                    static_cast<unsigned long long>(got.synthesis),
-                    static_cast<unsigned long long>(got.output));
-      file << line;
+      file << "{\"" << c.name << "\", {" << c.plan.rate << ", " << std::boolalpha << c.plan.annexb
+           << ", " << c.plan.loss << "}, {" << std::hex << std::uppercase << std::setfill('0');
+      const char* before = "0x";
+      for (const uint64_t value : {got.stream, got.synthesis, got.output}) {
+        file << before << std::setw(16) << value;
+        before = ", 0x";
+      }
+      if (table.with_state) file << before << std::setw(16) << got.state;
+      file << "}},\n" << std::dec;
     }
   }
   FAIL() << "golden tables rewritten in " << folder;
