@@ -119,7 +119,7 @@ def measure(tool, link):
     x = speech()
     streams = [coded(tool, x, annexb) for annexb in (False, True)]
     keys = [(jitter, *losses) for losses in LINKS for jitter in JITTERS]
-    with concurrent.futures.ThreadPoolExecutor(2) as pool:
+    with concurrent.futures.ThreadPoolExecutor(4) as pool:
         rows = {key: [pool.submit(measure_link, tool, link, x, streams, *key, seed)
                       for seed in SEEDS] for key in keys}
         return {key: np.mean([row.result() for row in seeds], axis=0)

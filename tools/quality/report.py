@@ -17,6 +17,7 @@ import matplotlib.pyplot as plt
 import numpy as np
 
 import coding
+import links
 import loss
 import packets
 import silence
@@ -89,6 +90,7 @@ def sections(options):
     plot_curves(curves, os.path.join(options.folder, "loss.png"))
     values["curves"], values["bursts"] = loss.curve_table(curves), loss.burst_table(tool, streams)
     values["packets"] = packets.report(os.path.join(options.folder, "packets.png"))
+    values["links"] = links.report(tool, options.link) if options.link else NOT_MEASURED
     values["robustness"] = NOT_MEASURED
     if options.random_frames:
         values["robustness"] = random_frames(options.random_frames, options.count)
@@ -107,6 +109,7 @@ def main():
     parser.add_argument("tool", help="build/tools/kelg729f")
     parser.add_argument("--forward-only", metavar="TOOL",
                         help="the tool of a build whose mode decision always answers forward")
+    parser.add_argument("--link", metavar="PROGRAM", help="build/bench/link")
     parser.add_argument("--random-frames", metavar="PROGRAM", help="build/tests/codec-tests")
     parser.add_argument("--count", type=int, default=10_000_000, help="random frames")
     options = parser.parse_args()
