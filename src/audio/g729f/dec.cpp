@@ -170,7 +170,9 @@ static GstFlowReturn handle_gap(KelG729fDec* dec, GstBuffer* gap) {
 static GstFlowReturn enter(KelG729fDec* dec, const Packet& packet, GstBuffer* buffer, gsize* cut) {
   if (!GST_BUFFER_PTS_IS_VALID(buffer)) GST_BUFFER_PTS(buffer) = dec->begin;
   dec->begin = GST_CLOCK_TIME_NONE;
-  if (gst_audio_decoder_get_plc(GST_AUDIO_DECODER(dec))) {
+  // A stream that is played backwards comes in pieces.
+  GstAudioDecoder* base = GST_AUDIO_DECODER(dec);
+  if (gst_audio_decoder_get_plc(base) && base->input_segment.rate > 0) {
     return kel_g729f_fill_before(dec, buffer, packet.frames(), packet.sid, cut);
   }
   g_mutex_lock(&dec->lock);
