@@ -61,30 +61,20 @@ TEST(Handle, HeapCounterSeesTheWaysToMemory) {
   EXPECT_GE(heap_calls() - before, 2);
 }
 
-TEST(Handle, PackedLengthsFollowTheFrameType) {
-  for (bool annexb : {false, true}) {
-    Call call(annexb);
-    int count[G729_SPEECH_BYTES + 1] = {};
-    const auto silence = signals::silence(200);
-    for (size_t n = 0; n < silence.size(); n += kFrame) {
-      uint8_t bytes[G729_SPEECH_BYTES];
-      std::memset(bytes, 0xA5, sizeof bytes);
-      uint32_t size = 99;
-      g729_encoder_encode_frame(call.encoder, &silence[n], bytes, &size);
-      ASSERT_LE(size, sizeof bytes);
-      ++count[size];
-      if (size == G729_SID_BYTES) {
-        EXPECT_EQ(bytes[1] & 1, 0);
-      }
-      for (uint32_t i = size; i < sizeof bytes; ++i) EXPECT_EQ(bytes[i], 0xA5);
-    }
-    if (annexb) {
-      EXPECT_GE(count[2], 1);
-      EXPECT_GE(count[0], 190);
-    } else {
-      EXPECT_EQ(count[10], 200);
-    }
+TEST(Handle, NothingIsWrittenBehindAFrame) {
+  Call call(true);
+  const auto silence = signals::silence(200);
+  int none = 0;
+  for (size_t n = 0; n < silence.size(); n += kFrame) {
+    uint8_t bytes[G729_SPEECH_BYTES];
+    std::memset(bytes, 0xA5, sizeof bytes);
+    uint32_t size = 99;
+    g729_encoder_encode_frame(call.encoder, &silence[n], bytes, &size);
+    ASSERT_LE(size, sizeof bytes);
+    for (uint32_t i = size; i < sizeof bytes; ++i) ASSERT_EQ(bytes[i], 0xA5);
+    none += size == 0;
   }
+  EXPECT_GE(none, 190);
 }
 
 TEST(Handle, FrameCounterGoesOnAt256) {

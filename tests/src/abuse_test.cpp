@@ -134,21 +134,6 @@ TEST(Sizes, DecoderTakesEveryOne) {
   }
 }
 
-// Half a sample is refused by the base class.
-TEST(Sizes, EncoderTakesEveryOne) {
-  Harness h = make_encoder(1);
-  gsize taken = 0;
-  for (gsize size = 0; size <= 4096; size++) {
-    const GstFlowReturn want = size % 2 ? GST_FLOW_ERROR : GST_FLOW_OK;
-    ASSERT_EQ(gst_harness_push(h.get(), make_buffer(size, GST_CLOCK_TIME_NONE, guint32(size))),
-              want);
-    if (size % 2 == 0) taken += size;
-    const Sizes frames = pull_sizes(h);
-    ASSERT_EQ(frames, Sizes(taken / kPcm, 10)) << size;
-    taken %= kPcm;
-  }
-}
-
 // The same in the middle of comfort noise, which comes from a thread of its own.
 TEST(NoiseAbuse, FlushWhileTheSinkBlocks) {
   Live live;
