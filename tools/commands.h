@@ -62,11 +62,19 @@ struct CompareOptions {
   bool json = false;
 };
 
+struct RatingOptions {
+  double loss = 0;         // per cent of the packets
+  double burst_ratio = 1;  // G.107, 7.4
+  double delay = 0;        // one way, ms
+  bool json = false;
+};
+
 Exit run_encode(const EncodeOptions& options);
 Exit run_decode(const DecodeOptions& options);
 Exit decode_capture(const Job& job, const DecodeOptions& options);
 Exit run_info(const InfoOptions& options);
 Exit run_compare(const CompareOptions& options);
+Exit run_rating(const RatingOptions& options);
 
 // One line on standard error.
 void say(const std::string& message);

@@ -105,6 +105,16 @@ void add_compare(CLI::App* app, tool::CompareOptions* options) {
   app->add_flag("--json", options->json, "print JSON");
 }
 
+void add_rating(CLI::App* app, tool::RatingOptions* options) {
+  app->add_option("--loss", options->loss, "per cent of the packets that were not there in time")
+      ->check(number_from(0, 100));
+  app->add_option("--burst-ratio", options->burst_ratio,
+                  "packets lost in a row against random loss")
+      ->check(number_from(0.1, 1000));
+  app->add_option("--delay", options->delay, "from mouth to ear, ms")->check(number_from(0, 10000));
+  app->add_flag("--json", options->json, "print JSON");
+}
+
 // The reason on one line, wherever the parser breaks its own.
 Exit refuse(const CLI::ParseError& error) {
   std::string reason = error.what();
@@ -127,6 +137,8 @@ Exit run(int argc, char** argv) {
   add_info(app.add_subcommand("info", "frames by type, duration, bit rate"), &info);
   add_compare(app.add_subcommand("compare", "measure a decoded WAV against the original"),
               &compare);
+  tool::RatingOptions rating;
+  add_rating(app.add_subcommand("rating", "R and MOS of a call by ITU-T G.107"), &rating);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& success) {
@@ -138,7 +150,8 @@ Exit run(int argc, char** argv) {
   if (app.got_subcommand("decode")) return tool::run_decode(decode);
   if (app.got_subcommand("info")) return tool::run_info(info);
   if (app.got_subcommand("compare")) return tool::run_compare(compare);
-  throw tool::Failure(Exit::usage, "name a command: encode, decode, info or compare");
+  if (app.got_subcommand("rating")) return tool::run_rating(rating);
+  throw tool::Failure(Exit::usage, "name a command: encode, decode, info, compare or rating");
 }
 
 }  // namespace

@@ -32,6 +32,15 @@ GstBuffer* audio(gsize frame) {
 }
 constexpr gsize kFrames = 240;
 
+// One bit of the first lag, which stands behind the 18 bits of the LSPs, the other way round.
+GstBuffer* flip(GstBuffer* frame) {
+  guint8 byte;
+  gst_buffer_extract(frame, 2, &byte, 1);
+  byte ^= 0x20;
+  gst_buffer_fill(frame, 2, &byte, 1);
+  return frame;
+}
+
 TEST(Stats, Encoder) {
   Harness h = make_encoder(1, true);
   const auto element = find(h, "kelg729fenc");
@@ -64,9 +73,34 @@ TEST(Stats, Decoder) {
     live.next_deadline();
   }
   live.push(15, 20 * kTick);
-  const Counters want{{"frames", 4},    {"sids", 1},          {"invalid-sizes", 2},
-                      {"concealed", 0}, {"comfort-noise", 7}, {"late-wakeups", 1}};
+  const Counters want{{"frames", 4},      {"sids", 1},          {"invalid-sizes", 2},
+                      {"concealed", 0},   {"comfort-noise", 7}, {"late-wakeups", 1},
+                      {"loss-events", 0}, {"longest-loss", 0},  {"parity-errors", 4}};
   EXPECT_EQ(stats(element.get()), want);
+}
+
+// Losses of 2, 1 and 3 frames; a wrong parity bit is one whose lag has been changed in one bit.
+TEST(Stats, LossesAndParity) {
+  Harness encoder = make_encoder(1), h = make_decoder();
+  const auto element = find(h, "kelg729fdec");
+  g_object_set(element.get(), "plc", TRUE, nullptr);
+  for (gsize i = 0; i < 12; i++) {
+    gst_harness_push(encoder.get(), make_buffer(kPcm, i * kTick));
+    GstBuffer* frame = gst_buffer_make_writable(pull(encoder).release());
+    if (i == 5 || i == 11) frame = flip(frame);
+    const bool lost = i == 1 || i == 2 || i == 4 || (i >= 8 && i <= 10);
+    if (lost) {
+      gst_buffer_unref(frame);
+      gst_harness_push_event(h.get(), gst_event_new_gap(i * kTick, kTick));
+    } else {
+      gst_harness_push(h.get(), frame);
+    }
+  }
+  const Counters got = stats(element.get());
+  EXPECT_EQ(got.at("concealed"), 6u);
+  EXPECT_EQ(got.at("loss-events"), 3u);
+  EXPECT_EQ(got.at("longest-loss"), 3u);
+  EXPECT_EQ(got.at("parity-errors"), 2u);
 }
 
 TEST(Tags, CodecAndBitRate) {

@@ -37,7 +37,7 @@ struct Case {
 };
 
 constexpr Case kCases[] = {
-    {"", 2, "encode, decode, info or compare"},
+    {"", 2, "encode, decode, info, compare or rating"},
     {"frobnicate", 2, "frobnicate"},
     {"encode", 2, "FILES"},
     {"encode voice.wav", 2, "and the output?"},
@@ -97,6 +97,9 @@ constexpr Case kCases[] = {
     {"compare voice.wav cd.wav", 3, "2 channels at 44100 Hz, but only 8000 Hz mono"},
     {"compare --json wide.wav voice.wav", 3,
      "16000 Hz, but only 8000 Hz mono can be compared; convert"},
+    {"rating --loss 101", 2, "101 is no number from 0 to 100"},
+    {"rating --burst-ratio 0", 2, "0 is no number from 0.1 to 1000"},
+    {"rating --delay soon", 2, "soon is no number"},
 };
 
 TEST_F(Misuse, OneLineSaysWhatIsWrongAndNothingIsWritten) {

@@ -28,9 +28,10 @@ BURSTS = (None, 1, 2, 3, 4)       # packets lost in a row, always as many; None:
 PACKET, RTT, JITTER = 20, 40, 20  # ms
 BUFFER = 60                       # ms: the jitter buffer of those who send once
 HEADERS = 20 + 8                  # bytes of IPv4 and UDP
+SSRC = 729
 LOST, LOST_AGAIN = 1 << 31, 1 << 30
 SENDER = ("filesrc location={wav} ! wavparse ! kelg729fenc annexb={annexb} frames=1 "
-          f"! rtpg729pay min-ptime={PACKET}000000 perfect-rtptime=false "
+          f"! rtpg729pay ssrc={SSRC} min-ptime={PACKET}000000 perfect-rtptime=false "
           "{protect} ! appsink name=sink sync=false")
 RED = "before=rtpreddec pt=96"
 # The jitter buffer's latency (ms), what the sender adds, and what the receiver does.
@@ -39,9 +40,9 @@ WAYS = {
     "twice, distance 1": (BUFFER + PACKET, "! rtpredenc pt=96 distance=1", (RED,)),
     "twice, distance 2": (BUFFER + 2 * PACKET, "! rtpredenc pt=96 distance=2", (RED,)),
     "again on request": (BUFFER + 3 * PACKET, "", (
-        f"rtx={RTT}", f"buffer=do-retransmission=true rtx-min-retry-timeout={RTT}")),
+        f"rtx={RTT}", f"buffer=do-retransmission=true rtx-min-retry-timeout={RTT + PACKET}")),
     "with ULPFEC": (BUFFER + 2 * PACKET, "! rtpulpfecenc pt=98 percentage=100 multipacket=false", (
-        "before=rtpstorage name=storage size-time=1000000000", "behind=rtpulpfecdec pt=98 name=fec")),
+        f'before=capssetter caps="application/x-rtp,ssrc=(uint){SSRC}" ! rtpstorage name=storage size-time=1000000000', "behind=rtpulpfecdec pt=98 name=fec")),
 }
 EVERYWHERE = tuple(WAYS)[:3]      # the others are measured without Annex B, and in two patterns
 
@@ -117,7 +118,7 @@ def measure(link):
     with tempfile.NamedTemporaryFile(suffix=".wav") as wav:
         write_wav(wav.name, x)
         streams = {(annexb, way): sent(wav.name, annexb, WAYS[way][1]) for annexb in (False, True) for way in WAYS}
-    with concurrent.futures.ThreadPoolExecutor(2) as pool:
+    with concurrent.futures.ThreadPoolExecutor(4) as pool:
         jobs = {(annexb, way, burst, loss): [pool.submit(measure_one, link, reference, way, streams[annexb, way],
                                                          loss, burst, seed) for seed in SEEDS]
                 for annexb, way, burst, loss in keys()}

@@ -21,6 +21,7 @@
  */
 #include "src/audio/g729f/dec.h"
 
+#include <cstdio>
 #include <cstring>
 
 #include "src/audio/g729f/buffer_map.h"
@@ -66,6 +67,13 @@ void decode_frame(KelG729fDec* dec, const guint8* bytes, guint32 size, guint8* o
   gint16 samples[G729_FRAME_SAMPLES];
   g729_decoder_decode_frame(dec->decoder, bytes, size, samples);
   std::memcpy(out, samples, kPcmBytes);
+}
+
+// What the codec finds odd is counted, and printed as it is without this.
+void on_remark(gpointer data, const gchar* text) {
+  if (std::strstr(text, "Wrong Pitch"))
+    stats_add(static_cast<KelG729fDec*>(data)->stats.parity_errors);
+  std::fputs(text, stdout);
 }
 
 // False when the output cannot be written to.
@@ -114,6 +122,7 @@ static gboolean kel_g729f_dec_start(GstAudioDecoder* base) {
   KelG729fDec* dec = as_dec(base);
   GST_DEBUG_OBJECT(dec, "Start");
   dec->decoder = g729_decoder_create();
+  g729_decoder_set_remark_function(dec->decoder, on_remark, dec);
   timeline_restart(dec->line, kUnknown);
   dec->in_segment = FALSE;
   dec->stamp = GST_CLOCK_TIME_NONE;

@@ -65,8 +65,10 @@ Time kel_g729f_time(GstClockTime time) {
 bool kel_g729f_fill_buffer(KelG729fDec* dec, GstBuffer* buffer) {
   const BufferMap out(buffer, GST_MAP_WRITE);
   const gsize frames = out.size() / kPcmBytes;
+  if (!dec->plc.silent && dec->plc.lost == 0 && frames > 0) stats_add(dec->stats.loss_events);
   plc_fill(dec->plc, dec->decoder, out.data(), frames);
   stats_add(dec->plc.silent ? dec->stats.comfort_noise : dec->stats.concealed, frames);
+  stats_raise(dec->stats.longest_loss, dec->plc.lost / G729_FRAME_SAMPLES);
   return frames > 0;
 }
 

@@ -21,6 +21,9 @@ constexpr Field<DecoderStats> decoder_fields[] = {
     {"concealed", &DecoderStats::concealed},
     {"comfort-noise", &DecoderStats::comfort_noise},
     {"late-wakeups", &DecoderStats::late_wakeups},
+    {"parity-errors", &DecoderStats::parity_errors},
+    {"loss-events", &DecoderStats::loss_events},
+    {"longest-loss", &DecoderStats::longest_loss},
 };
 
 template <typename Stats, gsize N>
