@@ -9,51 +9,51 @@ inline namespace KELG729F_TARGET {
 namespace {
 
 // A field of the set and its width in bits.
-struct Field {
+struct FrameField {
   int width;
   size_t offset;
 };
-constexpr Field entry(size_t array, int index, int width) {
+constexpr FrameField entry(size_t array, int index, int width) {
   return {width, array + static_cast<size_t>(index) * sizeof(int)};
 }
-constexpr Field sid(int index, int width) {
+constexpr FrameField sid(int index, int width) {
   return entry(offsetof(ParameterSet, sid), index, width);
 }
-constexpr Field lsp(int index, int width) {
+constexpr FrameField lsp(int index, int width) {
   return entry(offsetof(ParameterSet, lsp), index, width);
 }
 constexpr size_t subframe(int k) {
   return offsetof(ParameterSet, subframe) + static_cast<size_t>(k) * sizeof(SubframeParameters);
 }
-constexpr Field lag(int k, int width) {
+constexpr FrameField lag(int k, int width) {
   return {width, subframe(k) + offsetof(SubframeParameters, lag)};
 }
-constexpr Field code(int k, int index, int width) {
+constexpr FrameField code(int k, int index, int width) {
   return entry(subframe(k) + offsetof(SubframeParameters, code), index, width);
 }
-constexpr Field gain(int k, int width) {
+constexpr FrameField gain(int k, int width) {
   return {width, subframe(k) + offsetof(SubframeParameters, gain)};
 }
-constexpr Field kParity = {1, subframe(0) + offsetof(SubframeParameters, parity)};
-constexpr Field kMode = {1, offsetof(ParameterSet, lp_mode)};
+constexpr FrameField kParity = {1, subframe(0) + offsetof(SubframeParameters, parity)};
+constexpr FrameField kMode = {1, offsetof(ParameterSet, lp_mode)};
 
 // The fields of every type of frame in the order of transmission: those of the frame, then a line
 // for each subframe.
 // clang-format off
-constexpr Field kFieldsSid[] = {sid(0, 1), sid(1, 5), sid(2, 4), sid(3, 5)};
-constexpr Field kFields6k4[] = {
+constexpr FrameField kFieldsSid[] = {sid(0, 1), sid(1, 5), sid(2, 4), sid(3, 5)};
+constexpr FrameField kFields6k4[] = {
     lsp(0, 8), lsp(1, 10),
     lag(0, 8), code(0, 0, 9), code(0, 1, 2), gain(0, 6),
     lag(1, 4), code(1, 0, 9), code(1, 1, 2), gain(1, 6)};
-constexpr Field kFields8k[] = {
+constexpr FrameField kFields8k[] = {
     lsp(0, 8), lsp(1, 10),
     lag(0, 8), kParity, code(0, 0, 13), code(0, 1, 4), gain(0, 7),
     lag(1, 5), code(1, 0, 13), code(1, 1, 4), gain(1, 7)};
-constexpr Field kFieldsForward[] = {
+constexpr FrameField kFieldsForward[] = {
     kMode, kMode, lsp(0, 8), lsp(1, 10),
     lag(0, 8), kParity, code(0, 0, 7), code(0, 1, 7), code(0, 2, 7), code(0, 3, 7), code(0, 4, 7), gain(0, 7),
     lag(1, 5), code(1, 0, 7), code(1, 1, 7), code(1, 2, 7), code(1, 3, 7), code(1, 4, 7), gain(1, 7)};
-constexpr Field kFieldsBackward[] = {
+constexpr FrameField kFieldsBackward[] = {
     kMode, kMode,
     lag(0, 8), kParity, code(0, 0, 13), code(0, 1, 10), code(0, 2, 7), code(0, 3, 7), code(0, 4, 7), gain(0, 7),
     lag(1, 5), code(1, 0, 13), code(1, 1, 10), code(1, 2, 7), code(1, 3, 7), code(1, 4, 7), gain(1, 7)};
@@ -61,7 +61,7 @@ constexpr Field kFieldsBackward[] = {
 
 consteval int total(const auto& fields) {
   int bits = 0;
-  for (const Field& f : fields) bits += f.width;
+  for (const FrameField& f : fields) bits += f.width;
   return bits;
 }
 static_assert(total(kFieldsSid) + 1 == kFrameBits[kSid], "a bit is left over");
@@ -79,7 +79,7 @@ void pack_fields(const ParameterSet& set, uint8_t* bytes) {
   uint32_t bits = 0;
   int waiting = 0;
 #pragma GCC unroll 20
-  for (const Field& f : kFields) {
+  for (const FrameField& f : kFields) {
     uint32_t value;
     __builtin_memcpy(&value, reinterpret_cast<const char*>(&set) + f.offset, sizeof value);
     bits = bits << f.width | (value & ((1U << f.width) - 1));
@@ -94,7 +94,7 @@ void unpack_fields(const uint8_t* bytes, ParameterSet* set) {
   uint32_t bits = 0;
   int waiting = 0;
 #pragma GCC unroll 20
-  for (const Field& f : kFields) {
+  for (const FrameField& f : kFields) {
     for (; waiting < f.width; waiting += 8) bits = bits << 8 | *bytes++;
     waiting -= f.width;
     const uint32_t value = (bits >> waiting) & ((1U << f.width) - 1);

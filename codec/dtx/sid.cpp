@@ -109,6 +109,34 @@ double codevector_error(int first, int second, const double* target, const doubl
   return error;
 }
 
+// What each predictor's innovation should be, and the weights of its error.
+struct SidTarget {
+  double lsf[kModes][kOrder];
+  double weight[kModes][kOrder];
+};
+
+// Completes the survivors of the first stage and takes the best.
+void complete_best(const SidTarget& target, const SidCandidate* survivors, SidParameters* sid) {
+  SidBlocks<kSidSecond> pairs;
+  gather_second_stage(&pairs);
+  double best_error = 1e38;
+  for (int i = 0; i < kSurvivors; ++i) {
+    const SidCandidate& c = survivors[i];
+    const double *lsf = target.lsf[c.mode], *weight = target.weight[c.mode];
+    const double* row = kLspFirstStage[kSidFirstStage[c.first]];
+    double rest[kOrder];
+    for (int j = 0; j < kOrder; ++j) rest[j] = lsf[j] - row[j];
+    const int second = search_second_stage(pairs, rest, weight);
+    const double error = codevector_error(c.first, second, lsf, weight);
+    if (error < best_error) {
+      best_error = error;
+      sid->mode = c.mode;
+      sid->first = c.first;
+      sid->second = second;
+    }
+  }
+}
+
 }  // namespace
 
 double sid_gain_quantize(const double* energies, int count, int* index) {
@@ -147,33 +175,16 @@ void sid_quantize_lsp(const double* lsp, const LspHistory& history, SidParameter
   condition_lsf(lsf);
   lsf_weights(lsf, weight);
 
-  double target[kModes][kOrder];
-  double mode_weight[kModes][kOrder];
+  SidTarget target;
   for (int mode = 0; mode < kModes; ++mode) {
     const LspPredictor& predictor = kNoisePredictor[mode];
-    lsp_residual(predictor, history, lsf, target[mode]);
+    lsp_residual(predictor, history, lsf, target.lsf[mode]);
     for (int j = 0; j < kOrder; ++j)
-      mode_weight[mode][j] = weight[j] * predictor.sum[j] * predictor.sum[j];
+      target.weight[mode][j] = weight[j] * predictor.sum[j] * predictor.sum[j];
   }
-
   SidCandidate survivors[kSurvivors];
-  search_first_stage(target, survivors);
-  SidBlocks<kSidSecond> pairs;
-  gather_second_stage(&pairs);
-  double best_error = 1e38;
-  for (const SidCandidate& c : survivors) {
-    const double* row = kLspFirstStage[kSidFirstStage[c.first]];
-    double rest[kOrder];
-    for (int j = 0; j < kOrder; ++j) rest[j] = target[c.mode][j] - row[j];
-    const int second = search_second_stage(pairs, rest, mode_weight[c.mode]);
-    const double error = codevector_error(c.first, second, target[c.mode], mode_weight[c.mode]);
-    if (error < best_error) {
-      best_error = error;
-      sid->mode = c.mode;
-      sid->first = c.first;
-      sid->second = second;
-    }
-  }
+  search_first_stage(target.lsf, survivors);
+  complete_best(target, survivors, sid);
 }
 
 }  // namespace KELG729F_TARGET
