@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "codec/dsp/constants.h"
 #include "codec/dsp/parameter_set.h"
 
 namespace g729 {

@@ -1,10 +1,20 @@
 // One build's entry points.
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
+#include <iterator>
 #include <new>
 
+#include "codec/bitstream.h"
+#include "codec/decoder/decoder_driver.h"
+#include "codec/decoder/decoder_state.h"
 #include "codec/dispatch.h"
+#include "codec/dsp/constants.h"
+#include "codec/dsp/diagnostics.h"
+#include "codec/encoder/encoder_driver.h"
+#include "codec/encoder/encoder_state.h"
 #include "codec/frame_coder.h"
+#include "codec/g729.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

@@ -5,7 +5,10 @@
 
 #include "codec/bitstream.h"
 #include "codec/decoder/decoder_driver.h"
+#include "codec/decoder/decoder_state.h"
+#include "codec/dsp/constants.h"
 #include "codec/encoder/encoder_driver.h"
+#include "codec/encoder/encoder_state.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

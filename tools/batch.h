@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tools/commands.h"
+#include "tools/failure.h"
 
 namespace tool {
 

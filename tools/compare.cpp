@@ -1,10 +1,14 @@
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <future>
 #include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
 
 #include "tools/commands.h"
+#include "tools/failure.h"
 #include "tools/quality.h"
 #include "tools/wav_io.h"
 

@@ -1,8 +1,14 @@
+#include <array>
+#include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <string>
 
+#include "codec/g729.h"
 #include "tools/batch.h"
 #include "tools/commands.h"
+#include "tools/failure.h"
+#include "tools/files.h"
 #include "tools/loss.h"
 #include "tools/parity.h"
 #include "tools/progress.h"

@@ -1,14 +1,25 @@
 #include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <filesystem>
+#include <memory>
 #include <optional>
+#include <string>
+#include <vector>
 
+#include "codec/g729.h"
 #include "tools/batch.h"
 #include "tools/capture/capture.h"
+#include "tools/capture/rtp_stream.h"
 #include "tools/commands.h"
+#include "tools/failure.h"
+#include "tools/files.h"
 #include "tools/loss.h"
 #include "tools/parity.h"
 #include "tools/progress.h"
+#include "tools/stream_io.h"
 #include "tools/wav_io.h"
 
 namespace tool {

@@ -1,8 +1,15 @@
 #include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <string>
 
+#include "codec/g729.h"
 #include "tools/batch.h"
 #include "tools/commands.h"
+#include "tools/failure.h"
+#include "tools/files.h"
 #include "tools/progress.h"
 #include "tools/stream_io.h"
 #include "tools/wav_io.h"

@@ -7,6 +7,7 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <csignal>
 #include <cstdlib>
@@ -14,6 +15,7 @@
 #include <filesystem>
 #include <mutex>
 #include <set>
+#include <utility>
 
 #include "tools/failure.h"
 

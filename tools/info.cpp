@@ -1,12 +1,21 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
 
+#include "codec/g729.h"
 #include "tools/batch.h"
 #include "tools/capture/capture.h"
+#include "tools/capture/datagram.h"
+#include "tools/capture/rtp_stream.h"
 #include "tools/commands.h"
+#include "tools/failure.h"
+#include "tools/files.h"
 #include "tools/parity.h"
 #include "tools/stream_io.h"
 

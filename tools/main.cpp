@@ -1,9 +1,15 @@
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <cstdio>
 #include <functional>
+#include <optional>
 #include <set>
+#include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "tools/commands.h"
+#include "tools/failure.h"
 #include "tools/files.h"
 
 namespace {

@@ -3,6 +3,7 @@
 #define KELG729F_TOOLS_STREAM_IO_H
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>

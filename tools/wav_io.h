@@ -5,8 +5,10 @@
 #include <samplerate.h>
 #include <sndfile.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "tools/files.h"

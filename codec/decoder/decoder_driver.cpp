@@ -2,11 +2,20 @@
 
 #include <cstring>
 
+#include "codec/decoder/decoded_frame.h"
+#include "codec/decoder/gain_decode.h"
+#include "codec/decoder/lsp_decode.h"
 #include "codec/decoder/postprocess.h"
 #include "codec/decoder/render.h"
 #include "codec/decoder/speech_frame.h"
+#include "codec/dsp/backward_mode.h"
+#include "codec/dsp/constants.h"
 #include "codec/dsp/filters.h"
 #include "codec/dsp/flush_denormals.h"
+#include "codec/dsp/parameter_set.h"
+#include "codec/dsp/phase_dispersion.h"
+#include "codec/dsp/pitch.h"
+#include "codec/dtx/comfort_noise.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

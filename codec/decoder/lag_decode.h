@@ -1,6 +1,7 @@
 // Decoding of the pitch lag (clause 4.1.3 and Annex D).
 #pragma once
 
+#include "codec/dsp/constants.h"
 #include "codec/dsp/pitch.h"
 
 namespace g729 {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "codec/dsp/constants.h"
+#include "codec/dsp/diagnostics.h"
 #include "codec/dsp/lsp_codebook.h"
 
 namespace g729 {

@@ -1,7 +1,14 @@
 #include "codec/decoder/render.h"
 
+#include "codec/decoder/postfilter.h"
 #include "codec/decoder/postprocess.h"
+#include "codec/dsp/backward_lp.h"
+#include "codec/dsp/backward_mode.h"
+#include "codec/dsp/constants.h"
+#include "codec/dsp/filters.h"
+#include "codec/dsp/parameter_set.h"
 #include "codec/dsp/recursions.h"
+#include "codec/dsp/simd/vec.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

@@ -1,9 +1,20 @@
 #include "codec/decoder/speech_frame.h"
 
 #include "codec/decoder/fixed_code_decode.h"
+#include "codec/decoder/gain_decode.h"
 #include "codec/decoder/lag_decode.h"
+#include "codec/decoder/lsp_decode.h"
+#include "codec/dsp/backward_lp.h"
+#include "codec/dsp/backward_mode.h"
+#include "codec/dsp/constants.h"
 #include "codec/dsp/diagnostics.h"
 #include "codec/dsp/filters.h"
+#include "codec/dsp/lpc.h"
+#include "codec/dsp/parameter_set.h"
+#include "codec/dsp/phase_dispersion.h"
+#include "codec/dsp/pitch.h"
+#include "codec/dsp/random.h"
+#include "codec/dtx/comfort_noise.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

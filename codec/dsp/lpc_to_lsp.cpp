@@ -9,8 +9,10 @@
 #include <bit>
 #include <cstdint>
 
+#include "codec/dsp/constants.h"
 #include "codec/dsp/filters.h"
 #include "codec/dsp/lpc.h"
+#include "codec/dsp/simd/vec.h"
 #include "codec/dsp/simd/vec_lanes.h"
 #include "codec/dsp/simd/vec_or_scalar.h"
 

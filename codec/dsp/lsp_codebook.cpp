@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "codec/dsp/filters.h"
+#include "codec/dsp/simd/vec.h"
 #include "codec/dsp/simd/vec_or_scalar.h"
 
 namespace g729 {

@@ -1,4 +1,5 @@
 // MA predictors of the LSF quantizer (clause 3.2.4) and of silence descriptors (Annex B).
+#include "codec/dsp/constants.h"
 #include "codec/dsp/lsp_codebook.h"
 
 namespace g729 {

@@ -1,5 +1,6 @@
 #include "codec/dtx/comfort_noise.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "codec/dsp/filters.h"

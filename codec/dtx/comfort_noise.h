@@ -2,10 +2,13 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 
 #include "codec/dsp/constants.h"
+#include "codec/dsp/diagnostics.h"
 #include "codec/dsp/gain_predictor.h"
 #include "codec/dsp/lsp_codebook.h"
+#include "codec/dsp/parameter_set.h"
 #include "codec/dsp/random.h"
 #include "codec/dtx/sid.h"
 

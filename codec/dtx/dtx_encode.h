@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 
 #include "codec/dsp/constants.h"
 #include "codec/dsp/lpc.h"

@@ -1,6 +1,8 @@
 // Voice activity detector (Annex B clause B.3).
 #pragma once
 
+#include <span>
+
 #include "codec/dsp/constants.h"
 
 namespace g729 {

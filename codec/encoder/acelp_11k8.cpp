@@ -1,9 +1,12 @@
 #include "codec/encoder/acelp_11k8.h"
 
 #include <cmath>
+#include <cstddef>
 
 #include "codec/dsp/filters.h"
 #include "codec/dsp/pitch.h"
+#include "codec/dsp/simd/vec.h"
+#include "codec/dsp/tables/algebraic_tables.h"
 #include "codec/encoder/fixed_codebook.h"
 
 namespace g729 {

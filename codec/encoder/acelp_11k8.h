@@ -2,6 +2,9 @@
 // pulses, three on two neighbouring tracks and two on the others, in backward frames.
 #pragma once
 
+#include <span>
+
+#include "codec/dsp/constants.h"
 #include "codec/dsp/parameter_set.h"
 #include "codec/encoder/fixed_codebook.h"
 

@@ -1,7 +1,12 @@
 #include "codec/encoder/acelp_6k4.h"
 
+#include <span>
+
+#include "codec/dsp/constants.h"
 #include "codec/dsp/filters.h"
 #include "codec/dsp/pitch.h"
+#include "codec/dsp/simd/vec.h"
+#include "codec/dsp/tables/algebraic_tables.h"
 #include "codec/encoder/fixed_codebook.h"
 
 namespace g729 {

@@ -1,6 +1,7 @@
 // Closed-loop search of the adaptive codebook, its lag code and its gain (clause 3.7).
 #pragma once
 
+#include "codec/dsp/constants.h"
 #include "codec/dsp/pitch.h"
 
 namespace g729 {

@@ -2,8 +2,20 @@
 
 #include <algorithm>
 
+#include "codec/dsp/backward_lp.h"
+#include "codec/dsp/backward_mode.h"
 #include "codec/dsp/filters.h"
 #include "codec/dsp/flush_denormals.h"
+#include "codec/dsp/gain_predictor.h"
+#include "codec/dsp/lpc.h"
+#include "codec/dsp/lsp_codebook.h"
+#include "codec/dsp/phase_dispersion.h"
+#include "codec/dsp/pitch.h"
+#include "codec/dsp/random.h"
+#include "codec/dtx/comfort_noise.h"
+#include "codec/dtx/dtx_encode.h"
+#include "codec/dtx/vad.h"
+#include "codec/encoder/adaptive_codebook.h"
 #include "codec/encoder/frame_work.h"
 #include "codec/encoder/lp_analysis.h"
 #include "codec/encoder/lsp_quantizer.h"
@@ -12,7 +24,9 @@
 #include "codec/encoder/open_loop_pitch.h"
 #include "codec/encoder/preprocess.h"
 #include "codec/encoder/subframe.h"
+#include "codec/encoder/taming.h"
 #include "codec/encoder/target.h"
+#include "codec/encoder/weighting.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <span>
 
+#include "codec/dsp/constants.h"
 #include "codec/dsp/parameter_set.h"
 #include "codec/encoder/encoder_state.h"
 

@@ -5,7 +5,10 @@
 // [n mod 5][n div 5], so that the eight positions of a track are one Vec8.
 #pragma once
 
+#include <span>
+
 #include "codec/dsp/constants.h"
+#include "codec/dsp/simd/vec.h"
 #include "codec/dsp/simd/vec_lanes.h"
 #include "codec/dsp/tables/algebraic_tables.h"
 

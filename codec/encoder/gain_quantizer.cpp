@@ -6,6 +6,7 @@
 
 #include "codec/dsp/filters.h"
 #include "codec/dsp/simd/lane_minimum.h"
+#include "codec/dsp/simd/vec.h"
 #include "codec/dsp/simd/vec_lanes.h"
 
 namespace g729 {

@@ -6,6 +6,7 @@
 
 #include "codec/dsp/math.h"
 #include "codec/dsp/simd/float_lanes.h"
+#include "codec/dsp/simd/vec.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

@@ -1,6 +1,10 @@
 // The encoder's half of the predictive two-stage LSF quantizer (clause 3.2.4).
 #pragma once
 
+#include <span>
+
+#include "codec/dsp/constants.h"
+#include "codec/dsp/diagnostics.h"
 #include "codec/dsp/lsp_codebook.h"
 
 namespace g729 {

@@ -3,6 +3,8 @@
 // sharp spectrum away from the background's, and keeps it from being sent as noise.
 #pragma once
 
+#include <span>
+
 #include "codec/dsp/constants.h"
 
 namespace g729 {

@@ -1,5 +1,7 @@
 #include "codec/encoder/preprocess.h"
 
+#include "codec/dsp/simd/vec.h"
+
 namespace g729 {
 inline namespace KELG729F_TARGET {
 namespace {

@@ -1,12 +1,19 @@
 #include "codec/encoder/subframe.h"
 
+#include <span>
+
 #include "codec/dsp/diagnostics.h"
 #include "codec/dsp/filters.h"
+#include "codec/dsp/gain_predictor.h"
+#include "codec/dsp/phase_dispersion.h"
+#include "codec/dsp/pitch.h"
 #include "codec/dsp/simd/vec.h"
 #include "codec/encoder/acelp_11k8.h"
 #include "codec/encoder/acelp_6k4.h"
 #include "codec/encoder/acelp_8k.h"
+#include "codec/encoder/fixed_codebook.h"
 #include "codec/encoder/gain_quantizer.h"
+#include "codec/encoder/taming.h"
 #include "codec/encoder/target.h"
 
 namespace g729 {

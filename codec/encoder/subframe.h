@@ -2,6 +2,7 @@
 // counterpart in silence.
 #pragma once
 
+#include "codec/dsp/constants.h"
 #include "codec/dsp/parameter_set.h"
 #include "codec/encoder/adaptive_codebook.h"
 #include "codec/encoder/encoder_state.h"

@@ -2,6 +2,9 @@
 
 #include "codec/dsp/filters.h"
 #include "codec/dsp/recursions.h"
+#include "codec/dsp/simd/pair.h"
+#include "codec/dsp/simd/vec.h"
+#include "codec/encoder/weighting.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

@@ -1,6 +1,8 @@
 // Factors of the perceptual weighting filter W(z) = A(z/gamma1) / A(z/gamma2) (clause 3.3).
 #pragma once
 
+#include <span>
+
 #include "codec/dsp/constants.h"
 
 namespace g729 {

@@ -2,13 +2,24 @@
 // none is left denormal, and speech afterwards is soon what it would have been.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <bit>
 #include <cfloat>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <string>
+#include <vector>
 
+#include "codec/bitstream.h"
+#include "codec/decoder/decoder_driver.h"
+#include "codec/decoder/decoder_state.h"
 #include "codec/decoder/postprocess.h"
+#include "codec/dsp/constants.h"
+#include "codec/dsp/filters.h"
+#include "codec/encoder/encoder_driver.h"
+#include "codec/encoder/encoder_state.h"
 #include "codec/frame_coder.h"
 #include "tests/support/signals.h"
 

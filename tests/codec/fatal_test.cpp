@@ -1,7 +1,11 @@
 // Callers who break the frame interface: each ends the process with status 255 and its text, and
 // nothing else, on standard output.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>

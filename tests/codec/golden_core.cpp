@@ -1,8 +1,16 @@
 // Compiled once per build of the codec core.
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
+#include <vector>
 
+#include "codec/bitstream.h"
+#include "codec/decoder/decoder_driver.h"
+#include "codec/decoder/decoder_state.h"
+#include "codec/dsp/constants.h"
+#include "codec/encoder/encoder_driver.h"
+#include "codec/encoder/encoder_state.h"
 #include "codec/frame_coder.h"
 #include "tests/codec/golden.h"
 

@@ -1,10 +1,20 @@
 // The handles through the C interface: sizes, lengths, heap use, and what survives the round trip.
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 
+#include "codec/bitstream.h"
+#include "codec/decoder/decoder_driver.h"
+#include "codec/decoder/decoder_state.h"
 #include "codec/decoder/postprocess.h"
+#include "codec/dsp/constants.h"
+#include "codec/dsp/filters.h"
+#include "codec/encoder/encoder_driver.h"
+#include "codec/encoder/encoder_state.h"
 #include "codec/encoder/preprocess.h"
 #include "codec/frame_coder.h"
 #include "codec/g729.h"

@@ -7,12 +7,16 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "codec/dispatch.h"
+#include "codec/g729.h"
 #include "tests/support/signals.h"
 
 namespace {

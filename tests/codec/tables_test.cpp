@@ -2,10 +2,14 @@
 #include <gtest/gtest.h>
 
 #include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
 #include <span>
 
 #include "codec/decoder/long_term_postfilter.h"
 #include "codec/dsp/backward_lp.h"
+#include "codec/dsp/constants.h"
 #include "codec/dsp/gain_predictor.h"
 #include "codec/dsp/lsp_codebook.h"
 #include "codec/dsp/phase_dispersion.h"

@@ -4,9 +4,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <cstdio>
 #include <map>
 #include <memory>
+#include <optional>
+#include <utility>
 
+#include "tools/capture/rtp.h"
 #include "tools/failure.h"
 
 namespace tool {

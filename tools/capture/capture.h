@@ -2,10 +2,13 @@
 #ifndef KELG729F_TOOLS_CAPTURE_CAPTURE_H
 #define KELG729F_TOOLS_CAPTURE_CAPTURE_H
 
+#include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "tools/capture/datagram.h"
 #include "tools/capture/rtp_stream.h"
 #include "tools/commands.h"
 #include "tools/files.h"

@@ -1,6 +1,8 @@
 #include "tools/capture/datagram.h"
 
 #include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <optional>

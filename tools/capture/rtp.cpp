@@ -1,5 +1,7 @@
 #include "tools/capture/rtp.h"
 
+#include <span>
+
 #include "codec/g729.h"
 
 namespace tool {

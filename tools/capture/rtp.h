@@ -2,6 +2,7 @@
 #ifndef KELG729F_TOOLS_CAPTURE_RTP_H
 #define KELG729F_TOOLS_CAPTURE_RTP_H
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 

@@ -2,6 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
+#include <memory>
+
+#include "codec/g729.h"
 
 namespace tool {
 namespace {

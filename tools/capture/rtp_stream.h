@@ -2,10 +2,12 @@
 #ifndef KELG729F_TOOLS_CAPTURE_RTP_STREAM_H
 #define KELG729F_TOOLS_CAPTURE_RTP_STREAM_H
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <vector>
 
+#include "tools/capture/datagram.h"
 #include "tools/capture/rtp.h"
 #include "tools/stream_io.h"
 

@@ -1,5 +1,6 @@
 // Windows of the backward LP analysis (Annex E), rounded to 8 decimals.
 #include "codec/dsp/backward_lp.h"
+#include "codec/dsp/constants.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

@@ -1,4 +1,5 @@
 // LSF codebooks of clause 3.2.4: two stages, radians.
+#include "codec/dsp/constants.h"
 #include "codec/dsp/lsp_codebook.h"
 
 namespace g729 {

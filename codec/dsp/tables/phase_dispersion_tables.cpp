@@ -1,4 +1,5 @@
 // Impulse responses of the phase dispersion (Annex D).
+#include "codec/dsp/constants.h"
 #include "codec/dsp/phase_dispersion.h"
 
 namespace g729 {

@@ -5,6 +5,7 @@
 
 #include "src/audio/g729f/fill.h"
 #include "src/audio/g729f/frame.h"
+#include "src/audio/g729f/stats.h"
 
 #define GST_CAT_DEFAULT g729fdec
 

@@ -15,6 +15,7 @@
 #pragma once
 
 #include "src/audio/g729f/dec.h"
+#include "src/audio/g729f/timeline.h"
 
 // The thread; `data` is the element.
 gpointer kel_g729f_dtx_thread_main(gpointer data);

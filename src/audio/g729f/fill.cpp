@@ -1,9 +1,12 @@
 #include "src/audio/g729f/fill.h"
 
 #include <algorithm>
+#include <cstdint>
 
 #include "src/audio/g729f/buffer_map.h"
 #include "src/audio/g729f/frame.h"
+#include "src/audio/g729f/plc.h"
+#include "src/audio/g729f/stats.h"
 
 #define GST_CAT_DEFAULT g729fdec
 

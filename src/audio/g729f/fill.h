@@ -5,6 +5,7 @@
 #pragma once
 
 #include "src/audio/g729f/dec.h"
+#include "src/audio/g729f/timeline.h"
 
 // Times as the time line has them. Those that no stream lasts for count as unknown.
 Time kel_g729f_time(GstClockTime time);

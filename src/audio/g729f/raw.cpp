@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "codec/g729.h"
 #include "src/audio/g729f/frame.h"
 
 namespace {

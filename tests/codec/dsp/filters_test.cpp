@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <string>
 #include <vector>
 
+#include "codec/dsp/constants.h"
 #include "tests/codec/random_signals.h"
 
 namespace g729 {

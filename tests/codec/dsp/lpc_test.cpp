@@ -4,7 +4,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
+#include <string>
+#include <vector>
 
+#include "codec/dsp/diagnostics.h"
 #include "codec/dsp/lsp_codebook.h"
 #include "tests/codec/random_signals.h"
 
