@@ -1,14 +1,15 @@
 #!/usr/bin/python3
 """A call between two live ends on this machine, over RTP with lost packets.
 
-call.py [--loss PERCENT] [--burst PACKETS] [--seed N] [--seconds N] --folder FOLDER [speech.wav|test]
+call.py [--loss PERCENT] [--burst PACKETS] [--seed N] [--seconds N] [--capture FILE] --folder FOLDER
+        [speech.wav|test]
 
 Each end codes what it says with silence compression and sends it over UDP on the loopback; the link
 loses some packets, by themselves or in bursts; the other end conceals them and writes what it hears.
 End A says the recording given, and B answers; with "test" both send tones; otherwise they talk in
 turn, all with Debian's recorded announcements. The counters come from the elements while the call
-goes on. FOLDER gets what each end says and hears, and a picture, call.png. GST_PLUGIN_PATH tells
-where the plug-in is.
+goes on. FOLDER gets what each end says and hears, and a picture, call.png; with --capture FILE the
+packets as the ends receive them go there. GST_PLUGIN_PATH tells where the plug-in is.
 """
 import argparse
 import os
@@ -24,6 +25,7 @@ gi.require_version("Gst", "1.0")
 from gi.repository import Gst
 
 import picture
+from capture import Capture
 
 RATE, FRAME, SECOND = 8000, 80, Gst.SECOND
 SPEECH_BYTES, SID_BYTES, RTP_HEADER = 10, 2, 12
@@ -167,12 +169,18 @@ class Direction:
         probe(encoder.get_static_pad("src"), self.on_sent)
         probe(self.sender.get_by_name("link").get_static_pad("src"), self.on_link)
         probe(decoder.get_static_pad("src"), self.on_played)
+        self.port, self.on_arrival = port, None
+        probe(self.receiver.get_by_name("socket").get_static_pad("src"), self.on_received)
 
     def on_said(self, buffer):
         self.said.append((buffer.pts, samples_of(buffer)))
 
     def on_sent(self, buffer):
         self.sent.append((buffer.pts, FRAME, "frames" if buffer.get_size() == SPEECH_BYTES else "sids"))
+
+    def on_received(self, packet):
+        if self.on_arrival:
+            self.on_arrival(packet.extract_dup(0, packet.get_size()))
 
     def on_link(self, packet):
         self.packets += 1
@@ -244,11 +252,12 @@ def hold(directions):
 
 def parse():
     parser = argparse.ArgumentParser(prog="./demo call", usage="%(prog)s [--loss PERCENT] [--burst PACKETS] "
-                                     "[--seed N] [--seconds N] [speech.wav|test]")
+                                     "[--seed N] [--seconds N] [--capture FILE] [speech.wav|test]")
     parser.add_argument("--loss", type=float, default=5, help="share of the packets that the link loses")
     parser.add_argument("--burst", type=float, default=1, help="packets lost in a row, in the mean")
     parser.add_argument("--seed", type=int, default=1, help="other losses")
     parser.add_argument("--seconds", type=int, default=30, help="the longest that the call lasts")
+    parser.add_argument("--capture", metavar="FILE", help="write the packets that arrive there (pcap)")
     parser.add_argument("--folder", required=True, help=argparse.SUPPRESS)
     parser.add_argument("says", nargs="?", help="what one end says: a recording, or tones")
     options = parser.parse_args()
@@ -268,7 +277,12 @@ def call(options):
     sayings(options, says)
     links = [Link(options.loss / 100, options.burst, options.seed + i) for i in range(2)]
     directions = [Direction(*ends) for ends in zip(says, hears, links)]
+    capture = Capture(options.capture)
+    for d, other in zip(directions, directions[::-1]):
+        # As if each end sent from the port where it receives.
+        d.on_arrival = lambda packet, ports=(other.port, d.port): capture.add(time.time_ns(), *ports, packet)
     hold(directions)
+    capture.close()
     for d, name in zip(directions, ("A to B", "B to A")):
         d.counts = d.count()
         print(f"{name}: {d.packets} packets, {d.lost_packets} lost "
