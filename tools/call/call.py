@@ -1,19 +1,22 @@
 #!/usr/bin/python3
 """A call between two live ends on this machine, over RTP with lost packets.
 
-call.py [--loss PERCENT] [--burst PACKETS] [--seed N] [--seconds N] [--capture FILE] --folder FOLDER
-        [speech.wav|test]
+call.py [--loss PERCENT] [--burst PACKETS] [--redundancy N] [--seed N] [--seconds N] [--capture FILE]
+        --folder FOLDER [speech.wav|test]
 
 Each end codes what it says with silence compression and sends it over UDP on the loopback; the link
 loses some packets, by themselves or in bursts; the other end conceals them and writes what it hears.
+With redundancy N every packet carries the one that was sent N packets before it, too (RFC 2198).
 End A says the recording given, and B answers; with "test" both send tones; otherwise they talk in
 turn, all with Debian's recorded announcements. The counters come from the elements while the call
 goes on. FOLDER gets what each end says and hears, and a picture, call.png; with --capture FILE the
-packets as the ends receive them go there. GST_PLUGIN_PATH tells where the plug-in is.
+packets as the ends receive them go there. GST_PLUGIN_PATH tells where the plug-in is, KELG729F_TOOL
+the command-line tool, which rates the call.
 """
 import argparse
 import os
 import random
+import subprocess
 import sys
 import time
 import wave
@@ -36,16 +39,18 @@ PAUSE = 0.6  # seconds between the turns
 ROOM = 8     # rms of the noise under the announcements, which have none of their own
 
 SENDER = ("filesrc location={says} ! wavparse ! kelg729fenc name=codec annexb=true frames=1 "
-          "! rtpg729pay min-ptime=20000000 perfect-rtptime=false ! identity name=link "
+          "! rtpg729pay min-ptime=20000000 perfect-rtptime=false {protect} ! identity name=link "
           "! udpsink host=127.0.0.1 port={port} ts-offset={ready}")
 RECEIVER = ("udpsrc name=socket address=127.0.0.1 port=0 reuse=false caps=\"application/x-rtp,media=audio,"
-            "clock-rate=8000,encoding-name=G729,payload=18\" ! rtpjitterbuffer latency=60 do-lost=true "
+            "clock-rate=8000,encoding-name=G729,payload=18\" {recover} ! rtpjitterbuffer name=buffer latency={latency} do-lost=true "
             "! rtpg729depay ! kelg729fdec name=codec plc=true ! audiorate tolerance=1000000 ! wavenc "
             "! filesink location={heard}")
+PACKET, LATENCY = 20, 60  # ms; the jitter buffer's, without redundancy
 RECORDER = ("{source} ! audioconvert ! audioresample ! audio/x-raw,format=S16LE,rate=8000,channels=1 "
             "! wavenc ! filesink location={path}")
 TONES = "audiotestsrc wave=ticks tick-interval={every} sine-periods-per-tick=250 num-buffers={count}"
 READY = 25 * Gst.MSECOND  # a packet of 20 ms is ready when they and the look-ahead have been said
+DELAY = PACKET + 5        # ms: until a packet is ready
 SETTLE = 0.5              # seconds for the last packets to arrive
 
 HEADER = f"{'A to B':>24} {'B to A':>36}\n  time" + " speech  SID unsent lost conc. noise" * 2
@@ -139,6 +144,16 @@ def counters(pipeline, names):
     return {name: stats.get_value(name) for name in names}
 
 
+def primary(packet):
+    """How many bytes of a packet are its own, not those of an earlier one (RFC 2198, 3)."""
+    data = packet.extract_dup(RTP_HEADER, packet.get_size() - RTP_HEADER)
+    at = earlier = 0
+    while data[at] & 0x80:
+        earlier += (data[at + 2] & 3) << 8 | data[at + 3]
+        at += 4
+    return len(data) - at - 1 - earlier
+
+
 def probe(pad, passes):
     """Shows every buffer to `passes`; what it answers False to is lost."""
     def look(_, info):
@@ -154,16 +169,18 @@ def samples_of(buffer):
 class Direction:
     """What one end says and the other hears. Times are the clock's, in nanoseconds of the call."""
 
-    def __init__(self, says, heard, link):
-        self.link, self.lost_packets, self.packets = link, 0, 0
+    def __init__(self, says, heard, link, redundancy):
+        self.link, self.lost_packets, self.packets, self.redundancy = link, 0, 0, redundancy
+        self.latency = LATENCY + PACKET * redundancy
+        protect, recover = (f"! rtpredenc pt=96 distance={redundancy}", "! rtpreddec pt=96") if redundancy else ("", "")
         self.said, self.heard = [], []    # (time, samples)
         # (time, samples, what that is): frames as sent, packets lost on the way, audio as played.
         self.sent, self.lost, self.played = [], [], []
         self.before = dict.fromkeys(PLAYED, 0)
-        self.receiver = launch(RECEIVER.format(heard=quoted(heard)))
+        self.receiver = launch(RECEIVER.format(heard=quoted(heard), recover=recover, latency=self.latency))
         self.receiver.set_state(Gst.State.PAUSED)
         port = self.receiver.get_by_name("socket").get_property("port")
-        self.sender = launch(SENDER.format(says=quoted(says), port=port, ready=READY))
+        self.sender = launch(SENDER.format(says=quoted(says), port=port, ready=READY, protect=protect))
         encoder, decoder = (p.get_by_name("codec") for p in (self.sender, self.receiver))
         probe(encoder.get_static_pad("sink"), self.on_said)
         probe(encoder.get_static_pad("src"), self.on_sent)
@@ -186,7 +203,7 @@ class Direction:
         self.packets += 1
         if not self.link.loses():
             return True
-        payload = packet.get_size() - RTP_HEADER
+        payload = primary(packet) if self.redundancy else packet.get_size() - RTP_HEADER
         frames = payload // SPEECH_BYTES + payload % SPEECH_BYTES // SID_BYTES
         self.lost_packets += 1
         self.lost.append((packet.pts, frames * FRAME, "lost"))
@@ -205,6 +222,23 @@ class Direction:
             return
         for i, kind in enumerate(kinds):
             self.played.append((buffer.pts + i * FRAME * SECOND // RATE, FRAME, kind))
+
+    def recovered(self):
+        """How many of the packets lost on the way came with others."""
+        stats = self.receiver.get_by_name("buffer").get_property("stats")
+        return max(0, self.lost_packets - stats.get_value("num-lost")) if self.redundancy else 0
+
+    def rating(self):
+        """R and MOS, by the frames that were missing when they were to be played."""
+        heard = counters(self.receiver, ("frames", "concealed", "loss-events"))
+        loss = heard["concealed"] / max(1, heard["concealed"] + heard["frames"])
+        packets = heard["concealed"] / max(1, heard["loss-events"]) / (PACKET / 10)
+        ratio = max(0.1, packets * (1 - loss)) if heard["loss-events"] else 1
+        delay = DELAY + self.latency
+        said = subprocess.run([os.environ.get("KELG729F_TOOL", "kelg729f"), "rating", f"--loss={100 * loss}",
+                               f"--burst-ratio={ratio}", f"--delay={delay}"], capture_output=True, text=True, check=True)
+        return (f"{said.stdout.strip()} (G.107: {100 * loss:.1f} % of the speech missing, burst ratio {ratio:.2f}, "
+                f"{delay} ms)")
 
     def pipelines(self):
         return self.sender, self.receiver
@@ -252,9 +286,12 @@ def hold(directions):
 
 def parse():
     parser = argparse.ArgumentParser(prog="./demo call", usage="%(prog)s [--loss PERCENT] [--burst PACKETS] "
-                                     "[--seed N] [--seconds N] [--capture FILE] [speech.wav|test]")
+                                     "[--redundancy N] [--seed N] [--seconds N] [--capture FILE] "
+                                     "[speech.wav|test]")
     parser.add_argument("--loss", type=float, default=5, help="share of the packets that the link loses")
     parser.add_argument("--burst", type=float, default=1, help="packets lost in a row, in the mean")
+    parser.add_argument("--redundancy", type=int, default=0, metavar="N",
+                        help="send every packet again with the Nth after it")
     parser.add_argument("--seed", type=int, default=1, help="other losses")
     parser.add_argument("--seconds", type=int, default=30, help="the longest that the call lasts")
     parser.add_argument("--capture", metavar="FILE", help="write the packets that arrive there (pcap)")
@@ -263,6 +300,10 @@ def parse():
     options = parser.parse_args()
     if options.burst < 1 or not 0 <= options.loss <= 100 * options.burst / (options.burst + 1):
         parser.error("a burst is 1 packet at least, and the loss at most what bursts of that length allow")
+    if not 0 <= options.redundancy <= 10:
+        parser.error("the redundancy is a distance of 0 (none) to 10 packets")
+    if options.redundancy and options.capture:
+        parser.error("a capture holds packets of payload type 18 alone, without redundancy")
     if options.seconds < 1:
         parser.error("a call lasts a second at least")
     if options.says not in (None, "test") and not os.access(options.says, os.R_OK):
@@ -276,7 +317,7 @@ def call(options):
                    for ends, does in (("ab", "says"), ("ba", "hears")))
     sayings(options, says)
     links = [Link(options.loss / 100, options.burst, options.seed + i) for i in range(2)]
-    directions = [Direction(*ends) for ends in zip(says, hears, links)]
+    directions = [Direction(*ends, options.redundancy) for ends in zip(says, hears, links)]
     capture = Capture(options.capture)
     for d, other in zip(directions, directions[::-1]):
         # As if each end sent from the port where it receives.
@@ -285,8 +326,10 @@ def call(options):
     capture.close()
     for d, name in zip(directions, ("A to B", "B to A")):
         d.counts = d.count()
+        d.back = d.recovered()
+        back = f", {d.back} of them back by redundancy" if options.redundancy else ""
         print(f"{name}: {d.packets} packets, {d.lost_packets} lost "
-              f"({100 * d.lost_packets / max(1, d.packets):.1f} %)")
+              f"({100 * d.lost_packets / max(1, d.packets):.1f} %){back}; {d.rating()}")
     return directions
 
 
