@@ -20,6 +20,7 @@ import coding
 import links
 import loss
 import packets
+import redundancy
 import silence
 from drawing import save
 from measure import RATE, RATES, decode, encode, read_wav, wav_files
@@ -91,6 +92,7 @@ def sections(options):
     values["curves"], values["bursts"] = loss.curve_table(curves), loss.burst_table(tool, streams)
     values["packets"] = packets.report(os.path.join(options.folder, "packets.png"))
     values["links"] = links.report(tool, options.link) if options.link else NOT_MEASURED
+    values["redundancy"] = redundancy.report(options.link) if options.link else NOT_MEASURED
     values["robustness"] = NOT_MEASURED
     if options.random_frames:
         values["robustness"] = random_frames(options.random_frames, options.count)

@@ -7,6 +7,11 @@
  * the next buffer. With #GstAudioDecoder:plc, lost packets become concealed speech. Raw streams
  * from files may come in pieces of any size; they have duration and can be sought.
  *
+ * #kelg729fdec:stats counts since the start: `frames` of speech, `sids` (silence descriptors),
+ * buffers of `invalid-sizes`, frames with `parity-errors`, frames `concealed`, `loss-events` and
+ * the `longest-loss` of them in frames, frames of `comfort-noise`, and `late-wakeups` of its thread
+ * by a frame or more.
+ *
  * ## Example launch lines
  * |[
  * gst-launch-1.0 filesrc location=tone.g729 \

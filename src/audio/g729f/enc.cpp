@@ -7,6 +7,14 @@
  * look-ahead. After silence, the first buffer of speech is a discontinuity: payloaders set the
  * marker bit.
  *
+ * #kelg729fenc:annexb is read when the element starts. #kelg729fenc:frames counts at once for how
+ * many frames of a buffer are coded, but buffers change their length only with the next caps: fewer
+ * frames leave the rest of each buffer out, more draw a warning. What does not fill a buffer at the
+ * end of the stream, less than `frames` times 80 samples, is dropped.
+ *
+ * #kelg729fenc:stats counts since the start: `frames` of speech, `sids` (silence descriptors) and
+ * `untransmitted` frames, which left nothing.
+ *
  * ## Example launch lines
  * |[
  * gst-launch-1.0 audiotestsrc num-buffers=100 ! audioconvert ! audioresample ! kelg729fenc \
