@@ -2,7 +2,7 @@
 // instruction set of this build. Products are added without fusing, as everywhere in the codec.
 #include <benchmark/benchmark.h>
 
-#include "codec/dsp/simd/vec.h"
+#include "codec/dsp/simd/lanes.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {
@@ -10,6 +10,8 @@ inline namespace KELG729F_TARGET {
 void register_peak_benchmark();
 
 namespace {
+
+using Native = Vec8::Part;
 
 constexpr int kRounds = 1000;
 // Enough independent sums to hide an addition's latency, few enough to stay in registers.

@@ -20,9 +20,6 @@ namespace {
 
 // Instruction sets, by the build's name, that this processor and system run.
 namespace runs {
-[[maybe_unused]] bool plain() {
-  return true;
-}
 [[maybe_unused]] bool generic() {
   return true;
 }

@@ -1,8 +1,8 @@
 #include "codec/decoder/long_term_postfilter.h"
 
 #include "codec/dsp/filters.h"
+#include "codec/dsp/simd/lanes.h"
 #include "codec/dsp/simd/sample_run.h"
-#include "codec/dsp/simd/vec.h"
 
 // The candidates are the 15 delays L - 7/8 .. L + 7/8 around the best whole lag L. The short filter
 // makes a delayed signal from four neighbouring whole lags, so with

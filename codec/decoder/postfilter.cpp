@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "codec/dsp/filters.h"
-#include "codec/dsp/simd/vec.h"
+#include "codec/dsp/simd/lanes.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

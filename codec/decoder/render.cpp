@@ -8,7 +8,7 @@
 #include "codec/dsp/filters.h"
 #include "codec/dsp/parameter_set.h"
 #include "codec/dsp/recursions.h"
-#include "codec/dsp/simd/vec.h"
+#include "codec/dsp/simd/lanes.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

@@ -1,7 +1,7 @@
 #include "codec/dsp/backward_lp.h"
 
 #include "codec/dsp/filters.h"
-#include "codec/dsp/simd/vec.h"
+#include "codec/dsp/simd/lanes.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

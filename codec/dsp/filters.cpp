@@ -15,8 +15,8 @@ struct LookAhead {
 
 KELG729F_VEC LookAhead look_ahead(int m, const double* a) {
   LookAhead f;
-  for (int i = 1; i < m; ++i) f.c[i] = Pair{a[i], a[i + 1] - a[1] * a[i]};
-  if (m > 0) f.c[m] = Pair{a[m], -(a[1] * a[m])};
+  for (int i = 1; i < m; ++i) f.c[i] = pair(a[i], a[i + 1] - a[1] * a[i]);
+  if (m > 0) f.c[m] = pair(a[m], -(a[1] * a[m]));
   return f;
 }
 
@@ -24,8 +24,8 @@ KELG729F_VEC LookAhead look_ahead(int m, const double* a) {
 // register and not by way of memory. m is at least 2.
 KELG729F_VEC Pair next_two(int m, const double* a, const LookAhead& f, const double* x,
                            const double* out, Pair last) {
-  Pair s = {x[0], x[1] - a[1] * x[0]};
-  for (int i = m; i >= 3; --i) s = s - f.c[i] * twice(out[-i]);
+  Pair s = pair(x[0], x[1] - a[1] * x[0]);
+  for (int i = m; i >= 3; --i) s = s - f.c[i] * splat_as<Pair>(out[-i]);
   return s - (f.c[2] * both_first(last) + f.c[1] * both_second(last));
 }
 
@@ -39,10 +39,10 @@ void synthesize(int m, const double* a, const double* x, double* out, int n) {
   int k = 0;
   if (m >= 2) {
     const LookAhead f = look_ahead(m, a);
-    Pair last = {out[-2], out[-1]};
+    Pair last = pair(out[-2], out[-1]);
     for (; k + 2 <= n; k += 2) {
       last = next_two(m, a, f, x + k, out + k, last);
-      store_pair(out + k, last);
+      store(out + k, last);
     }
   }
   for (; k < n; ++k) out[k] = next_one(m, a, x[k], out + k);
@@ -54,7 +54,7 @@ struct PairSignals {
 };
 
 KELG729F_VEC Pair input(const PairSignals& p, int k) {
-  return Pair{p.run0.x[k], p.run1.x[k]};
+  return pair(p.run0.x[k], p.run1.x[k]);
 }
 KELG729F_VEC void output(const PairSignals& p, int k, Pair y) {
   p.run0.y[k] = lane(y, 0);
@@ -65,8 +65,8 @@ KELG729F_VEC void output(const PairSignals& p, int k, Pair y) {
 void synthesize_pair_10(const double* a, const PairSignals& p) {
   static_assert(kSubframe % kOrder == 0);
   Pair c[kCoeffs], last[kOrder];
-  for (int i = 1; i <= kOrder; ++i) c[i] = twice(a[i]);
-  for (int i = 0; i < kOrder; ++i) last[i] = Pair{p.run0.mem[i], p.run1.mem[i]};
+  for (int i = 1; i <= kOrder; ++i) c[i] = splat_as<Pair>(a[i]);
+  for (int i = 0; i < kOrder; ++i) last[i] = pair(p.run0.mem[i], p.run1.mem[i]);
   for (int k = 0; k < kSubframe; k += kOrder) {
 #pragma GCC unroll 10
     for (int j = 0; j < kOrder; ++j) {
@@ -78,10 +78,10 @@ void synthesize_pair_10(const double* a, const PairSignals& p) {
 void synthesize_pair(int m, const double* a, const PairSignals& p) {
   Pair work[kBackwardOrder + kSubframe];
   Pair* const out = work + m;
-  for (int i = 0; i < m; ++i) work[i] = Pair{p.run0.mem[i], p.run1.mem[i]};
+  for (int i = 0; i < m; ++i) work[i] = pair(p.run0.mem[i], p.run1.mem[i]);
   for (int k = 0; k < kSubframe; ++k) {
     Pair y = input(p, k);
-    for (int i = m; i >= 1; --i) y = y - a[i] * out[k - i];
+    for (int i = m; i >= 1; --i) y = y - splat_as<Pair>(a[i]) * out[k - i];
     output(p, k, out[k] = y);
   }
 }

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "codec/dsp/constants.h"
-#include "codec/dsp/simd/vec.h"
+#include "codec/dsp/simd/across.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

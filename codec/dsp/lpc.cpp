@@ -2,7 +2,7 @@
 
 #include "codec/dsp/filters.h"
 #include "codec/dsp/math.h"
-#include "codec/dsp/simd/vec_four.h"
+#include "codec/dsp/simd/across.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {
@@ -84,11 +84,11 @@ double levinson_durbin_10(const double* r, double* a, double* rc, LevinsonMemory
 // symmetric.
 void lsp_to_lpc_pair(const double* lsp, double* a) {
   constexpr int kHalfOrder = kOrder / 2;
-  Four b[kHalfOrder], f[kHalfOrder + 1];
+  Quad b[kHalfOrder], f[kHalfOrder + 1];
   const double *const p = lsp, *const q = lsp + kOrder;
   for (int i = 0; i < kHalfOrder; ++i)
-    b[i] = four(-2.0, -2.0, -2.0, -2.0) * four(p[2 * i], p[2 * i + 1], q[2 * i], q[2 * i + 1]);
-  f[0] = four(1.0, 1.0, 1.0, 1.0);
+    b[i] = splat_as<Quad>(-2.0) * quad(p[2 * i], p[2 * i + 1], q[2 * i], q[2 * i + 1]);
+  f[0] = splat_as<Quad>(1.0);
   f[1] = b[0];
 #pragma GCC unroll 8
   for (int i = 2; i <= kHalfOrder; ++i) {
@@ -100,7 +100,7 @@ void lsp_to_lpc_pair(const double* lsp, double* a) {
   a[0] = a[kCoeffs] = 1.0;
   for (int i = 1; i <= kHalfOrder; ++i) {
     double v[4];
-    store(v, f[i] + four(1.0, -1.0, 1.0, -1.0) * f[i - 1]);
+    store(v, f[i] + quad(1.0, -1.0, 1.0, -1.0) * f[i - 1]);
     a[i] = 0.5 * (v[0] + v[1]);
     a[kOrder + 1 - i] = 0.5 * (v[0] - v[1]);
     a[kCoeffs + i] = 0.5 * (v[2] + v[3]);

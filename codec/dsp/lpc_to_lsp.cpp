@@ -12,9 +12,8 @@
 #include "codec/dsp/constants.h"
 #include "codec/dsp/filters.h"
 #include "codec/dsp/lpc.h"
-#include "codec/dsp/simd/vec.h"
-#include "codec/dsp/simd/vec_lanes.h"
-#include "codec/dsp/simd/vec_or_scalar.h"
+#include "codec/dsp/simd/across.h"
+#include "codec/dsp/simd/lanes.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

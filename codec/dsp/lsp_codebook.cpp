@@ -3,8 +3,7 @@
 #include <algorithm>
 
 #include "codec/dsp/filters.h"
-#include "codec/dsp/simd/vec.h"
-#include "codec/dsp/simd/vec_or_scalar.h"
+#include "codec/dsp/simd/lanes.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

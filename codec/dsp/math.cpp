@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "codec/dsp/simd/vec_or_scalar.h"
+#include "codec/dsp/simd/lanes.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

@@ -6,7 +6,7 @@
 // 4e-16 of the function's scale (tests compare with the C library).
 #pragma once
 
-#include "codec/dsp/simd/vec.h"
+#include "codec/dsp/simd/lanes.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

@@ -1,6 +1,6 @@
 #include "codec/dsp/phase_dispersion.h"
 
-#include "codec/dsp/simd/vec.h"
+#include "codec/dsp/simd/lanes.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

@@ -1,7 +1,7 @@
 #include "codec/dsp/pitch.h"
 
+#include "codec/dsp/simd/lanes.h"
 #include "codec/dsp/simd/sample_run.h"
-#include "codec/dsp/simd/vec.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

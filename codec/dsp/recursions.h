@@ -11,12 +11,17 @@
 
 #include "codec/dsp/constants.h"
 #include "codec/dsp/filters.h"
-#include "codec/dsp/simd/pair.h"
+#include "codec/dsp/simd/across.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {
 
 inline constexpr int kTurns = kLanes / 2;  // turns of two samples in a block
+
+// Four turns' outputs, stored at once: a wide load that follows would wait for narrow stores.
+KELG729F_VEC Vec8 in_a_row(const Pair (&out)[kTurns]) {
+  return concat(concat(out[0], out[1]), concat(out[2], out[3]));
+}
 
 // c[i] holds the two coefficients of y[k-i].
 struct AllPole {
@@ -27,8 +32,8 @@ struct AllPole {
 KELG729F_VEC AllPole all_pole(const double* a) {
   AllPole f;
   f.a1 = a[1];
-  for (int i = 1; i < kOrder; ++i) f.c[i] = Pair{a[i], a[i + 1] - a[1] * a[i]};
-  f.c[kOrder] = Pair{a[kOrder], -(a[1] * a[kOrder])};
+  for (int i = 1; i < kOrder; ++i) f.c[i] = pair(a[i], a[i + 1] - a[1] * a[i]);
+  f.c[kOrder] = pair(a[kOrder], -(a[1] * a[kOrder]));
   return f;
 }
 
@@ -55,7 +60,7 @@ struct AllPoleRun {
 };
 
 KELG729F_VEC Pair all_pole_input(const AllPoleRun& run, int k) {
-  return Pair{run.x[k], run.x[k + 1] - run.filter.a1 * run.x[k]};
+  return pair(run.x[k], run.x[k + 1] - run.filter.a1 * run.x[k]);
 }
 
 // The outputs before the turn of two samples, oldest first: each twice, as its coefficients want
@@ -92,14 +97,14 @@ class AllPoleRecursion {
  public:
   KELG729F_VEC explicit AllPoleRecursion(const AllPoleRun& run) : run_(run) {
     for (int i = 0; i < History::kPairs; ++i)
-      history_.put(i, Pair{run.mem[2 * i], run.mem[2 * i + 1]});
+      history_.put(i, pair(run.mem[2 * i], run.mem[2 * i + 1]));
   }
   KELG729F_VEC void turn(int k, int t) {
     out_[t] = history_.next(run_.filter.c, all_pole_input(run_, k + 2 * t), t);
     history_.put(History::kPairs + t, out_[t]);
   }
   KELG729F_VEC void end_block(int k) {
-    store_pairs(run_.y + k, out_);
+    store(run_.y + k, in_a_row(out_));
     history_.shift();
   }
 
@@ -114,21 +119,21 @@ class AllPoleRecursion {
 class AllPoleRecursions {
  public:
   KELG729F_VEC AllPoleRecursions(const AllPoleRun& a, const AllPoleRun& b) : a_(a), b_(b) {
-    for (int i = 1; i < kCoeffs; ++i) c_[i] = join(a.filter.c[i], b.filter.c[i]);
+    for (int i = 1; i < kCoeffs; ++i) c_[i] = concat(a.filter.c[i], b.filter.c[i]);
     for (int i = 0; i < History::kPairs; ++i)
       history_.put(
-          i, join(Pair{a.mem[2 * i], a.mem[2 * i + 1]}, Pair{b.mem[2 * i], b.mem[2 * i + 1]}));
+          i, concat(pair(a.mem[2 * i], a.mem[2 * i + 1]), pair(b.mem[2 * i], b.mem[2 * i + 1])));
   }
   KELG729F_VEC void turn(int k, int t) {
-    const Quad x = join(all_pole_input(a_, k + 2 * t), all_pole_input(b_, k + 2 * t));
+    const Quad x = concat(all_pole_input(a_, k + 2 * t), all_pole_input(b_, k + 2 * t));
     const Quad y = history_.next(c_, x, t);
     history_.put(History::kPairs + t, y);
     out_a_[t] = low(y);
     out_b_[t] = high(y);
   }
   KELG729F_VEC void end_block(int k) {
-    store_pairs(a_.y + k, out_a_);
-    store_pairs(b_.y + k, out_b_);
+    store(a_.y + k, in_a_row(out_a_));
+    store(b_.y + k, in_a_row(out_b_));
     history_.shift();
   }
 

@@ -8,6 +8,7 @@
 #include "codec/dtx/gaussian_noise.h"
 
 #include "codec/dsp/random.h"
+#include "codec/dsp/simd/lanes.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {
@@ -28,20 +29,12 @@ void gaussian_noise_plain(int16_t* seed, double* out) {
   }
 }
 
-#if defined(KELG729F_PLAIN)
-
-void gaussian_noise(int16_t* seed, double* out) {
-  gaussian_noise_plain(seed, out);
-}
-
-#else
-
 namespace {
 
 constexpr int kBlock = 8;  // samples of a vector
 constexpr int kBlocks = kSubframe / kBlock;
-typedef uint16_t Unsigned __attribute__((vector_size(2 * kBlock), may_alias));
-typedef int16_t Signed __attribute__((vector_size(2 * kBlock)));
+using Unsigned = Lanes<uint16_t, kBlock>;
+using Signed = Lanes<int16_t, kBlock>;
 static_assert(kSubframe % kBlock == 0);
 
 // What takes the seed to the state before each sample's first draw.
@@ -67,31 +60,28 @@ consteval Jump make_jump() {
 
 constexpr Jump kJump = make_jump();
 
-const Unsigned& lanes(const uint16_t* p) {
-  return *reinterpret_cast<const Unsigned*>(p);
-}
-
 }  // namespace
 
 void gaussian_noise(int16_t* seed, double* out) {
-  const Unsigned start = Unsigned{} + static_cast<uint16_t>(*seed);
+  const auto start = splat_as<Unsigned>(static_cast<uint16_t>(*seed));
+  const auto multiplier = splat_as<Unsigned>(static_cast<uint16_t>(kMultiplier));
+  const auto increment = splat_as<Unsigned>(static_cast<uint16_t>(kIncrement));
   for (int b = 0; b < kBlocks; ++b) {
-    Unsigned x = start * lanes(kJump.multiplier + b * kBlock) + lanes(kJump.increment + b * kBlock);
+    Unsigned x = start * load_as<Unsigned>(kJump.multiplier + b * kBlock) +
+                 load_as<Unsigned>(kJump.increment + b * kBlock);
     Unsigned s = {};
     Signed h = {};
     for (int k = 0; k < kGaussianDraws; ++k) {
-      x = x * static_cast<uint16_t>(kMultiplier) + static_cast<uint16_t>(kIncrement);
-      s += x;
-      h += reinterpret_cast<Signed>(x) >> 8;
+      x = x * multiplier + increment;
+      s = s + x;
+      h = h + (bits_as<int16_t>(x) >> 8);
     }
-    const Unsigned low = s - (reinterpret_cast<Unsigned>(h) << 8);
-    const Signed value = h + h + reinterpret_cast<Signed>(low >> 7);
-    for (int i = 0; i < kBlock; ++i) out[b * kBlock + i] = value[i] * kScale;
-    *seed = static_cast<int16_t>(x[kBlock - 1]);
+    const Unsigned low = s - (bits_as<uint16_t>(h) << 8);
+    const Signed value = h + h + bits_as<int16_t>(low >> 7);
+    for (int i = 0; i < kBlock; ++i) out[b * kBlock + i] = lane(value, i) * kScale;
+    *seed = static_cast<int16_t>(lane(x, kBlock - 1));
   }
 }
-
-#endif
 
 }  // namespace KELG729F_TARGET
 }  // namespace g729

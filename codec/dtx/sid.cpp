@@ -4,7 +4,6 @@
 
 #include "codec/dsp/math.h"
 #include "codec/dsp/simd/lane_minimum.h"
-#include "codec/dsp/simd/vec.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

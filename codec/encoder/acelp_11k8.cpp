@@ -5,7 +5,7 @@
 
 #include "codec/dsp/filters.h"
 #include "codec/dsp/pitch.h"
-#include "codec/dsp/simd/vec.h"
+#include "codec/dsp/simd/lanes.h"
 #include "codec/dsp/tables/algebraic_tables.h"
 #include "codec/encoder/fixed_codebook.h"
 
@@ -86,10 +86,10 @@ KELG729F_VEC void compete(Vec8 correlation, Vec8 energy, int row, LaneWinners* b
   // A negative correlation is no match, however large.
   const Vec8 positive = select(splat(0.0) < correlation, correlation, splat(0.0));
   const Vec8 square = positive * positive;
-  const Mask8 better = best->square * energy < square * best->energy;
+  const auto better = best->square * energy < square * best->energy;
   best->square = select(better, square, best->square);
   best->energy = select(better, energy, best->energy);
-  best->row = select(better, splat(row), best->row);
+  best->row = select(better, splat(static_cast<double>(row)), best->row);
 }
 
 KELG729F_VEC int winning_lane(const LaneWinners& best) {

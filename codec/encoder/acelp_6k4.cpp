@@ -5,7 +5,7 @@
 #include "codec/dsp/constants.h"
 #include "codec/dsp/filters.h"
 #include "codec/dsp/pitch.h"
-#include "codec/dsp/simd/vec.h"
+#include "codec/dsp/simd/lanes.h"
 #include "codec/dsp/tables/algebraic_tables.h"
 #include "codec/encoder/fixed_codebook.h"
 

@@ -3,10 +3,8 @@
 #include <algorithm>
 #include <bit>
 #include <cstdint>
-#include <cstring>
 
-#include "codec/dsp/simd/float_lanes.h"
-#include "codec/dsp/simd/whole_lanes.h"
+#include "codec/dsp/simd/across.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {
@@ -88,8 +86,6 @@ KELG729F_VEC void add_up(const Screen& screen, int pair, PairSums* sums) {
         (load(screen.fourth[0][p0]) + load(screen.fourth[1][p1])) + splat(screen.pair[p0][p1]));
 }
 
-typedef uint16_t Places __attribute__((vector_size(2 * kTrackPositions)));
-
 // The places of the bits that are set, the lowest first.
 struct SetBits {
   uint16_t place[1 << kTrackPositions][kTrackPositions];
@@ -107,10 +103,9 @@ alignas(kVectorAlign) constexpr SetBits kSetBits = set_bits();
 KELG729F_VEC int list_triples(const TripleSearch& s, int pair, uint16_t* triple) {
   const Vec8 ps = splat(s.d[0][pair / kLanes] + s.d[1][pair % kLanes]) + load(s.d[2]);
   const unsigned passing = lanes_greater(ps, splat(s.threshold));
-  Places places;
-  std::memcpy(&places, kSetBits.place[passing], sizeof places);
-  places += static_cast<uint16_t>(pair * kTrackPositions);
-  std::memcpy(triple, &places, sizeof places);
+  using Places = Lanes<uint16_t, kTrackPositions>;
+  const auto first = static_cast<uint16_t>(pair * kTrackPositions);
+  store(triple, load_as<Places>(kSetBits.place[passing]) + splat_as<Places>(first));
   return std::popcount(passing);
 }
 
@@ -161,7 +156,7 @@ bool is_decided(const TripleSearch& s, const Screen& screen, const Tried& tried,
                 const Contest& contest, Winner* winner) {
   const float top = largest_lane(contest.best);
   const Float16 bar = splat(top);
-  const float rival = largest_lane(below_or(contest.best, bar, contest.second));
+  const float rival = largest_lane(select(contest.best < bar, contest.best, contest.second));
   const unsigned lanes = lanes_at_most(bar, contest.best);
   if (tried.count == 0 || std::popcount(lanes) > 1) return false;
   const int lane = first_lane(lanes);

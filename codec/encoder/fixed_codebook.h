@@ -8,8 +8,8 @@
 #include <span>
 
 #include "codec/dsp/constants.h"
-#include "codec/dsp/simd/vec.h"
-#include "codec/dsp/simd/vec_lanes.h"
+#include "codec/dsp/simd/across.h"
+#include "codec/dsp/simd/lanes.h"
 #include "codec/dsp/tables/algebraic_tables.h"
 
 namespace g729 {

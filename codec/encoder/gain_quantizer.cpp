@@ -5,9 +5,8 @@
 #include <cstdint>
 
 #include "codec/dsp/filters.h"
-#include "codec/dsp/simd/lane_minimum.h"
-#include "codec/dsp/simd/vec.h"
-#include "codec/dsp/simd/vec_lanes.h"
+#include "codec/dsp/simd/across.h"
+#include "codec/dsp/simd/lanes.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

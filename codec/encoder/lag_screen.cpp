@@ -4,8 +4,7 @@
 #include <cmath>
 
 #include "codec/dsp/filters.h"
-#include "codec/dsp/simd/float_lanes.h"
-#include "codec/dsp/simd/whole_lanes.h"
+#include "codec/dsp/simd/across.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {
@@ -34,7 +33,7 @@ void correlate_tile(const int32_t* delayed, const int32_t* wsp, float* c) {
           acc[m - k] = acc[m - k] + multiply_halves(sample[k], past);
     }
   }
-  for (int t = 0; t < kTileBlocks; ++t) store(c + t * kFloatLanes, to_floats(acc[t]));
+  for (int t = 0; t < kTileBlocks; ++t) store(c + t * kFloatLanes, convert<float>(acc[t]));
 }
 
 // Block i of the samples; the last one overlaps the one before.
@@ -65,11 +64,11 @@ KELG729F_VEC void narrow_samples(const double* oldest, NarrowSamples* s) {
 
 // Each sample times `scale`, rounded, in the low half; the one behind it in the high half.
 KELG729F_VEC void round_samples(const NarrowSamples& s, float scale, int32_t* pairs) {
-  Whole16 x = truncate(s.block[0] * splat(scale));
+  Whole16 x = convert<int32_t>(s.block[0] * splat(scale));
 #pragma GCC unroll 14
   for (int i = 0; i < kSampleBlocks; ++i) {
     const Whole16 after =
-        i + 1 < kSampleBlocks ? truncate(s.block[i + 1] * splat(scale)) : splat(0);
+        i + 1 < kSampleBlocks ? convert<int32_t>(s.block[i + 1] * splat(scale)) : splat(0);
     store(pairs + block_start(i), join_halves(x, next_lanes(x, after)));
     x = after;
   }

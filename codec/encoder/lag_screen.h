@@ -8,7 +8,7 @@
 #include <cstdint>
 
 #include "codec/dsp/constants.h"
-#include "codec/dsp/simd/vec.h"
+#include "codec/dsp/simd/across.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

@@ -4,7 +4,7 @@
 
 #include "codec/dsp/filters.h"
 #include "codec/dsp/lpc.h"
-#include "codec/dsp/simd/vec.h"
+#include "codec/dsp/simd/across.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

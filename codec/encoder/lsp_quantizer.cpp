@@ -5,8 +5,8 @@
 #include <cstdint>
 
 #include "codec/dsp/math.h"
-#include "codec/dsp/simd/float_lanes.h"
-#include "codec/dsp/simd/vec.h"
+#include "codec/dsp/simd/across.h"
+#include "codec/dsp/simd/lanes.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

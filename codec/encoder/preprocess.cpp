@@ -1,6 +1,6 @@
 #include "codec/encoder/preprocess.h"
 
-#include "codec/dsp/simd/vec.h"
+#include "codec/dsp/simd/lanes.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

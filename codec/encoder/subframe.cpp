@@ -7,7 +7,7 @@
 #include "codec/dsp/gain_predictor.h"
 #include "codec/dsp/phase_dispersion.h"
 #include "codec/dsp/pitch.h"
-#include "codec/dsp/simd/vec.h"
+#include "codec/dsp/simd/lanes.h"
 #include "codec/encoder/acelp_11k8.h"
 #include "codec/encoder/acelp_6k4.h"
 #include "codec/encoder/acelp_8k.h"

@@ -2,8 +2,8 @@
 
 #include "codec/dsp/filters.h"
 #include "codec/dsp/recursions.h"
-#include "codec/dsp/simd/pair.h"
-#include "codec/dsp/simd/vec.h"
+#include "codec/dsp/simd/across.h"
+#include "codec/dsp/simd/lanes.h"
 #include "codec/encoder/weighting.h"
 
 namespace g729 {
@@ -36,20 +36,21 @@ void filter_in_turn(const Cascade& f) {
 void filter_side_by_side(const Cascade& f) {
   static_assert(kSubframe % kOrder == 0 && kLag < kOrder);
   Quad c[kCoeffs], last[kOrder];  // last[k modulo 10] are the outputs of step k
-  for (int i = 1; i <= kOrder; ++i) c[i] = join(twice(f.first[i]), twice(f.second[i]));
+  for (int i = 1; i <= kOrder; ++i)
+    c[i] = concat(splat_as<Pair>(f.first[i]), splat_as<Pair>(f.second[i]));
   for (int i = 0; i < kOrder; ++i)
-    last[i] = join(Pair{f.first_mem[i], 0.0}, Pair{i < kLag ? 0.0 : f.second_mem[i - kLag], 0.0});
+    last[i] = concat(pair(f.first_mem[i], 0.0), pair(i < kLag ? 0.0 : f.second_mem[i - kLag], 0.0));
 #pragma GCC unroll 1
   for (int block = 0; block < kSubframe + kLag; block += kOrder) {
 #pragma GCC unroll 10
     for (int j = 0; j < kOrder; ++j) {
       const int k = block + j;
       if (k == kSubframe + kLag) return;
-      const Quad x = join(Pair{f.in[0][k], f.in[1][k]}, low(last[(j - kLag + kOrder) % kOrder]));
+      const Quad x = concat(pair(f.in[0][k], f.in[1][k]), low(last[(j - kLag + kOrder) % kOrder]));
       const Quad y = all_pole_next(c, last, j, x);
       last[j] = y;
       if (k < kLag) {
-        last[j] = join(low(y), Pair{f.second_mem[kOrder - kLag + k], 0.0});
+        last[j] = concat(low(y), pair(f.second_mem[kOrder - kLag + k], 0.0));
         continue;
       }
       f.out[0][k - kLag] = lane(high(y), 0);

@@ -20,6 +20,7 @@
 #define X(name)                                                        \
   namespace g729::name {                                               \
   GoldenHash golden_hash(const int16_t*, int frames, GoldenPlan plan); \
+  const char* broken_lanes();                                          \
   }
 KELG729F_TARGETS
 #undef X
@@ -34,6 +35,18 @@ HashFunction function_of(const std::string& target) {
   KELG729F_TARGETS
 #undef X
   return nullptr;
+}
+
+TEST(Lanes, AreRightInEveryBuild) {
+  for (auto target = g729::supported_targets(); *target; ++target) {
+    const std::string name = (*target)->name;
+#define X(build)                                                \
+  if (name == #build) {                                         \
+    EXPECT_STREQ(g729::build::broken_lanes(), nullptr) << name; \
+  }
+    KELG729F_TARGETS
+#undef X
+  }
 }
 
 signals::Samples golden_signal() {
