@@ -279,6 +279,45 @@ Kernels by themselves, the calls of a frame together; not every frame runs every
 {kernel_table(data)}"""
 
 
+# ---- 64-bit ARM -----------------------------------------------------------------------------
+
+def arm_frame_rows(data):
+    states = [name for name in ("before", "now") if name in data]
+    rows = []
+    for setting, sse2 in data["sse2"].items():
+        rate, _, dtx = setting.partition(" ")
+        for way in ("encode", "decode"):
+            mine = [data[name]["frames"][setting][way] for name in states]
+            rows.append([way, rate, "on" if dtx else "off", thousands(sse2[way]), *map(thousands, mine),
+                         f"{mine[-1] / sse2[way]:.2f}"])
+    return ["", "rate", "silence compression", "SSE2", *(f"ARM, {name}" for name in states), "ARM / SSE2"], rows
+
+
+def arm_kernel_rows(data):
+    states = [name for name in ("before", "now") if name in data]
+    rows = []
+    for kernel in data["now"]["kernels"]:
+        counts = [data[name]["kernels"].get(kernel, ["", "", ""]) for name in states]
+        rows.append([f"`{kernel}`", *(cell for three in counts for cell in three)])
+    return ["kernel", *(f"{what}, {name}" for name in states for what in ("NEON", "scalar", "all"))], rows
+
+
+def arm64(data):
+    frame_head, frames = arm_frame_rows(data)
+    kernel_head, kernels = arm_kernel_rows(data)
+    return f"""## 64-bit ARM
+
+Instructions a frame of the same program over the same generated speech (`bench/arm64.py`): 64-bit ARM
+counted by QEMU, x86-64 with SSE2, whose registers are as wide, by callgrind.
+
+{table(frame_head, frames, left=3)}
+
+What the compiler makes of the larger kernels: instructions on NEON vectors, scalar ones on floating-point
+numbers, and all, in the disassembly (not how often each runs).
+
+{table(kernel_head, kernels)}"""
+
+
 # ---- growth ---------------------------------------------------------------------------------
 
 def span(frames):
@@ -447,7 +486,7 @@ the calls."""
 
 # ---- the document ---------------------------------------------------------------------------
 
-SECTIONS = [("compare", comparison), ("profile", profile), ("instructions", instructions), ("scaling", scaling), ("density", density)]
+SECTIONS = [("compare", comparison), ("profile", profile), ("instructions", instructions), ("arm64", arm64), ("scaling", scaling), ("density", density)]
 
 
 def write():
@@ -458,7 +497,7 @@ def write():
     parts = [f"""# Performance
 
 Measured on {'; '.join(cpus)}. `bench/all` writes this file: `bench/compare`, `bench/profile`,
-`bench/instructions`, `bench/scaling` and `bench/density-sweep` renew a section each. Absolute figures are the
+`bench/instructions`, `bench/arm64.py`, `bench/scaling` and `bench/density-sweep` renew a section each. Absolute figures are the
 machine's; ratios are what counts."""]
     for name, section in SECTIONS:
         if results[name]:
