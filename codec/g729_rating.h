@@ -16,7 +16,7 @@ typedef struct G729Rating {
 
 /* loss: share of the packets that were not there in time, 0 to 1, after what redundancy brought
  * back. burst_ratio: mean number of packets lost in a row over that of independent losses of the
- * same share, 1 for those (G.107, 7.4); 0 or less, or with no loss, counts as 1. delay: from mouth
+ * same share, 1 for those (G.107, 7.5); 0 or less, or with no loss, counts as 1. delay: from mouth
  * to ear, one way, ms. What is out of range is brought into it.
  *
  * All else is at G.107's default values, an echo path of TELR 65 dB among them. The equipment

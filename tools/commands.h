@@ -64,7 +64,7 @@ struct CompareOptions {
 
 struct RatingOptions {
   double loss = 0;         // per cent of the packets
-  double burst_ratio = 1;  // G.107, 7.4
+  double burst_ratio = 1;  // G.107, 7.5
   double delay = 0;        // one way, ms
   bool json = false;
 };
