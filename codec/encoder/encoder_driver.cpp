@@ -216,7 +216,7 @@ void encoder_core_init(EncoderCoreState* state, bool annexb) {
 ParameterSet encode_frame(EncoderCoreState* state, Samples samples, Rate rate) {
   const FlushDenormals flush;
   alignas(kAlign) double input[kFrame];
-  for (int i = 0; i < kFrame; ++i) input[i] = samples[i];
+  std::ranges::copy(samples, input);
   state->frame_counter = next_count(state->frame_counter);
   preprocess_highpass(&state->preproc_state, input, kFrame);
   return encoder_process_frame(state, input, rate);
