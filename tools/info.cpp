@@ -171,8 +171,9 @@ class Report {
               {"packets", capture.packets},     {"fragments", capture.fragments},
               {"whole", capture.fault.empty()}, {"streams", Json::array()}};
     if (!options_.json) {
-      std::printf("%s: capture, %llu packets, %zu directions\n", input.name().c_str(),
-                  static_cast<unsigned long long>(capture.packets), capture.directions.size());
+      std::printf("%s: capture, %llu packets, %llu fragments skipped, %zu directions\n",
+                  input.name().c_str(), static_cast<unsigned long long>(capture.packets),
+                  static_cast<unsigned long long>(capture.fragments), capture.directions.size());
     }
     for (size_t d = 0; d < capture.directions.size(); ++d) {
       for (const auto& part : capture.directions[d].parts) {

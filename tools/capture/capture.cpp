@@ -121,6 +121,9 @@ std::string nothing_found(const Capture& capture, const Streams& streams,
     return "its packets were captured only in part; capture whole packets (tcpdump -s 0)";
   std::string reason = "no stream of RTP payload type " + std::to_string(options.payload_type) +
                        " in " + std::to_string(capture.packets) + " packets";
+  if (capture.fragments > 0) {
+    reason += " (" + std::to_string(capture.fragments) + " of them fragments, which are skipped)";
+  }
   if (options.ssrc) return reason + " with that SSRC";
   return reason + "; --payload-type names another";
 }
