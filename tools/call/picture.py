@@ -103,9 +103,9 @@ def draw_direction(axes, direction, ends):
 
 def title(direction, ends):
     speech, sids, _, lost, concealed, noise = direction.counts
-    back = f", {direction.back} back by redundancy" if direction.redundancy else ""
+    gone = f"{lost} lost, {direction.back} back" if direction.redundancy else f"{lost} of them lost"
     return (f"{ends[0]} to {ends[1]}: {speech} frames of speech and {sids} descriptors in "
-            f"{direction.packets} packets, {lost} of them lost{back}; {ends[1]} hears {concealed} frames "
+            f"{direction.packets} packets, {gone}; {ends[1]} hears {concealed} frames "
             f"concealed and {noise} of comfort noise")
 
 
@@ -118,7 +118,7 @@ def draw(directions, options, path):
     patches = [Patch(color=COLOURS[kind], label=NAMES[kind]) for kind in NAMES]
     figure.legend(handles=[*patches, Patch(color=NOTHING, label="nothing")], ncols=6, loc="upper right")
     bursts = f", in bursts of {options.burst:g}" if options.burst > 1 else ""
-    twice = f", every packet sent twice at a distance of {options.redundancy}" if options.redundancy else ""
-    figure.text(0.008, 0.97, f"A call over a link that loses {options.loss:g} % of the packets{bursts}{twice}",
-                fontsize=13)
+    twice = f", sent twice ({options.redundancy} apart)" if options.redundancy else ""
+    figure.text(0.008, 0.97, f"A call with {options.loss:g} % of its packets lost{bursts}{twice}",
+                fontsize=11)
     save(figure, path)
