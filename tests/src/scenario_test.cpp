@@ -74,6 +74,7 @@ constexpr Row kByTimestamps[] = {
     {"FasterThanTheClock", "10@0 2@10 10@500 2@510 2@800 10@900",
      "s0..20 N20..500 s500..520 N520..800 s800..810 N810..900 s900..910"},
     {"SilenceAtTheEnd", "2@0 hush@10+100 eos", "s0..10 N10..110"},
+    {"SilenceThatWasEnded", "2@0 hush@10+100 10@20 eos", "s0..10 N10..20 s20..30"},
     {"WithoutTimestamps", "10 t+10 2 t+50 10 t+10", "s0..20 n20..70 s70..80"},
     {"WithoutLatency", "2@0 t=30 20@30", "s0..10 n10..40 s40..50"},
     {"NoiseInItsTime", "latency=80/60 t=30 12@0 t=200 10@150",
