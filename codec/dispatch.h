@@ -12,6 +12,7 @@ struct Target {
   const char* name;
   G729EncoderState* (*encoder_create)(int32_t annexb);
   void (*encoder_destroy)(G729EncoderState*);
+  void (*set_complexity)(G729EncoderState*, int level);
   void (*encode_packed)(G729EncoderState*, const int16_t* samples, uint8_t* bytes, uint32_t* size);
   void (*encode_serial)(G729EncoderState*, const int16_t* samples, int32_t rate, uint16_t* serial);
   // Both create functions return null when there is no memory.

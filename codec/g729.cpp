@@ -104,6 +104,13 @@ void g729_encoder_destroy(G729EncoderState* encoder) {
   if (encoder) encoder->target->encoder_destroy(encoder);
 }
 
+int32_t g729_encoder_set_complexity(G729EncoderState* encoder, int32_t complexity) {
+  if (g729::any_null(encoder)) return G729_ERROR_NULL;
+  if (complexity < 0 || complexity > G729_COMPLEXITY_MAX) return G729_ERROR_COMPLEXITY;
+  encoder->target->set_complexity(encoder, complexity);
+  return 0;
+}
+
 void g729_encoder_encode_frame(G729EncoderState* encoder, const int16_t* samples, uint8_t* bytes,
                                uint32_t* size) {
   encoder->target->encode_packed(encoder, samples, bytes, size);

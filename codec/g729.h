@@ -56,7 +56,8 @@ enum {
 enum {
   G729_ERROR_SIZE = -1, /* no frame has that size, or there is no room for one */
   G729_ERROR_RATE = -2,
-  G729_ERROR_NULL = -3 /* a handle or buffer is missing */
+  G729_ERROR_NULL = -3, /* a handle or buffer is missing */
+  G729_ERROR_COMPLEXITY = -4
 };
 
 typedef struct G729EncoderState G729EncoderState;
@@ -65,6 +66,12 @@ typedef struct G729DecoderState G729DecoderState;
 /* annexb: non-zero switches silence compression on. NULL without memory. */
 G729_API G729EncoderState* g729_encoder_create(int32_t annexb);
 G729_API void g729_encoder_destroy(G729EncoderState* encoder);
+
+/* How far the encoder searches from its next frame on: 0 (at the start) to G729_COMPLEXITY_MAX, each
+ * level better and slower than the one below it. Any decoder plays what comes out. Returns 0, or an
+ * error below 0, which leaves the level as it was. */
+enum { G729_COMPLEXITY_MAX = 3 };
+G729_API int32_t g729_encoder_set_complexity(G729EncoderState* encoder, int32_t complexity);
 
 /* Encodes samples[80] at 8 kbit/s. *size becomes 10 (speech), 2 (silence descriptor) or 0 (nothing
  * to send; bytes is then not touched). bytes has room for 10. */

@@ -1,9 +1,9 @@
-// The encoder fed with any samples at changing rates, with and without silence compression. What
-// holds: frames that the decoder takes, the same from every build, and the encoder's local
-// synthesis equal to the decoder's, double for double.
+// The encoder fed with any samples at changing rates and levels, with and without silence
+// compression. What holds: frames that the decoder takes, the same from every build, and the
+// encoder's local synthesis equal to the decoder's, double for double.
 //
-// Input: one byte for silence compression, then steps of one byte for signal and rate, one for the
-// count of frames, and what the signal needs.
+// Input: one byte for silence compression, then steps of one byte for signal, rate and level, one
+// for the count of frames, and what the signal needs.
 #include <cstring>
 
 #include "codec/dispatch.h"
@@ -29,6 +29,11 @@ class Call {
   }
   Call(const Call&) = delete;
   Call& operator=(const Call&) = delete;
+
+  void set_complexity(int level) {
+    encoder_.complexity = level;
+    for (G729EncoderState* build : builds_) build->target->set_complexity(build, level);
+  }
 
   void frame(const int16_t* samples, g729::Rate rate) {
     g729::SerialFrame serial;
@@ -112,6 +117,7 @@ void step(fuzz::Input* in, Call* call) {
   const int choice = in->byte();
   const int frames = 1 + in->byte() / 8;
   Signal signal(choice / 3 % 7, in);
+  call->set_complexity(choice / 21 % (1 + G729_COMPLEXITY_MAX));
   for (int f = 0; f < frames && !call->full(); ++f) {
     int16_t samples[kFrame];
     signal.frame(samples);

@@ -21,6 +21,7 @@ struct EncodeOptions {
   BatchOptions batch;
   bool raw = false;        // the input has no header: 8000 Hz, mono, 16 bit, little-endian
   std::string rate = "8";  // "6.4", "8" or "11.8"
+  int complexity = 0;      // 0..G729_COMPLEXITY_MAX
   std::string format;      // of the output: "g729", "bit", or empty for the suffix's
   bool annexb = false;
 };

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "codec/g729.h"
 #include "tools/commands.h"
 #include "tools/failure.h"
 #include "tools/files.h"
@@ -68,6 +69,9 @@ void add_encode(CLI::App* app, tool::EncodeOptions* options) {
   add_files(app, &options->names, "IN.wav... OUT.g729|OUT.bit|FOLDER|-");
   app->add_option("--rate", options->rate, "kbit/s: 6.4, 8 or 11.8")
       ->check(CLI::IsMember({"6.4", "8", "11.8"}));
+  app->add_option("--complexity", options->complexity,
+                  "0 (fastest) to 3 (best sound); 0 unless given")
+      ->check(number_from(0, G729_COMPLEXITY_MAX));
   app->add_flag("--annexb", options->annexb, "silence compression; needs a .bit output");
   app->add_flag("--raw", options->raw, "the input has no header: 8000 Hz mono, 16 bit LE");
   add_batch(app, &options->batch);

@@ -103,23 +103,23 @@ void dtx_update(DtxState* state, const double* r, bool vad) {
   if (state->fr_cur == 0 && vad) push_current(state);
 }
 
-DtxFrame dtx_encode_frame(DtxState* state, bool previous_vad, double* exc,
+DtxFrame dtx_encode_frame(DtxState* state, bool previous_vad, double level, double* exc,
                           std::span<double, kOrder> lsp_old_q, LspHistory* history) {
   NoiseFilter current;
   sum_current(*state, current.r);
   current.ener = solve(current.r, &state->levinson, current.a);
   state->energy[1] = state->energy[0];
-  state->energy[0] = current.ener;
+  state->energy[0] = current.ener * level;
 
   DtxFrame frame = {};
   const int nb_ener = previous_vad ? 1 : 2;
-  const double level = sid_gain_quantize(state->energy, nb_ener, &frame.sid.energy);
-  const bool send = previous_vad || decide(state, current, level);
+  const double quantized = sid_gain_quantize(state->energy, nb_ener, &frame.sid.energy);
+  const bool send = previous_vad || decide(state, current, quantized);
   if (send) {
     frame.type = kSid;
     state->flag_chang = false;
     state->count_fr0 = 0;
-    state->prev_energy = level;
+    state->prev_energy = quantized;
     code_spectrum(state, current, *history, &frame.sid);
   }
   const NoiseInput noise = {previous_vad ? kSpeech8k : kSid, send ? &frame.sid : nullptr, 0.0};

@@ -207,6 +207,10 @@ VadDecision vad_decide(VadState* state, const VadInput& in) {
   f.zc = zero_crossings(in.speech.data());
   for (int i = 0; i < kOrder; ++i) f.lsf[i] = in.lsf.data()[i] * kTwoPiInverse;
   f.sd = squared_distance(f.lsf, state->mean_lsf);
+  if (in.wait_for_sound && in.frame_count <= kInitFrames && f.energy < kEnergyFloor) {
+    state->prev_energy = f.energy;
+    return {false, f.energy, true};
+  }
   track_minimum(state, f.energy, in.frame_count);
 
   bool voice = false;
@@ -221,7 +225,7 @@ VadDecision vad_decide(VadState* state, const VadInput& in) {
     update_background(state, f, in.rc, in.frame_count);
   }
   state->prev_energy = f.energy;
-  return {voice, f.energy};
+  return {voice, f.energy, false};
 }
 
 }  // namespace KELG729F_TARGET

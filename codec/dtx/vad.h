@@ -36,10 +36,12 @@ struct VadInput {
   std::span<const double, kWindow> speech;   // the analysis buffer
   int frame_count;                           // 1 for the first frame
   bool prev_marker, pprev_marker;            // the last two decisions
+  bool wait_for_sound = false;               // silence at the start does not count
 };
 struct VadDecision {
   bool voice;
   double energy_db;  // full band
+  bool waited;       // the frame did not count
 };
 VadDecision vad_decide(VadState* state, const VadInput& in);
 

@@ -17,6 +17,7 @@
 #include "codec/dtx/vad.h"
 #include "codec/encoder/adaptive_codebook.h"
 #include "codec/encoder/frame_work.h"
+#include "codec/encoder/joint_search.h"
 #include "codec/encoder/lp_analysis.h"
 #include "codec/encoder/lsp_quantizer.h"
 #include "codec/encoder/mode_decision.h"
@@ -57,7 +58,9 @@ bool detect_voice(EncoderCoreState* state, const FrameWork& w, Rate rate) {
                                                         .speech = state->old_speech,
                                                         .frame_count = state->frame_counter,
                                                         .prev_marker = state->past_vad,
-                                                        .pprev_marker = state->past_past_vad});
+                                                        .pprev_marker = state->past_past_vad,
+                                                        .wait_for_sound = state->complexity > 0});
+  if (decision.waited) --state->frame_counter;
   const bool vad = music_detect(&state->music, {.rate = rate,
                                                 .rc = w.rc,
                                                 .lag_buf = state->lag_buf,
@@ -81,6 +84,11 @@ void quantize_spectrum(EncoderCoreState* state, FrameWork* w) {
   const double* const lsp_q = w->lsp_new_q.lsp_q;
   const double* const old = state->prev_lp_mode == kForward ? state->lsp_old_q : lsp_q;
   interpolate_quantized_lpc(old, lsp_q, w->forward_q);
+}
+
+void use_spectrum(const Spectra& spectra, int chosen, FrameWork* w) {
+  w->lsp_new_q = spectra.quantized[chosen];
+  copy_vector(spectra.filter[chosen], w->forward_q, kSubframes * kCoeffs);
 }
 
 void decide_mode(EncoderCoreState* state, FrameWork* w, Rate rate) {
@@ -152,24 +160,33 @@ void keep_spectrum(EncoderCoreState* state, const FrameWork& w, ParameterSet* se
   std::copy_n(w.lsp_new_q.ana, 2, set->lsp);
 }
 
-ParameterSet code_active_frame(EncoderCoreState* state, const FrameWork& w, Rate rate) {
+// spectra is null where the stages decide one by one.
+ParameterSet code_active_frame(EncoderCoreState* state, FrameWork* w, Rate rate,
+                               const Spectra* spectra) {
   ParameterSet set;
   set.type = static_cast<FrameType>(rate + 2);
-  set.lp_mode = w.lp_mode;
+  set.lp_mode = w->lp_mode;
   remember_decision(state, true);
   state->dtx.noise.noise_seed = kNoiseSeed;
-  if (w.lp_mode == kForward) keep_spectrum(state, w, &set);
   const int t_op = open_loop_pitch(state->old_wsp + kPitchMax);
   smooth_lag(state->lag_buf, t_op);
   LagRange range = first_lag_range(t_op);
-  for (int k = 0; k < kSubframes; ++k) set.subframe[k] = code_subframe(state, w, k, rate, &range);
-  backward_dominance_update(&state->mode.dominance, w.lp_mode, state->synthesis + kSynthesisPast);
+  if (spectra) {
+    use_spectrum(*spectra, search_jointly(state, w, *spectra, rate, range, set.subframe), w);
+    state->remarks |= w->lsp_new_q.remarks;
+  } else {
+    for (int k = 0; k < kSubframes; ++k)
+      set.subframe[k] = code_subframe(state, *w, k, rate, &range);
+  }
+  if (w->lp_mode == kForward) keep_spectrum(state, *w, &set);
+  backward_dominance_update(&state->mode.dominance, w->lp_mode, state->synthesis + kSynthesisPast);
   return set;
 }
 
 ParameterSet code_inactive_frame(EncoderCoreState* state, FrameWork* w) {
+  const double level = state->complexity > 0 ? kFullLevel : 1.0;
   const DtxFrame coded =
-      dtx_encode_frame(&state->dtx, state->past_vad, state->old_exc + kExcitationPast,
+      dtx_encode_frame(&state->dtx, state->past_vad, level, state->old_exc + kExcitationPast,
                        state->lsp_old_q, &state->freq_prev);
   state->remarks |= coded.noise.remarks;
   copy_vector(coded.noise.a, w->forward_q, kSubframes * kCoeffs);
@@ -226,13 +243,20 @@ ParameterSet encoder_process_frame(EncoderCoreState* state, std::span<const doub
                                    Rate rate) {
   FrameWork w;
   state->remarks = 0;
+  Spectra spectra;
+  const bool jointly = state->complexity > 0;
   double* const new_speech = state->old_speech + kNewSpeech;
   copy_vector(input.data(), new_speech, kFrame);
   // Only the voice activity detector looks beyond the order of the filter.
   analyse_spectrum(state, &w, state->dtx_enabled ? kAutocorrelations : kOrder);
   interpolate_unquantized(*state, &w);
   w.vad = state->dtx_enabled ? detect_voice(state, w, rate) : true;
-  if (w.vad) quantize_spectrum(state, &w);
+  if (w.vad && jointly) {
+    find_spectra(*state, lsf_new(w), kEffort[state->complexity - 1], &spectra);
+    use_spectrum(spectra, 0, &w);
+  } else if (w.vad) {
+    quantize_spectrum(state, &w);
+  }
   decide_mode(state, &w, rate);
   shift(state->synthesis, kSynthesisPast + kFrame, kSynthesisPast);
   copy_vector(w.lsp_new, state->lsp_old, kOrder);
@@ -240,7 +264,9 @@ ParameterSet encoder_process_frame(EncoderCoreState* state, std::span<const doub
   expand_bandwidth(&w);
   weight_speech(speech_of(state), w, state->old_wsp + kPitchMax);
   const ParameterSet set =
-      w.vad ? code_active_frame(state, w, rate) : code_inactive_frame(state, &w);
+      w.vad ? code_active_frame(state, &w, rate,
+                                jointly && w.lp_mode == kForward ? &spectra : nullptr)
+            : code_inactive_frame(state, &w);
   state->prev_lp_mode = w.lp_mode;
   shift_histories(state);
   return set;

@@ -30,6 +30,7 @@ inline constexpr int kNewSpeech = kWindow - kFrame;                // newest inp
 struct EncoderCoreState {
   bool dtx_enabled = false;  // silence may go untransmitted
   Remarks remarks = 0;       // on the last frame
+  int complexity = 0;        // how far to search, 0..kHighestComplexity
   int frame_counter = 0;     // see encode_frame
   BiquadMemory preproc_state = {};
 

@@ -86,12 +86,6 @@ int code_gains(EncoderCoreState* state, SubframeWork* s, Rate rate) {
   return index;
 }
 
-void push_pitch_gain(EncoderCoreState* state, double gain) {
-  double* buf = state->pgain_buf;
-  for (int i = 0; i < 4; ++i) buf[i] = buf[i + 1];
-  buf[4] = gain;
-}
-
 void run_synthesis(const LpFilter& filter, const double* excitation, double* out) {
   synthesis_filter({filter.a, filter.order}, excitation, out, kSubframe, out - filter.order, false);
 }
@@ -135,6 +129,12 @@ void finish_subframe(EncoderCoreState* state, const SubframeWork& s, Rate rate) 
 }
 
 }  // namespace
+
+void push_pitch_gain(EncoderCoreState* state, double gain) {
+  double* buf = state->pgain_buf;
+  for (int i = 0; i < 4; ++i) buf[i] = buf[i + 1];
+  buf[4] = gain;
+}
 
 SubframeParameters code_subframe(EncoderCoreState* state, const FrameWork& w, int k, Rate rate,
                                  LagRange* range) {

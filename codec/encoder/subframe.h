@@ -20,5 +20,8 @@ SubframeParameters code_subframe(EncoderCoreState* state, const FrameWork& w, in
 // error memories as coding it would have.
 void synthesize_noise_subframe(EncoderCoreState* state, const FrameWork& w, int k);
 
+// Shifts the recent pitch gains, which the music detector watches.
+void push_pitch_gain(EncoderCoreState* state, double gain);
+
 }  // namespace KELG729F_TARGET
 }  // namespace g729

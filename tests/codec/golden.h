@@ -15,10 +15,12 @@ struct GoldenHash {
 };
 
 // How a signal is coded: the rate (-1: a new one every few frames), silence compression, the share
-// of frames that the decoder loses, in 1/64, and what makes losses and rates those of another call.
+// of frames that the decoder loses, in 1/64, what makes losses and rates those of another call, and
+// the encoder's level (-1: level and silence compression change every few frames too).
 struct GoldenPlan {
   int rate;
   bool annexb;
   uint32_t loss;
   uint32_t call = 0;
+  int complexity = 0;
 };

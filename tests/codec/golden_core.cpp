@@ -59,6 +59,11 @@ GoldenHash golden_hash(const int16_t* samples, int frames, GoldenPlan plan) {
     const auto frame = static_cast<uint32_t>(f);
     const auto rate = static_cast<Rate>(
         plan.rate >= 0 ? plan.rate : static_cast<int>(scramble(frame / 7 + plan.call) % 3));
+    encoder->complexity = plan.complexity;
+    if (plan.complexity < 0) {
+      encoder->complexity = static_cast<int>(scramble(frame / 5 + 7) % 4);
+      encoder->dtx_enabled = scramble(frame / 11 + 3) % 2 != 0;
+    }
     SerialFrame serial;
     int16_t out[kFrame];
     encode_serial_frame(encoder, samples + f * kFrame, rate, &serial);

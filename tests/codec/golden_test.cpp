@@ -93,6 +93,9 @@ struct Case {
 const Case kOneCall[] = {
 #include "tests/codec/golden_table.inc"
 };
+const Case kLevels[] = {
+#include "tests/codec/golden_levels.inc"
+};
 const Case kManyCalls[] = {
 #include "tests/codec/golden_calls.inc"
 };
@@ -104,6 +107,7 @@ struct Table {
   bool with_state;
 };
 const Table kTables[] = {{one_call, kOneCall, "golden_table.inc", false},
+                         {one_call, kLevels, "golden_levels.inc", false},
                          {many_calls, kManyCalls, "golden_calls.inc", true}};
 
 TEST(Golden, EveryBuildGivesTheRecordedResults) {
@@ -138,7 +142,9 @@ TEST(Golden, TheTablesAreNotBeingRewritten) {
     for (const Case& c : table.cases) {
       const GoldenHash got = table.run(function_of((*g729::supported_targets())->name), c.plan);
       file << "{\"" << c.name << "\", {" << c.plan.rate << ", " << std::boolalpha << c.plan.annexb
-           << ", " << c.plan.loss << "}, {" << std::hex << std::uppercase << std::setfill('0');
+           << ", " << c.plan.loss;
+      if (c.plan.complexity != 0) file << ", 0, " << c.plan.complexity;
+      file << "}, {" << std::hex << std::uppercase << std::setfill('0');
       const char* before = "0x";
       for (const uint64_t value : {got.stream, got.synthesis, got.output}) {
         file << before << std::setw(16) << value;

@@ -46,3 +46,20 @@ def stoi(x, y, rate):
     b = np.minimum(b * norm(a) / norm(b), a * CLIP)
     a, b = (s - np.mean(s, axis=2, keepdims=True) for s in (a, b))
     return float(np.mean(np.sum(a / norm(a) * b / norm(b), axis=2)))
+
+
+def normalised(s):
+    """Each row, then each column of the segments free of its mean and of unit length."""
+    for axis in (2, 1):
+        s = s - np.mean(s, axis=axis, keepdims=True)
+        s = s / (np.linalg.norm(s, axis=axis, keepdims=True) + 1e-12)
+    return s
+
+
+def estoi(x, y, rate):
+    """Extended STOI (Jensen and Taal, 2016): spectra correlate too, not only envelopes."""
+    x, y = without_silence(*(signal.resample_poly(s, RATE, rate) for s in (x, y)))
+    a, b = (normalised(np.moveaxis(
+        np.lib.stride_tricks.sliding_window_view(band_levels(s), SEGMENT, axis=1), 1, 0))
+        for s in (x, y))
+    return float(np.mean(np.sum(a * b, axis=(1, 2))) / SEGMENT)

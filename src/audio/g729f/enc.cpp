@@ -43,7 +43,7 @@ G_DEFINE_TYPE(KelG729fEnc, kel_g729f_enc, GST_TYPE_AUDIO_ENCODER)
 
 namespace {
 
-enum { PROP_ANNEXB = 1, PROP_FRAMES, PROP_STATS };
+enum { PROP_ANNEXB = 1, PROP_FRAMES, PROP_STATS, PROP_COMPLEXITY };
 
 constexpr gint kDefaultFrames = 2;
 // As many as the base class can count in bytes.
@@ -69,6 +69,10 @@ gint32 frames_now(KelG729fEnc* enc) {
   return shared(enc->frames).load(std::memory_order_relaxed);
 }
 
+gint32 complexity_now(KelG729fEnc* enc) {
+  return shared(enc->complexity).load(std::memory_order_relaxed);
+}
+
 // The frames that the base class is asked to collect.
 gint64 collected_frames(KelG729fEnc* enc) {
   return std::min<gint64>(frames_now(enc), kMaxFrames);
@@ -91,6 +95,9 @@ static void kel_g729f_enc_set_property(GObject* object, guint id, const GValue* 
     case PROP_FRAMES:
       shared(enc->frames).store(g_value_get_int(value), std::memory_order_relaxed);
       break;
+    case PROP_COMPLEXITY:
+      shared(enc->complexity).store(g_value_get_int(value), std::memory_order_relaxed);
+      break;
     default:
       G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, pspec);
   }
@@ -105,6 +112,9 @@ static void kel_g729f_enc_get_property(GObject* object, guint id, GValue* value,
       break;
     case PROP_FRAMES:
       g_value_set_int(value, frames_now(enc));
+      break;
+    case PROP_COMPLEXITY:
+      g_value_set_int(value, complexity_now(enc));
       break;
     case PROP_STATS:
       g_value_take_boxed(value, stats_structure(enc->stats));
@@ -182,6 +192,7 @@ static Encoded encode_frames(KelG729fEnc* enc, const BufferMap& in, const Buffer
     gint16 samples[G729_FRAME_SAMPLES];
     std::memcpy(samples, in.data() + i * kPcmBytes, kPcmBytes);
     guint32 size = 0;
+    g729_encoder_set_complexity(enc->encoder, complexity_now(enc));
     g729_encoder_encode_frame(enc->encoder, samples, out.data() + done.bytes, &size);
     done.bytes += size;
     count_frame(enc->stats, size);
@@ -261,6 +272,12 @@ static void kel_g729f_enc_class_init(KelG729fEncClass* klass) {
       object_class, PROP_FRAMES,
       g_param_spec_int("frames", "Frames", "Number of 10ms frames to encode", 0, G_MAXINT,
                        kDefaultFrames, flags));
+  g_object_class_install_property(
+      object_class, PROP_COMPLEXITY,
+      g_param_spec_int("complexity", "Complexity",
+                       "How far to search: each level sounds better and takes longer", 0,
+                       G729_COMPLEXITY_MAX, 0,
+                       static_cast<GParamFlags>(flags | GST_PARAM_MUTABLE_PLAYING)));
   stats_install_property(object_class, PROP_STATS);
 
   GST_DEBUG_CATEGORY_INIT(g729fenc, "g729fenc", 0, "g729fenc");

@@ -13,6 +13,7 @@ struct KelG729fEnc {
   // Properties: written by any thread, read while encoding.
   gint32 annexb;
   gint32 frames;
+  gint32 complexity;
 
   EncoderStats stats;
   gboolean constant_rate;  // no silence compression since the start

@@ -1,0 +1,17 @@
+// Several lags of a subframe (clause 3.7), for the codebooks to decide between.
+#pragma once
+
+#include "codec/encoder/adaptive_codebook.h"
+#include "codec/encoder/complexity.h"
+
+namespace g729 {
+inline namespace KELG729F_TARGET {
+
+// The `count` lags of greatest interpolated normalized correlation, the best first, among those
+// that the subframe can send: what closed_loop_pitch finds the first of, with the same arguments.
+// Returns how many there are.
+int lag_candidates(const double* exc, Subframe xn, Subframe h, LagRange range, int i_subfr,
+                   Rate rate, int count, PitchLag lag[kMostLags]);
+
+}  // namespace KELG729F_TARGET
+}  // namespace g729

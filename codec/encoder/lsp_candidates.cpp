@@ -1,0 +1,122 @@
+#include "codec/encoder/lsp_candidates.h"
+
+#include <bit>
+#include <cstdint>
+
+#include "codec/dsp/math.h"
+#include "codec/dsp/simd/across.h"
+#include "codec/encoder/pool.h"
+
+namespace g729 {
+inline namespace KELG729F_TARGET {
+namespace {
+
+constexpr int kModes = 2;
+constexpr int kMostRows = 8;
+constexpr float kFarAway = 1e30F;
+
+// Codewords of both stages, and the error that they leave in the LSF domain.
+struct Codewords {
+  int mode, first, lower, upper;
+};
+
+using Rows = Pool<int, kMostRows>;
+
+// The nearest rows of the first stage. A row c has the score |c|^2 / 2 - t c, half of |c - t|^2 but
+// for |t|^2; single precision ranks them well enough.
+void nearest_rows(const double* target, int count, Rows* rows) {
+  alignas(64) float score[kFirstStage];
+  Float16 t[kOrder];
+  for (int j = 0; j < kOrder; ++j) t[j] = splat(static_cast<float>(target[j]));
+  for (int b = 0; b < kLspFirstStageBlocks.kCount; ++b) {
+    Float16 s = load(kLspFirstStageBlocks.half_square[b]);
+    for (int j = 0; j < kOrder; ++j) s = s - t[j] * load(kLspFirstStageBlocks.block[b][j]);
+    store(score + b * kFloatLanes, s);
+  }
+  // One after the other; a row once found is out.
+  while (rows->size() < count) {
+    Float16 least = load(score);
+    for (int b = kFloatLanes; b < kFirstStage; b += kFloatLanes)
+      least = smaller(least, load(score + b));
+    const Float16 limit = splat(smallest_lane(least));
+    uint64_t word[2] = {};
+    for (int b = 0; b < kLspFirstStageBlocks.kCount; ++b)
+      word[b / 4] |= uint64_t{lanes_at_most(load(score + b * kFloatLanes), limit)}
+                     << (b % 4 * kFloatLanes);
+    const int row = word[0] ? std::countr_zero(word[0]) : 64 + std::countr_zero(word[1]);
+    rows->offer(score[row], row);
+    score[row] = kFarAway;
+  }
+}
+
+// Row of the second stage whose columns from..from+4 come nearest to rest, weighted.
+int nearest_half(const double* rest, const double* weight, int from) {
+  constexpr int kBlocks = kLspSecondStageBlocks.kCount;
+  Float16 score[kBlocks];
+  for (int b = 0; b < kBlocks; ++b) {
+    Float16 s = splat(0.0F);
+    for (int j = from; j < from + kHalf; ++j) {
+      const Float16 d =
+          load(kLspSecondStageBlocks.block[b][j]) - splat(static_cast<float>(rest[j]));
+      s = s + splat(static_cast<float>(weight[j])) * d * d;
+    }
+    score[b] = s;
+  }
+  Float16 least = score[0];
+  for (int b = 1; b < kBlocks; ++b) least = smaller(least, score[b]);
+  const Float16 limit = splat(smallest_lane(least));
+  for (int b = 0; b < kBlocks; ++b)
+    if (const unsigned lanes = lanes_at_most(score[b], limit)) {
+      return b * kFloatLanes + __builtin_ctz(lanes);
+    }
+  return 0;
+}
+
+double distortion(const Codewords& c, const double* target, const double* weight) {
+  double buf[kOrder];
+  lsp_codevector(c.first, c.lower, c.upper, buf);
+  if (lsp_least_gap(buf) < kSpread1) {
+    lsp_spread(buf, 1, kOrder, kSpread1);
+    lsp_spread(buf, 1, kOrder, kSpread2);
+  }
+  double sum = 0.0;
+  for (int j = 0; j < kOrder; ++j) {
+    const double d = (buf[j] - target[j]) * kSpeechPredictor[c.mode].sum[j];
+    sum += d * d * weight[j];
+  }
+  return sum;
+}
+
+void complete(const Codewords& c, const LspHistory& history, QuantizedLsp* candidate) {
+  candidate->ana[0] = c.mode * kFirstStage + c.first;
+  candidate->ana[1] = c.lower * kSecondStage + c.upper;
+  double lsf_q[kOrder];
+  candidate->remarks = lsp_reconstruct(candidate->ana, history, candidate->residual, lsf_q);
+  cosine(lsf_q, candidate->lsp_q, kOrder);
+}
+
+}  // namespace
+
+int lsp_candidates(const LspHistory& history, std::span<const double, kOrder> lsf,
+                   const Effort& effort, QuantizedLsp candidate[kMostSpectra]) {
+  double weight[kOrder];
+  lsf_weights(lsf.data(), weight);
+  Pool<Codewords, kMostSpectra> best(effort.spectra);
+  for (int m = 0; m < kModes; ++m) {
+    double target[kOrder], rest[kOrder];
+    lsp_residual(kSpeechPredictor[m], history, lsf.data(), target);
+    Rows rows(effort.spectrum_rows);
+    nearest_rows(target, effort.spectrum_rows, &rows);
+    for (const auto& row : rows) {
+      for (int j = 0; j < kOrder; ++j) rest[j] = target[j] - kLspFirstStage[row.value][j];
+      const Codewords c = {m, row.value, nearest_half(rest, weight, 0),
+                           nearest_half(rest, weight, kHalf)};
+      best.offer(distortion(c, target, weight), c);
+    }
+  }
+  for (int i = 0; i < best.size(); ++i) complete(best[i].value, history, candidate + i);
+  return best.size();
+}
+
+}  // namespace KELG729F_TARGET
+}  // namespace g729
