@@ -32,14 +32,6 @@ TEST(OpenLoopPitch, ScreeningChangesNothing) {
   for (int n : by_section) EXPECT_GT(n, 50);
 }
 
-// Pulses 10 apart: equal peaks in all sections, and several in each.
-TEST(OpenLoopPitch, TiesGoToTheShortestSectionAndItsLargestLag) {
-  double x[kPitchMax + kFrame] = {};
-  EXPECT_EQ(open_loop_pitch(x + kPitchMax), kPitchMax) << "silence has nothing to favour";
-  for (int n = 0; n < kPitchMax + kFrame; n += 10) x[n] = 100.0;
-  EXPECT_EQ(open_loop_pitch(x + kPitchMax), 30);
-}
-
 }  // namespace
 }  // namespace KELG729F_TARGET
 }  // namespace g729

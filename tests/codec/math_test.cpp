@@ -35,21 +35,6 @@ TEST(Math, Ends) {
   EXPECT_DOUBLE_EQ(log10_of(1e-38), -38.0);
 }
 
-TEST(Math, ArraysEqualScalars) {
-  std::mt19937 random(2);
-  std::uniform_real_distribution<double> unit(-1.0, 1.0);
-  for (int n = 0; n <= 27; ++n) {
-    double x[27], angle[27], a[27], c[27];
-    for (int i = 0; i < n; ++i) angle[i] = M_PI * std::abs(x[i] = unit(random));
-    arc_cosine(x, a, n);
-    cosine(angle, c, n);
-    for (int i = 0; i < n; ++i) {
-      EXPECT_EQ(a[i], arc_cosine(x[i]));
-      EXPECT_EQ(c[i], cosine(angle[i]));
-    }
-  }
-}
-
 }  // namespace
 }  // namespace KELG729F_TARGET
 }  // namespace g729
