@@ -104,6 +104,8 @@ TEST(Plugin, OwnProperties) {
   using Names = std::set<std::string>;
   EXPECT_EQ(own_properties("kelg729fenc"),
             (Names{"annexb=false Annex B: Use Annex B 231",
+                   "complexity=0 Complexity: How far to search: each level sounds better and takes "
+                   "longer 4327 0..3",
                    "frames=2 Frames: Number of 10ms frames to encode 231 0..2147483647", "stats"}));
   EXPECT_EQ(own_properties("kelg729fdec"), (Names{"stats"}));
 }
@@ -111,12 +113,14 @@ TEST(Plugin, OwnProperties) {
 TEST(Plugin, PropertiesKeepWhatTheyAreGiven) {
   Object<GstElement> element(
       GST_ELEMENT(gst_object_ref_sink(gst_element_factory_make("kelg729fenc", nullptr))));
-  g_object_set(element.get(), "annexb", TRUE, "frames", 7, nullptr);
+  g_object_set(element.get(), "annexb", TRUE, "frames", 7, "complexity", 2, nullptr);
   gboolean annexb = FALSE;
-  gint frames = 0;
-  g_object_get(element.get(), "annexb", &annexb, "frames", &frames, nullptr);
+  gint frames = 0, complexity = 0;
+  g_object_get(element.get(), "annexb", &annexb, "frames", &frames, "complexity", &complexity,
+               nullptr);
   EXPECT_TRUE(annexb);
   EXPECT_EQ(frames, 7);
+  EXPECT_EQ(complexity, 2);
 }
 
 }  // namespace
