@@ -11,7 +11,7 @@ using namespace std::string_literals;
 
 std::string big(uint64_t value, int bytes) {
   std::string text;
-  while (bytes-- > 0) text += static_cast<char>(value >> 8 * bytes);
+  while (bytes-- > 0) text += static_cast<char>(bytes < 8 ? value >> 8 * bytes : 0);
   return text;
 }
 
