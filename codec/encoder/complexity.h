@@ -11,7 +11,7 @@ inline constexpr int kHighestComplexity = 3;
 
 struct Effort {
   int spectrum_rows;              // first-stage rows of each predictor that get a second stage
-  int spectra;                    // quantised spectra that the subframes decide between
+  int spectra;                    // quantized spectra that the subframes decide between
   int lags[kSubframes];           // lags of each path
   int pairs[kSubframes];          // pairs of path and lag whose fixed codebook is searched
   int starts;                     // codewords that each of these searches refines
@@ -23,8 +23,8 @@ struct Effort {
 
 inline constexpr Effort kEffort[kHighestComplexity] = {
     // rows, spectra, lags, pairs, starts, sweeps, threshold, gains, survivors
-    {2, 1, {1, 1}, {1, 1}, 2, 1, 0.2, {2, 2}, 1},
-    {4, 2, {3, 2}, {3, 3}, 2, 2, 0.2, {8, 8}, 3},
+    {2, 1, {2, 2}, {1, 1}, 2, 1, 0.2, {2, 2}, 1},
+    {4, 2, {3, 2}, {3, 4}, 2, 1, 0.2, {8, 8}, 4},
     {8, 6, {4, 4}, {12, 12}, 4, 2, 0.1, {32, 16}, 10},
 };
 
