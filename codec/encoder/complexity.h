@@ -25,7 +25,7 @@ inline constexpr Effort kEffort[kHighestComplexity] = {
     // rows, spectra, lags, pairs, starts, sweeps, threshold, gains, survivors
     {2, 1, {2, 2}, {1, 1}, 2, 1, 0.2, {2, 2}, 1},
     {4, 2, {3, 2}, {3, 4}, 2, 1, 0.2, {8, 8}, 4},
-    {8, 6, {4, 4}, {12, 12}, 4, 2, 0.1, {32, 16}, 10},
+    {8, 6, {4, 4}, {11, 10}, 4, 2, 0.1, {24, 16}, 10},
 };
 
 // What level 1 and above need at most.
