@@ -11,10 +11,10 @@ namespace tool {
 
 class Parity {
  public:
-  // Looks at speech of 6.4 and 8 kbit/s, where six bits of the lag (G.729 clause 3.7.2) and their
-  // parity stand behind the 18 bits of the LSPs.
+  // Looks at speech of 8 kbit/s, where six bits of the lag (G.729 clause 3.7.2) and their parity
+  // stand behind the 18 bits of the LSPs. There is no parity at 6.4 kbit/s.
   void look(const Frame& frame) {
-    if ((frame.bits() != 64 && frame.bits() != 80) || frame.erased()) return;
+    if (frame.bits() != 80 || frame.erased()) return;
     constexpr size_t kLag = 2 + 18;
     constexpr size_t kParity = kLag + 8;
     int ones = frame.words[kParity] == G729_SERIAL_ONE;

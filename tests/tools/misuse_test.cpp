@@ -157,6 +157,8 @@ TEST_F(Misuse, WhatIsNoSpeechIsRemarkedOn) {
     EXPECT_NE(result.err.find("wrong parity bit; this is hardly G.729"), std::string::npos);
   }
   EXPECT_EQ(run("kelg729f info good.g729").err, "");
+  run_well("kelg729f encode --rate 6.4 voice.wav low.bit");  // without parity
+  EXPECT_EQ(run("kelg729f info low.bit").err, "");
   run_well("kelg729f info --json good.g729 good.bit >x.json");
   EXPECT_NE(contents(folder / "x.json").find("\"parity_errors\": 0"), std::string::npos);
 }
