@@ -76,4 +76,32 @@ INSTANTIATE_TEST_SUITE_P(
                      testing::Values(GST_STATE_PAUSED, GST_STATE_READY, GST_STATE_NULL),
                      testing::Bool()));
 
+// Stops the element `data` when its streaming thread is about to begin noise.
+void stop_at_noise(GstDebugCategory*, GstDebugLevel, const gchar*, const gchar*, gint, GObject*,
+                   GstDebugMessage* message, gpointer data) {
+  if (g_strcmp0(gst_debug_message_get(message), "start DTX transmission") != 0) return;
+  auto* element = static_cast<GstElement*>(data);
+  const Object<GstPad> pad(gst_element_get_static_pad(element, "src"));
+  std::thread(gst_element_set_state, element, GST_STATE_READY).detach();
+  while (gst_pad_is_active(pad.get())) g_usleep(100);
+}
+
+// Noise that comes too late for its run is none of the next one's, which has no caps yet.
+TEST(BlockedStart, NoiseEndsWithTheRun) {
+  Live live;
+  GstElement* element = live.h->element;
+  gst_debug_remove_log_function(gst_debug_log_default);
+  gst_debug_add_log_function(stop_at_noise, element, nullptr);
+  gst_debug_set_threshold_for_name("g729fdec", GST_LEVEL_DEBUG);
+  live.push(2, 0);
+  gst_debug_unset_threshold_for_name("g729fdec");
+  gst_debug_remove_log_function(stop_at_noise);
+  gst_debug_add_log_function(gst_debug_log_default, nullptr, nullptr);
+
+  ASSERT_EQ(gst_element_set_state(element, GST_STATE_READY), GST_STATE_CHANGE_SUCCESS);
+  ASSERT_EQ(gst_element_set_state(element, GST_STATE_PLAYING), GST_STATE_CHANGE_SUCCESS);
+  g_usleep(2000);
+  EXPECT_FALSE(live.waiting());
+}
+
 }  // namespace

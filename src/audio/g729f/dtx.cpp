@@ -160,7 +160,7 @@ void kel_g729f_dtx_start(KelG729fDec* dec) {
   if (!running(dec)) return;
   GST_DEBUG_OBJECT(dec, "start DTX transmission");
   g_mutex_lock(&dec->lock);
-  dec->dtx_active = 1;
+  dec->dtx_active = running(dec);  // the element may have stopped before the lock was ours
   dec->dtx_run++;
   g_cond_signal(&dec->cond);
   g_mutex_unlock(&dec->lock);
