@@ -54,6 +54,7 @@ GstFlowReturn speech_source_create(GstPushSrc* base, GstBuffer** buffer) {
   while (shared.epoch == 0) sleep_until(now_ns() + kStartPoll);
   Call* call = source->call;
   if (call->start == 0) call->start = shared.epoch + call->phase;
+  if (call->start == kFromNow) call->start = now_ns() + kTick - call->next * kTick;
   // A pause moves the base time.
   const GstClockTime base_time = gst_element_get_base_time(GST_ELEMENT(base));
   if (source->first_base == 0) source->first_base = base_time;
@@ -190,7 +191,7 @@ void prepare(Call* call, const std::string& launch) {
 }
 
 void start_again(Call* call) {
-  call->start = now_ns() + kTick - call->next * kTick;
+  call->start = kFromNow;
 }
 
 void play(Call* call, bool udp) {

@@ -15,6 +15,7 @@ namespace bench {
 
 constexpr gint64 kNsPerSecond = 1000000000;
 constexpr gint64 kTick = 20000000;  // ns between the buffers of a call
+constexpr gint64 kFromNow = -1;     // as a call's start
 constexpr int kFramesPerBuffer = 2;
 constexpr gsize kPcmBytes = kFramesPerBuffer * G729_FRAME_SAMPLES * sizeof(gint16);
 
@@ -65,7 +66,7 @@ struct Shared {
 };
 extern Shared shared;
 
-// A call whose pipeline is made anew goes on from now.
+// A call whose pipeline is made anew goes on when that plays.
 void start_again(Call* call);
 
 // Prints the text behind the program's name and ends it.
