@@ -155,6 +155,9 @@ TEST(Defaults, Decoder) {
   push(10, 16);
   push(10, 40);
   g729_decoder_destroy(decoder);
+  EXPECT_EQ(gst_harness_query_latency(live.h.get()), 0u);
+  Caps caps(gst_pad_get_current_caps(live.h->sinkpad)), want(gst_caps_from_string(kRawCaps));
+  EXPECT_TRUE(gst_caps_is_strictly_equal(caps.get(), want.get()));
   EXPECT_EQ(output.trace.str(),
             " 160@0+10D 320@10+20 gap@30+20 160@50+10 gap@60+20 320@90+20 160@110+10 160@120+10 "
             "160@130+10 160@140+10 gap@130+20 160@150+10 160@160+10 160@160+10 160@400+10");

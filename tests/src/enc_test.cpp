@@ -71,6 +71,17 @@ TEST(Encoder, NoFramesAndTheMostFramesReachTheEnd) {
   }
 }
 
+// The first sample of a buffer waits for all of it, and then for the 5 ms of look-ahead.
+TEST(Encoder, Latency) {
+  for (const int frames : {1, 2, 6}) {
+    Harness h = make_encoder(frames);
+    const GstClockTime own = static_cast<guint>(frames) * kTick + 5 * GST_MSECOND;
+    EXPECT_EQ(gst_harness_query_latency(h.get()), own);
+    gst_harness_set_upstream_latency(h.get(), 7 * GST_MSECOND);
+    EXPECT_EQ(gst_harness_query_latency(h.get()), own + 7 * GST_MSECOND);
+  }
+}
+
 TEST(Encoder, StartsAfresh) {
   Harness h = make_encoder();
   std::vector<guint8> first;

@@ -33,9 +33,8 @@ struct OfBoth : testing::TestWithParam<Kind> {
                            [](const auto& info) { return std::string(info.param.name); })
 
 inline void send_caps(GstHarness* h, const std::string& text) {
-  GstCaps* caps = gst_caps_from_string(text.c_str());
-  gst_harness_push_event(h, gst_event_new_caps(caps));
-  gst_caps_unref(caps);
+  const Caps caps(gst_caps_from_string(text.c_str()));
+  gst_harness_push_event(h, gst_event_new_caps(caps.get()));
 }
 
 inline void send_stream(GstHarness* h, const char* caps) {

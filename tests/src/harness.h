@@ -22,10 +22,11 @@ struct HarnessEnd {
 };
 using Harness = std::unique_ptr<GstHarness, HarnessEnd>;
 
-struct BufferEnd {
-  void operator()(GstBuffer* buffer) const { gst_buffer_unref(buffer); }
+struct MiniObjectEnd {
+  void operator()(gpointer object) const { gst_mini_object_unref(GST_MINI_OBJECT_CAST(object)); }
 };
-using Buffer = std::unique_ptr<GstBuffer, BufferEnd>;
+using Buffer = std::unique_ptr<GstBuffer, MiniObjectEnd>;
+using Caps = std::unique_ptr<GstCaps, MiniObjectEnd>;
 
 struct ObjectEnd {
   void operator()(gpointer object) const { gst_object_unref(object); }

@@ -53,11 +53,8 @@ TEST(Plugin, Factories) {
       GstPadTemplate* of = gst_element_get_pad_template(element.get(), pad);
       ASSERT_TRUE(of);
       EXPECT_EQ(GST_PAD_TEMPLATE_PRESENCE(of), GST_PAD_ALWAYS);
-      GstCaps* have = gst_pad_template_get_caps(of);
-      GstCaps* want = gst_caps_from_string(caps);
-      EXPECT_TRUE(gst_caps_is_strictly_equal(have, want));
-      gst_caps_unref(want);
-      gst_caps_unref(have);
+      const Caps have(gst_pad_template_get_caps(of)), want(gst_caps_from_string(caps));
+      EXPECT_TRUE(gst_caps_is_strictly_equal(have.get(), want.get()));
     }
   }
 }

@@ -92,34 +92,28 @@ class Call {
   static GstClockTime ms(int time) { return static_cast<GstClockTime>(time) * GST_MSECOND; }
 
   void happen() {
-    switch (below(13)) {
+    switch (below(9)) {
       case 0:
         return pause(below(2), below(3) == 0);
       case 1:
-        return do_step("flush");
-      case 2:
-        return do_step("segment@", below(2) * 5);
-      case 3:
-        return do_step("ready");
-      case 4:
-        do_step("eos");
-        return do_step("flush");
-      case 5:
         sent_ += 20;
         return do_step("hole@", sent_ - 20, "+20");
-      case 6:
+      case 2:
         return do_step("hush@", sent_, "+", below(30));
-      case 7:
+      case 3:
         return do_step("4@", sent_);
-      case 8:
+      case 4:
         return pass(1 + below(100), true);
-      case 9:
+      case 5:
         plc_ = !plc_;
         return do_step("plc=", plc_);
-      case 10:
+      case 6:
         return do_step("latency=", 60 + below(60), "/", below(80));
-      default:
+      case 7:
         return hold();
+      default:
+        constexpr const char* kNews[] = {"flush", "segment@0", "segment@5", "ready", "eos flush"};
+        return do_step(kNews[below(5)]);
     }
   }
   void pause(bool moves_base, bool other_clock) {
@@ -132,12 +126,8 @@ class Call {
     sent_ += length;
   }
   void hold() {
-    constexpr const char* kEnds[] = {"flush", "ready", "let-go"};
-    const char* end = kEnds[below(3)];
-    do_step("hold=", below(2));
-    do_step(end);
-    if (end != kEnds[2]) do_step("let-go");
-    do_step("flush");
+    constexpr const char* kEnds[] = {"flush let-go", "ready let-go", "let-go"};
+    do_step("hold=", below(2), " ", kEnds[below(3)], " flush");
     since_ = 0;
     now_ += 100;  // the clock may have been turned to the next packet of noise
     do_step("t+100");

@@ -49,33 +49,20 @@ bool heap_is_counted() {
 // differ in attributes; without them any C library's will do.
 #pragma GCC visibility push(default)
 extern "C" {
-void* malloc(size_t size) {
-  return counted<void*>("malloc", size);
-}
-void* calloc(size_t count, size_t size) {
-  return counted<void*>("calloc", count, size);
-}
-void* realloc(void* block, size_t size) {
-  return counted<void*>("realloc", block, size);
-}
-void* reallocarray(void* block, size_t count, size_t size) {
-  return counted<void*>("reallocarray", block, count, size);
-}
-void* aligned_alloc(size_t alignment, size_t size) {
-  return counted<void*>("aligned_alloc", alignment, size);
-}
-void* memalign(size_t alignment, size_t size) {
-  return counted<void*>("memalign", alignment, size);
-}
-int posix_memalign(void** block, size_t alignment, size_t size) {
-  return counted<int>("posix_memalign", block, alignment, size);
-}
-void* valloc(size_t size) {
-  return counted<void*>("valloc", size);
-}
-void* pvalloc(size_t size) {
-  return counted<void*>("pvalloc", size);
-}
+#define COUNTED(result, name, parameters, ...)  \
+  result name parameters {                      \
+    return counted<result>(#name, __VA_ARGS__); \
+  }
+COUNTED(void*, malloc, (size_t size), size)
+COUNTED(void*, calloc, (size_t count, size_t size), count, size)
+COUNTED(void*, realloc, (void* block, size_t size), block, size)
+COUNTED(void*, reallocarray, (void* block, size_t count, size_t size), block, count, size)
+COUNTED(void*, aligned_alloc, (size_t alignment, size_t size), alignment, size)
+COUNTED(void*, memalign, (size_t alignment, size_t size), alignment, size)
+COUNTED(int, posix_memalign, (void** block, size_t alignment, size_t size), block, alignment, size)
+COUNTED(void*, valloc, (size_t size), size)
+COUNTED(void*, pvalloc, (size_t size), size)
+#undef COUNTED
 }
 #pragma GCC visibility pop
 

@@ -77,20 +77,6 @@ std::string pcap(const Packets& packets, int link = 1, size_t longest = 65535) {
   return file;
 }
 
-std::string pcapng(const Packets& packets) {
-  std::string file = little(0x0A0D0D0A, 4) + little(28, 4) + little(0x1A2B3C4D, 4) + little(1, 4) +
-                     std::string(8, '\xFF') + little(28, 4) + little(1, 4) + little(20, 4) +
-                     little(1, 8) + little(20, 4);
-  for (const auto& [time, packet] : packets) {
-    const std::string padded = packet + std::string(-packet.size() % 4, 0);
-    const auto micros = static_cast<uint64_t>(std::llround(1e6 * time));
-    const std::string size = little(32 + padded.size(), 4);
-    file += little(6, 4) + size + little(0, 4) + little(micros >> 32, 4) + little(micros, 4) +
-            little(packet.size(), 4) + little(packet.size(), 4) + padded + size;
-  }
-  return file;
-}
-
 std::string ethernet(const std::string& ip) {
   return std::string(12, 'e') + "\x08\0"s + ip;
 }
@@ -153,7 +139,6 @@ TEST_F(CaptureTest, EveryWrappingHoldsTheSameCall) {
   for (const auto& [link, wrap] : wrappings) {
     EXPECT_EQ(decoded(pcap(call(wrap), link)), clean) << "link " << link;
   }
-  EXPECT_EQ(decoded(pcapng(call(wrappings[0].second))), clean);
 }
 
 TEST_F(CaptureTest, OrderAndDuplicatesMakeNoDifferenceAndAreCounted) {
