@@ -28,11 +28,13 @@ void put_big(uint32_t value, size_t size, Packet* to) {
   while (size-- > 0) to->push_back(static_cast<uint8_t>(value >> 8 * size));
 }
 
-// RTP in UDP in IPv4, numbered by turns; the input says what departs from that.
-Packet rtp_packet(fuzz::Input* in, uint32_t* number) {
+// RTP in UDP in IPv4, numbered by turns; the input says what departs from that. again: with an
+// earlier packet's 20 bytes in front (RFC 2198).
+Packet rtp_packet(fuzz::Input* in, uint32_t* number, bool again) {
   const int choice = in->byte();
   *number += static_cast<uint32_t>(choice % 4);
-  const auto size = static_cast<uint32_t>((choice & 16 ? 20 : 10) + choice / 4 % 4 * 2);
+  const auto speech = static_cast<uint32_t>((choice & 16 ? 20 : 10) + choice / 4 % 4 * 2);
+  const uint32_t size = speech + (again ? 25 : 0);
   const uint32_t from = choice & 32 ? 1 : 2;
   Packet p;
   put_big(0x45000000 + 40 + size, 4, &p);
@@ -42,11 +44,15 @@ Packet rtp_packet(fuzz::Input* in, uint32_t* number) {
   put_big(0x0A000000 + 3 - from, 4, &p);
   put_big(0x01000100, 4, &p);
   put_big((20 + size) << 16, 4, &p);
-  put_big(0x8012, 2, &p);
+  put_big(again ? 0x8060 : 0x8012, 2, &p);
   put_big(*number, 2, &p);
   put_big(160 * *number + (choice & 64 ? 80U * in->byte() : 0), 4, &p);
   put_big(choice & 128 ? 7 : 9, 4, &p);
-  for (uint32_t i = 0; i < size; ++i) p.push_back(in->byte());
+  if (again) {
+    put_big(0x92000000 | 160U * (in->byte() % 100U) << 10 | 20, 4, &p);
+    p.push_back(0x12);
+  }
+  while (p.size() < 40 + size) p.push_back(in->byte());
   return p;
 }
 
@@ -62,6 +68,12 @@ void check_parser(const Packet& packet) {
   }
   const auto rtp = tool::parse_rtp(packet, true);
   fuzz::expect(!rtp || inside(rtp->payload, packet), "a payload within its datagram");
+  const auto parts = tool::parse_redundant(packet, 18);
+  if (!parts) return;
+  for (const auto& [age, payload] : parts->earlier) {
+    fuzz::expect(inside(payload, packet), "an earlier payload within its packet");
+  }
+  fuzz::expect(inside(parts->own, packet), "a payload within its packet");
 }
 
 Packet file_of_packets(fuzz::Input* in, int choice) {
@@ -76,8 +88,8 @@ Packet file_of_packets(fuzz::Input* in, int choice) {
   while (!in->done()) {
     const int kind = in->byte();
     time += in->byte() * uint64_t{5'000'000};
-    const Packet packet =
-        kind % 4 ? rtp_packet(in, &number) : in->bytes(static_cast<size_t>(kind / 4));
+    const Packet packet = kind % 4 ? rtp_packet(in, &number, kind % 32 > 24)
+                                   : in->bytes(static_cast<size_t>(kind / 4));
     check_parser(packet);
     put(static_cast<uint32_t>(time / 1'000'000'000), 4, &file);
     put(static_cast<uint32_t>(time % 1'000'000'000), 4, &file);

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -72,7 +73,9 @@ struct RatingOptions {
 
 Exit run_encode(const EncodeOptions& options);
 Exit run_decode(const DecodeOptions& options);
-Exit decode_capture(const Job& job, const DecodeOptions& options);
+// others: outputs that belong to other inputs.
+Exit decode_capture(const Job& job, const DecodeOptions& options,
+                    const std::set<std::string>& others);
 Exit run_info(const InfoOptions& options);
 Exit run_compare(const CompareOptions& options);
 Exit run_rating(const RatingOptions& options);

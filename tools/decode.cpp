@@ -1,8 +1,9 @@
 #include <array>
 #include <cstdint>
 #include <filesystem>
-#include <memory>
+#include <set>
 #include <string>
+#include <vector>
 
 #include "codec/g729.h"
 #include "tools/batch.h"
@@ -45,7 +46,7 @@ Exit decode_stream(const Job& job, StreamFormat format, const DecodeOptions& opt
   WavWriter wav(output, 1, options.raw);
   Channel channel(options);
   Parity parity;
-  const DecoderHandle decoder(g729_decoder_create());
+  const DecoderHandle decoder = make_decoder();
   {
     Progress progress(input.name(), options.batch.threads == 1);
     Frame frame;
@@ -53,7 +54,7 @@ Exit decode_stream(const Job& job, StreamFormat format, const DecodeOptions& opt
     while (reader.next(&frame)) {
       parity.look(frame);
       channel.pass(&frame);
-      g729_decoder_decode_serial(decoder.get(), frame.words.data(), samples);
+      decode(decoder, frame, samples);
       wav.write(samples, G729_FRAME_SAMPLES);
       progress.update(reader.progress());
     }
@@ -64,10 +65,11 @@ Exit decode_stream(const Job& job, StreamFormat format, const DecodeOptions& opt
   return report(reader, channel, parity, input.name());
 }
 
-Exit decode_file(const Job& job, const DecodeOptions& options) {
+Exit decode_file(const Job& job, const DecodeOptions& options,
+                 const std::set<std::string>& outputs) {
   const StreamFormat format = stream_format(job.input, options.format);
   if (!options.raw) check_output(job.output);
-  if (format == StreamFormat::capture) return decode_capture(job, options);
+  if (format == StreamFormat::capture) return decode_capture(job, options, outputs);
   if (options.stereo) {
     throw Failure(Exit::usage, job.input + ": --stereo is for captures; a stream has one channel");
   }
@@ -79,8 +81,11 @@ Exit decode_file(const Job& job, const DecodeOptions& options) {
 Exit run_decode(const DecodeOptions& options) {
   claim_standard_output();
   loss_model(options);  // refuses what no model can do before anything is written
-  return run_jobs(plan_jobs(options.names, options.raw ? ".raw" : ".wav"), options.batch,
-                  [&](const Job& job) { return decode_file(job, options); });
+  const std::vector<Job> jobs = plan_jobs(options.names, options.raw ? ".raw" : ".wav");
+  std::set<std::string> outputs;
+  for (const Job& job : jobs) outputs.insert(job.output);
+  return run_jobs(jobs, options.batch,
+                  [&](const Job& job) { return decode_file(job, options, outputs); });
 }
 
 }  // namespace tool

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -69,7 +70,7 @@ class Player {
     parity_.look(frame);
     channel_.pass(&frame);
     int16_t samples[G729_FRAME_SAMPLES];
-    g729_decoder_decode_serial(decoder_.get(), frame.words.data(), samples);
+    decode(decoder_, frame, samples);
     give(samples, G729_FRAME_SAMPLES);
     return true;
   }
@@ -84,7 +85,7 @@ class Player {
       silent_ = 0;
     }
     playout_.emplace(stream, longest_pause_);
-    decoder_.reset(g729_decoder_create());
+    decoder_ = make_decoder();
     return true;
   }
 
@@ -176,7 +177,8 @@ Exit report(const Capture& capture, const std::string& name) {
 
 }  // namespace
 
-Exit decode_capture(const Job& job, const DecodeOptions& options) {
+Exit decode_capture(const Job& job, const DecodeOptions& options,
+                    const std::set<std::string>& others) {
   const InputFile input(job.input);
   const Capture capture = read_capture(input, options.capture);
   const auto groups = recordings(capture, options.stereo);
@@ -188,6 +190,13 @@ Exit decode_capture(const Job& job, const DecodeOptions& options) {
     throw Failure(Exit::usage, input.name() + ": holds " + std::to_string(groups.size()) +
                                    " recordings; choose by --ssrc, join by --stereo, or name a"
                                    " file instead of standard output");
+  }
+  for (size_t i = 0; i < groups.size(); ++i) {
+    const std::string path = numbered(job.output, i + 1);
+    check_job({job.input, path});
+    if (others.contains(path)) {
+      throw Failure(Exit::usage, path + ": two inputs would be written there; rename one");
+    }
   }
   for (size_t i = 0; i < groups.size(); ++i) {
     const std::string path = numbered(job.output, i + 1);

@@ -48,6 +48,8 @@ Exit encode_file(const Job& job, const EncodeOptions& options) {
   OutputFile output(job.output);
   const std::unique_ptr<G729EncoderState, EncoderDeleter> encoder(
       g729_encoder_create(options.annexb));
+  g729_encoder_set_remark_function(
+      encoder.get(), [](void*, const char*) {}, nullptr);
   g729_encoder_set_complexity(encoder.get(), options.complexity);
   Progress progress(input.name(), options.batch.threads == 1);
   const int32_t rate = rate_code(options.rate);

@@ -76,22 +76,11 @@ size_t remember_unfinished(const std::string& path) {
   return slot;
 }
 
-// Throws Failure for a job that would destroy its own input.
-void check_job(const Job& job) {
-  if (job.input.empty() || job.output.empty()) {
-    throw Failure(Exit::usage, "a file name is empty; is a shell variable unset?");
-  }
-  std::error_code missing;
-  if (fs::equivalent(job.input, job.output, missing)) {
-    throw Failure(Exit::usage, job.output + ": is the input too; name another output");
-  }
-}
-
 void make_folder(const std::string& path) {
-  if (fs::exists(path) || path == "-" || fs::path(path).has_extension()) {
+  std::error_code error;
+  if (fs::exists(path, error) || path == "-" || fs::path(path).has_extension()) {
     throw Failure(Exit::usage, path + ": not a folder; several inputs need a folder at the end");
   }
-  std::error_code error;
   fs::create_directories(path, error);
   if (error) throw Failure(Exit::output, path + ": cannot make folder: " + error.message());
 }
@@ -100,8 +89,10 @@ std::vector<Job> pair_up(const std::vector<std::string>& names, const std::strin
   const std::string& last = names.back();
   const bool several = names.size() > 2;
   const bool ends_in_slash = !last.empty() && last.back() == '/';
-  if (!several && !ends_in_slash && !fs::is_directory(last)) return {{names[0], last}};
-  if (!fs::is_directory(last)) make_folder(last);
+  std::error_code unknown;
+  const bool folder = fs::is_directory(last, unknown);
+  if (!several && !ends_in_slash && !folder) return {{names[0], last}};
+  if (!folder) make_folder(last);
   std::vector<Job> jobs;
   std::set<std::string> seen;
   for (size_t i = 0; i + 1 < names.size(); ++i) {
@@ -157,7 +148,8 @@ OutputFile::~OutputFile() {
 void OutputFile::open_beside(const std::string& target) {
   const fs::path path(target);
   std::string pattern = path.parent_path() / ".";
-  pattern += path.filename().string() + ".XXXXXX";
+  // Shorter than the name, which may be as long as the file system lets it.
+  pattern += path.filename().string().substr(0, 200) + ".XXXXXX";
   const int descriptor = mkstemp(pattern.data());
   if (descriptor < 0) fail_writing(name_);
   target_ = target;
@@ -198,9 +190,32 @@ int claim_standard_output() {
   return stream;
 }
 
+void guard_standard_streams() {
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(stream, F_GETFD) >= 0) continue;
+    // The lowest free number is the stream's.
+    if (open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY) != stream) return;
+  }
+}
+
+void finish_standard_output() {
+  const bool lost = std::ferror(stdout) != 0;
+  if (std::fflush(stdout) != 0 || lost) fail_writing("standard output");
+}
+
 void clean_up_on_signals() {
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) std::signal(number, remove_unfinished);
   std::signal(SIGPIPE, SIG_IGN);  // a closed pipe is a write error like others
+}
+
+void check_job(const Job& job) {
+  if (job.input.empty() || job.output.empty()) {
+    throw Failure(Exit::usage, "a file name is empty; is a shell variable unset?");
+  }
+  std::error_code missing;
+  if (fs::equivalent(job.input, job.output, missing)) {
+    throw Failure(Exit::usage, job.output + ": is the input too; name another output");
+  }
 }
 
 std::vector<Job> plan_jobs(const std::vector<std::string>& names, const std::string& suffix) {

@@ -66,8 +66,18 @@ class OutputFile {
 // error, so that a stream written there stays clean. Returns the descriptor for the stream.
 int claim_standard_output();
 
+// Where a standard stream is closed, its use fails from now on, as it should; else the next file
+// opened would get its number and all that is printed.
+void guard_standard_streams();
+
+// Throws Failure when something printed on standard output was lost.
+void finish_standard_output();
+
 // Removes an unfinished output when the process is interrupted.
 void clean_up_on_signals();
+
+// Throws Failure for a job that would destroy its own input.
+void check_job(const Job& job);
 
 // Pairs every input with its output. names: one or more inputs, then an output, which is a folder
 // when there are several inputs (made when missing); suffix: of the files in a folder.

@@ -109,18 +109,22 @@ std::string hexadecimal(uint32_t number) {
 }
 
 void print(const RtpStream::Figures& f) {
-  std::printf(
-      "  packets %llu, lost %llu (%.1f %%), duplicate %llu, reordered %llu, cut %llu\n"
-      "  jitter %.2f ms in the mean, %.2f ms at most\n",
-      static_cast<unsigned long long>(f.packets), static_cast<unsigned long long>(f.lost),
-      100.0 * static_cast<double>(f.lost) / static_cast<double>(f.packets + f.lost),
-      static_cast<unsigned long long>(f.duplicates), static_cast<unsigned long long>(f.reordered),
-      static_cast<unsigned long long>(f.cut), f.jitter, f.worst_jitter);
+  std::printf("  packets %llu, lost %llu (%.1f %%), duplicate %llu, reordered %llu, cut %llu\n",
+              static_cast<unsigned long long>(f.packets), static_cast<unsigned long long>(f.lost),
+              100.0 * static_cast<double>(f.lost) / static_cast<double>(f.packets + f.lost),
+              static_cast<unsigned long long>(f.duplicates),
+              static_cast<unsigned long long>(f.reordered), static_cast<unsigned long long>(f.cut));
+  if (f.recovered > 0) {
+    std::printf("  %llu of the lost packets came with later ones (RFC 2198)\n",
+                static_cast<unsigned long long>(f.recovered));
+  }
+  std::printf("  jitter %.2f ms in the mean, %.2f ms at most\n", f.jitter, f.worst_jitter);
 }
 
 Json to_json(const RtpStream::Figures& figures) {
   return {{"packets", figures.packets},
           {"lost", figures.lost},
+          {"recovered", figures.recovered},
           {"duplicates", figures.duplicates},
           {"reordered", figures.reordered},
           {"cut", figures.cut},

@@ -21,18 +21,16 @@ inline GilbertModel loss_model(const DecodeOptions& options) {
   return {loss, *options.burst, options.seed};
 }
 
-// Decides frame by frame what the network loses. A lost frame reaches the decoder as an erased one
-// of the last speech frame's size; what was never sent cannot be lost.
+// Decides frame by frame what the network loses. What was never sent cannot be lost.
 class Channel {
  public:
   explicit Channel(const DecodeOptions& options) : model_(loss_model(options)) {}
 
   void pass(Frame* frame) {
     ++frames_;
-    if (frame->bits() >= 64) speech_bits_ = frame->bits();
     const bool lost = model_.next();
     if (!lost || frame->bits() == 0) return;
-    frame->erase(speech_bits_);
+    frame->lose();
     ++lost_;
   }
   uint64_t frames() const { return frames_; }
@@ -40,7 +38,6 @@ class Channel {
 
  private:
   GilbertModel model_;
-  int speech_bits_ = 80;
   uint64_t frames_ = 0;
   uint64_t lost_ = 0;
 };

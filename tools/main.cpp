@@ -171,9 +171,12 @@ void tool::say(const std::string& message) {
 }
 
 int main(int argc, char** argv) {
+  tool::guard_standard_streams();
   tool::clean_up_on_signals();
   try {
-    return static_cast<int>(run(argc, argv));
+    const Exit status = run(argc, argv);
+    tool::finish_standard_output();
+    return static_cast<int>(status);
   } catch (const tool::Failure& failure) {
     tool::say(failure.what());
     return static_cast<int>(failure.exit);

@@ -32,19 +32,40 @@ constexpr auto kByteWords = [] {
 }  // namespace
 
 StreamFormat stream_format(const std::string& path, const std::string& option) {
+  if (path.empty()) {
+    throw Failure(Exit::usage, "a file name is empty; is a shell variable unset?");
+  }
   const std::string suffix = std::filesystem::path(path).extension();
   if (option == "g729" || (option.empty() && suffix == ".g729")) return StreamFormat::packed;
   if (option == "bit" || (option.empty() && suffix == ".bit")) return StreamFormat::serial;
   const bool captured = suffix == ".pcap" || suffix == ".pcapng" || suffix == ".cap";
   if (option == "pcap" || (option.empty() && captured)) return StreamFormat::capture;
   if (path == "-") {
-    throw Failure(Exit::usage, "-: a stream there needs --format g729 or --format bit");
+    throw Failure(
+        Exit::usage,
+        "-: what is there? --format g729, --format bit or, to be read, --format pcap tells");
   }
   throw Failure(Exit::usage,
                 path + ": a stream's name ends in .g729 or .bit; else say --format g729 or bit");
 }
 
+DecoderHandle make_decoder() {
+  DecoderHandle decoder(g729_decoder_create());
+  g729_decoder_set_remark_function(
+      decoder.get(), [](void*, const char*) {}, nullptr);
+  return decoder;
+}
+
+void decode(const DecoderHandle& decoder, const Frame& frame, int16_t* samples) {
+  if (frame.lost) {
+    g729_decoder_conceal(decoder.get(), samples);
+  } else {
+    g729_decoder_decode_serial(decoder.get(), frame.words.data(), samples);
+  }
+}
+
 bool Frame::erased() const {
+  if (lost) return true;
   if (bits() == 0) return words[0] != G729_SERIAL_SYNC;
   const auto first = words.begin() + 2;
   return std::find(first, first + bits(), G729_SERIAL_ERASED) != first + bits();
@@ -56,7 +77,13 @@ void Frame::erase(int bits) {
   words[1] = static_cast<uint16_t>(bits);
 }
 
+void Frame::lose() {
+  unpack({});
+  lost = true;
+}
+
 void Frame::unpack(std::span<const uint8_t> bytes) {
+  lost = false;
   words[0] = G729_SERIAL_SYNC;
   words[1] = static_cast<uint16_t>(8 * bytes.size());
   for (size_t i = 0; i < bytes.size(); ++i) {
@@ -66,6 +93,7 @@ void Frame::unpack(std::span<const uint8_t> bytes) {
 }
 
 bool FrameReader::next(Frame* frame) {
+  frame->lost = false;
   const bool whole = format_ == StreamFormat::packed ? next_packed(frame) : next_serial(frame);
   if (std::ferror(input_.file())) throw Failure(Exit::input, input_.name() + ": cannot read on");
   if (whole) ++frames_;

@@ -29,15 +29,24 @@ struct DecoderDeleter {
 };
 using DecoderHandle = std::unique_ptr<G729DecoderState, DecoderDeleter>;
 
+// One that keeps its remarks to itself: a damaged stream would make thousands.
+DecoderHandle make_decoder();
+
 struct Frame {
   std::array<uint16_t, G729_SERIAL_WORDS> words{};
 
   int bits() const { return words[1]; }
-  bool erased() const;  // as the decoder sees it
+  bool erased() const;  // lost, or such that the decoder takes it for erased
   void erase(int bits);
+  void lose();
   // A packed frame of 10 bytes (speech), 2 (a silence descriptor) or none (untransmitted).
   void unpack(std::span<const uint8_t> bytes);
+
+  bool lost = false;  // never arrived; then there are no bits
 };
+
+// Writes samples[G729_FRAME_SAMPLES].
+void decode(const DecoderHandle& decoder, const Frame& frame, int16_t* samples);
 
 class FrameReader {
  public:

@@ -96,8 +96,10 @@ WavReader::WavReader(const InputFile& input, SoundForm form) {
   channels_ = static_cast<size_t>(info.channels);
   ratio_ = static_cast<double>(kSampleRate) / info.samplerate;
   samples_ = static_cast<uint64_t>(std::llround(static_cast<double>(info.frames) * ratio_));
-  sf_command(sound_.get(), SFC_SET_SCALE_FLOAT_INT_READ, nullptr, SF_TRUE);
   sf_command(sound_.get(), SFC_SET_CLIPPING, nullptr, SF_TRUE);
+  // The library would scale such a file to its loudest sample.
+  const int coding = info.format & SF_FORMAT_SUBMASK;
+  floats_ = coding == SF_FORMAT_FLOAT || coding == SF_FORMAT_DOUBLE;
   if (info.samplerate == kSampleRate) return;
   int error = 0;
   resampler_.reset(src_new(SRC_SINC_MEDIUM_QUALITY, 1, &error));
@@ -107,7 +109,7 @@ WavReader::WavReader(const InputFile& input, SoundForm form) {
 // Samples that need no conversion come as they are.
 void WavReader::read_block() {
   next_ = 0;
-  if (channels_ > 1 || resampler_) {
+  if (channels_ > 1 || resampler_ || floats_) {
     convert_block();
     return;
   }

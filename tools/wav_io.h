@@ -50,6 +50,7 @@ class WavReader {
 
   std::unique_ptr<SNDFILE, SoundCloser> sound_;
   size_t channels_ = 1;
+  bool floats_ = false;                                     // rather than whole numbers
   double ratio_ = 1.0;                                      // of 8000 Hz to the file's rate
   std::unique_ptr<SRC_STATE, ResamplerDeleter> resampler_;  // none at 8000 Hz
   uint64_t samples_ = 0;

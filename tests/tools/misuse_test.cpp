@@ -93,6 +93,10 @@ constexpr Case kCases[] = {
     {"info", 2, "FILES"},
     {"info voice.wav", 2, ".g729 or .bit"},
     {"info missing.bit", 3, "missing.bit"},
+    {"info ''", 2, "empty"},
+    {"info good.g729 >/dev/full", 4, "No space left"},
+    {"info good.g729 >&-", 4, "standard output: cannot write"},
+    {"rating >/dev/full", 4, "No space left"},
     {"compare voice.wav", 2, "OUTPUT"},
     {"compare voice.wav cd.wav", 3, "2 channels at 44100 Hz, but only 8000 Hz mono"},
     {"compare --json wide.wav voice.wav", 3,
@@ -155,6 +159,7 @@ TEST_F(Misuse, WhatIsNoSpeechIsRemarkedOn) {
   for (const char* command : {"info renamed.g729", "decode --raw random.g729 x.raw"}) {
     const Result result = run(std::string("kelg729f ") + command);
     EXPECT_NE(result.err.find("wrong parity bit; this is hardly G.729"), std::string::npos);
+    EXPECT_LT(result.err.size(), 300u) << "remarks of the codec";
   }
   EXPECT_EQ(run("kelg729f info good.g729").err, "");
   run_well("kelg729f encode --rate 6.4 voice.wav low.bit");  // without parity

@@ -152,6 +152,10 @@ TEST_F(RoundTrip, EveryRateAndNumberOfChannelsIsTaken) {
       for (size_t n = 200; n < 7800; ++n) ASSERT_NEAR(found[n], wanted[n], 3) << rate << " " << n;
     }
   }
+  for (const int coding : {SF_FORMAT_PCM_24, SF_FORMAT_PCM_32, SF_FORMAT_FLOAT, SF_FORMAT_DOUBLE}) {
+    store_wav(folder / "other.wav", wanted, 8000, 1, coding);
+    EXPECT_EQ(as_read(folder / "other.wav"), wanted) << coding;
+  }
   run_well("kelg729f encode other.wav other.g729");
   EXPECT_EQ(contents(folder / "other.g729").size(), 1000u);
 }

@@ -31,12 +31,13 @@ inline void store(const fs::path& path, const std::string& bytes) {
 }
 
 inline void store_wav(const fs::path& path, const std::vector<int16_t>& samples, int rate = 8000,
-                      int channels = 1) {
+                      int channels = 1, int coding = SF_FORMAT_PCM_16) {
   SF_INFO info{};
   info.samplerate = rate;
   info.channels = channels;
-  info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+  info.format = SF_FORMAT_WAV | coding;
   SNDFILE* wav = sf_open(path.c_str(), SFM_WRITE, &info);
+  sf_command(wav, SFC_SET_SCALE_INT_FLOAT_WRITE, nullptr, SF_TRUE);
   sf_write_short(wav, samples.data(), static_cast<sf_count_t>(samples.size()));
   sf_close(wav);
 }

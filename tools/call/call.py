@@ -302,8 +302,6 @@ def parse():
         parser.error("a burst is 1 packet at least, and the loss at most what bursts of that length allow")
     if not 0 <= options.redundancy <= 10:
         parser.error("the redundancy is a distance of 0 (none) to 10 packets")
-    if options.redundancy and options.capture:
-        parser.error("a capture holds packets of payload type 18 alone, without redundancy")
     if options.seconds < 1:
         parser.error("a call lasts a second at least")
     if options.says not in (None, "test") and not os.access(options.says, os.R_OK):

@@ -17,6 +17,9 @@
 namespace tool {
 namespace {
 
+// From here on a call's ends agree on what a payload type is.
+constexpr int kFirstDynamicType = 96;
+
 // Two sources of one flow this close together are one after the other.
 constexpr int64_t kOverlap = kSecond / 2;
 
@@ -76,14 +79,22 @@ void add_packet(Bytes bytes, Link link, int64_t time, const CaptureOptions& opti
   const bool whole = datagram.content == Content::datagram;
   if (!whole && datagram.content != Content::cut) return;
   const auto packet = parse_rtp(datagram.payload, whole);
-  if (!packet || packet->payload_type != options.payload_type) return;
-  if (options.ssrc && packet->ssrc != *options.ssrc) return;
-  RtpStream& stream = (*streams)[{datagram.flow, packet->ssrc}];
-  if (whole) {
-    stream.add(*packet, time);
-  } else {
-    stream.add_cut();
+  if (!packet || (options.ssrc && packet->ssrc != *options.ssrc)) return;
+  const Source source{datagram.flow, packet->ssrc};
+  if (packet->payload_type == options.payload_type) {
+    RtpStream& stream = (*streams)[source];
+    whole ? stream.add(*packet, time) : stream.add_cut();
+    return;
   }
+  if (!whole) return;
+  if (packet->payload_type >= kFirstDynamicType) {
+    if (const auto parts = parse_redundant(packet->payload, options.payload_type)) {
+      (*streams)[source].add(*packet, *parts, time);
+      return;
+    }
+  }
+  const auto known = streams->find(source);
+  if (known != streams->end()) known->second.add_other(*packet, time);
 }
 
 // Appends a stream to the direction that it continues, or else as one of its own.
@@ -117,13 +128,14 @@ std::string nothing_found(const Capture& capture, const Streams& streams,
                           const CaptureOptions& options) {
   uint64_t cut = 0;
   for (const auto& [source, stream] : streams) cut += stream.cut();
-  if (cut > 0)
-    return "its packets were captured only in part; capture whole packets (tcpdump -s 0)";
+  const std::string advice = " captured only in part; capture whole packets (tcpdump -s 0)";
+  if (cut > 0) return "its packets were" + advice;
   std::string reason = "no stream of RTP payload type " + std::to_string(options.payload_type) +
                        " in " + std::to_string(capture.packets) + " packets";
   if (capture.fragments > 0) {
     reason += " (" + std::to_string(capture.fragments) + " of them fragments, which are skipped)";
   }
+  if (capture.cut > 0) return reason + ", " + std::to_string(capture.cut) + " of them" + advice;
   if (options.ssrc) return reason + " with that SSRC";
   return reason + "; --payload-type names another";
 }
@@ -157,6 +169,7 @@ Capture read_capture(const InputFile& input, const CaptureOptions& options) {
   while ((status = pcap_next_ex(handle.get(), &header, &data)) == 1) {
     const int64_t time = time_of(*header);
     if (capture.packets++ == 0) capture.begin = time;
+    capture.cut += header->caplen < header->len;
     add_packet({data, header->caplen}, link, time, options, &streams, &capture);
   }
   if (status == PCAP_ERROR) capture.fault = pcap_geterr(handle.get());

@@ -43,6 +43,31 @@ std::optional<RtpPacket> parse_rtp(Bytes bytes, bool whole) {
                    number(bytes.subspan(8, 4)), payload->first(payload->size() - padding)};
 }
 
+// RFC 2198 clause 3: headers of four bytes for earlier payloads and one byte for the packet's own,
+// then the payloads in the same order.
+std::optional<RedundantPacket> parse_redundant(Bytes payload, int payload_type) {
+  constexpr size_t kHeaderSize = 4, kMost = 16;
+  RedundantPacket packet;
+  std::vector<size_t> sizes;
+  while (payload.size() >= kHeaderSize && payload[0] & 0x80 && sizes.size() < kMost) {
+    if ((payload[0] & 0x7F) != payload_type) return std::nullopt;
+    const uint32_t header = number(payload.first(kHeaderSize));
+    packet.earlier.push_back({header >> 10 & 0x3FFF, {}});
+    sizes.push_back(header & 0x3FF);
+    payload = payload.subspan(kHeaderSize);
+  }
+  if (payload.empty() || payload[0] != payload_type) return std::nullopt;
+  payload = payload.subspan(1);
+  for (size_t i = 0; i < sizes.size(); ++i) {
+    if (sizes[i] > payload.size() || !is_g729_size(sizes[i])) return std::nullopt;
+    packet.earlier[i].payload = payload.first(sizes[i]);
+    payload = payload.subspan(sizes[i]);
+  }
+  if (!is_g729_size(payload.size())) return std::nullopt;
+  packet.own = payload;
+  return packet;
+}
+
 bool is_g729_size(size_t payload) {
   const size_t rest = payload % G729_SPEECH_BYTES;
   return payload <= 100 * G729_SPEECH_BYTES && (rest == 0 || rest == G729_SID_BYTES);

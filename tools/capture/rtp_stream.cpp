@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <memory>
+#include <utility>
 
 #include "codec/g729.h"
 
@@ -28,46 +28,80 @@ int64_t samples_between(int64_t from, int64_t to) {
 }  // namespace
 
 void RtpStream::add(const RtpPacket& packet, int64_t time) {
-  if (!is_g729_size(packet.payload.size())) {
+  certain_ = true;
+  add_payload(packet, packet.payload, time);
+}
+
+void RtpStream::add(const RtpPacket& packet, const RedundantPacket& parts, int64_t time) {
+  if (!add_payload(packet, parts.own, time)) return;
+  const int64_t sequence = packets_.back().sequence;
+  for (const auto& [age, payload] : parts.earlier) {
+    if (payload.empty()) continue;
+    certain_ = true;
+    RtpPacket earlier = packet;
+    earlier.timestamp -= age;
+    spares_.push_back(store(earlier, payload, sequence, time - age * kSampleTime));
+  }
+}
+
+void RtpStream::add_other(const RtpPacket& packet, int64_t time) {
+  if (packets_.empty()) return;
+  const int step = step_to(packet);
+  if (step < -kMaxMisorder || step > kMaxDropout) return;
+  Packet other = store(packet, {}, highest_ + step, time);
+  other.speech = false;
+  ++others_;
+  take(other);
+}
+
+// By how many numbers a packet is ahead of the highest so far.
+int RtpStream::step_to(const RtpPacket& packet) const {
+  return static_cast<int16_t>(packet.sequence - static_cast<uint16_t>(highest_));
+}
+
+// False for what is not taken, or not yet.
+bool RtpStream::add_payload(const RtpPacket& packet, Bytes payload, int64_t time) {
+  if (!is_g729_size(payload.size())) {
     ++figures_.odd;
-    return;
+    return false;
   }
   if (packets_.empty()) highest_ = packet.sequence;
-  const auto step = static_cast<int16_t>(packet.sequence - static_cast<uint16_t>(highest_));
+  const int step = step_to(packet);
   if (step < -kMaxMisorder || step > kMaxDropout) {
-    add_far(packet, time);
-    return;
+    add_far(packet, payload, time);
+    return false;
   }
-  following_ += !packets_.empty() && step <= kMaxMisorder && !packet.payload.empty();
+  following_ += !packets_.empty() && step <= kMaxMisorder && !payload.empty();
   if (stray_) ++figures_.odd;
   stray_.reset();
-  take(store(packet, highest_ + step, time));
+  take(store(packet, payload, highest_ + step, time));
+  return true;
 }
 
 // A packet far off is a stray; when the next one follows it, the sender has started anew.
-void RtpStream::add_far(const RtpPacket& packet, int64_t time) {
+void RtpStream::add_far(const RtpPacket& packet, Bytes payload, int64_t time) {
   if (!stray_ || packet.sequence != static_cast<uint16_t>(stray_->sequence + 1)) {
     if (stray_) ++figures_.odd;
     const auto up = static_cast<uint16_t>(packet.sequence - static_cast<uint16_t>(highest_));
-    stray_ = store(packet, highest_ + up, time);
+    stray_ = store(packet, payload, highest_ + up, time);
     return;
   }
   stray_->fresh = true;
   take(*stray_);
-  take(store(packet, stray_->sequence + 1, time));
+  take(store(packet, payload, stray_->sequence + 1, time));
   stray_.reset();
 }
 
-RtpStream::Packet RtpStream::store(const RtpPacket& packet, int64_t sequence, int64_t time) {
+RtpStream::Packet RtpStream::store(const RtpPacket& packet, Bytes payload, int64_t sequence,
+                                   int64_t time) {
   const size_t begin = payloads_.size();
-  payloads_.insert(payloads_.end(), packet.payload.begin(), packet.payload.end());
-  return {
-      sequence, packet.timestamp, time, begin, static_cast<uint16_t>(packet.payload.size()), false,
-      false};
+  payloads_.insert(payloads_.end(), payload.begin(), payload.end());
+  const auto size = static_cast<uint16_t>(payload.size());
+  return {sequence, packet.timestamp, time, begin, size, false, false, true};
 }
 
 void RtpStream::take(const Packet& packet) {
-  measure_jitter(packet);
+  if (packet.speech) measure_jitter(packet);
   packets_.push_back(packet);
   packets_.back().late = packet.sequence < highest_;
   highest_ = std::max(highest_, packet.sequence);
@@ -88,31 +122,86 @@ void RtpStream::measure_jitter(const Packet& packet) {
 }
 
 bool RtpStream::plausible() const {
-  const uint64_t others = packets_.size() + figures_.odd - 1;
-  return following_ >= 2 && 4 * following_ >= 3 * others;
+  const uint64_t behind_first = packets_.size() - others_ + figures_.odd - 1;
+  return certain_ && following_ >= 2 && 4 * following_ >= 3 * behind_first;
 }
 
 void RtpStream::finish() {
   if (stray_) ++figures_.odd;
   if (packets_.empty()) return;
-  figures_.jitter = jitter_sum_ / 8 / static_cast<double>(std::max<size_t>(1, packets_.size() - 1));
+  const uint64_t steps = std::max<uint64_t>(2, packets_.size() - others_) - 1;
+  figures_.jitter = jitter_sum_ / 8 / static_cast<double>(steps);
+  sort();
+  count_losses();
+  recover();
+  for (const Packet& packet : packets_) {
+    figures_.reordered += packet.late;
+    figures_.frames += frames_in(packet.size);
+  }
+}
+
+void RtpStream::sort() {
   const auto before = [](const Packet& a, const Packet& b) { return a.sequence < b.sequence; };
   const auto same = [](const Packet& a, const Packet& b) { return a.sequence == b.sequence; };
+  std::stable_sort(spares_.begin(), spares_.end(), before);
   std::stable_sort(packets_.begin(), packets_.end(), before);
   const auto end = std::unique(packets_.begin(), packets_.end(), same);
   figures_.duplicates = static_cast<uint64_t>(packets_.end() - end);
   packets_.erase(end, packets_.end());
-  figures_.packets = packets_.size();
-  for (size_t i = 0; i < packets_.size(); ++i) {
-    figures_.reordered += packets_[i].late;
-    figures_.frames += frames_in(packets_[i].size);
-    figures_.lost += lost_before(i);
-  }
 }
 
-uint64_t RtpStream::lost_before(size_t index) const {
-  if (index == 0 || packets_[index].fresh) return 0;
-  return static_cast<uint64_t>(packets_[index].sequence - packets_[index - 1].sequence - 1);
+// Keeps speech only.
+void RtpStream::count_losses() {
+  std::vector<Packet> speech;
+  uint64_t lost = 0;
+  for (size_t i = 0; i < packets_.size(); ++i) {
+    if (i > 0 && !packets_[i].fresh) {
+      lost += static_cast<uint64_t>(packets_[i].sequence - packets_[i - 1].sequence - 1);
+    }
+    if (!packets_[i].speech) continue;
+    speech.push_back(packets_[i]);
+    speech.back().lost = std::exchange(lost, 0);
+    figures_.lost += speech.back().lost;
+  }
+  packets_ = std::move(speech);
+  figures_.packets = packets_.size();
+}
+
+// Puts what was sent again where it is missing.
+void RtpStream::recover() {
+  if (spares_.empty()) return;
+  std::vector<Packet> all;
+  for (Packet& packet : packets_) {
+    if (packet.lost > 0 && !all.empty()) {
+      std::vector<Packet> found = spares_between(all.back(), packet);
+      figures_.recovered += found.size();
+      packet.lost -= found.size();
+      for (Packet& spare : found) {
+        spare.lost = packet.lost;  // what is missing still may be before any of them
+        all.push_back(spare);
+      }
+    }
+    all.push_back(packet);
+  }
+  packets_ = std::move(all);
+}
+
+// By time, each moment once, no more than are missing. They came with packets behind the gap.
+std::vector<RtpStream::Packet> RtpStream::spares_between(const Packet& before,
+                                                         const Packet& after) const {
+  const auto behind = [](const Packet& spare, int64_t number) { return spare.sequence < number; };
+  const auto since = [&](const Packet& p) { return distance(before.timestamp, p.timestamp); };
+  std::vector<Packet> found;
+  auto spare = std::lower_bound(spares_.begin(), spares_.end(), after.sequence, behind);
+  for (; spare != spares_.end() && spare->sequence <= after.sequence + kMaxMisorder; ++spare) {
+    if (since(*spare) > 0 && since(*spare) < since(after)) found.push_back(*spare);
+  }
+  std::stable_sort(found.begin(), found.end(),
+                   [&](const Packet& a, const Packet& b) { return since(a) < since(b); });
+  const auto same = [](const Packet& a, const Packet& b) { return a.timestamp == b.timestamp; };
+  found.erase(std::unique(found.begin(), found.end(), same), found.end());
+  found.resize(std::min<size_t>(found.size(), after.lost));
+  return found;
 }
 
 // The least delay among the first packets stands for none.
@@ -131,7 +220,7 @@ bool Playout::next(Frame* frame) {
   for (;;) {
     if (erased_ > 0) {
       --erased_;
-      frame->erase(8 * G729_SPEECH_BYTES);
+      frame->lose();
       return true;
     }
     if (untransmitted_ > 0) {
@@ -154,7 +243,7 @@ void Playout::begin_packet(size_t index) {
   const RtpStream::Packet& packet = stream_.packets()[index];
   if (index > 0) {
     fill(gap_before(packet, stream_.packets()[index - 1]),
-         static_cast<int64_t>(std::min(stream_.lost_before(index), uint64_t{kMaxDropout})));
+         static_cast<int64_t>(std::min(packet.lost, uint64_t{kMaxDropout})));
   }
   left_ = stream_.payload(packet);
   if (packet.size >= G729_SPEECH_BYTES) usual_frames_ = frames_in(packet.size);

@@ -25,24 +25,30 @@ class RtpStream {
     int64_t time;  // of capture
     size_t begin;  // of the payload
     uint16_t size;
-    bool late;   // came behind its successor
-    bool fresh;  // the sender counts anew from here
+    bool late;          // came behind its successor
+    bool fresh;         // the sender counts anew from here
+    bool speech;        // or else something that takes a number only
+    uint64_t lost = 0;  // between the one before and this
   };
 
   struct Figures {
     uint64_t packets = 0;  // taken, without duplicates
     uint64_t lost = 0;
+    uint64_t recovered = 0;  // of the lost ones, from later packets
     uint64_t duplicates = 0;
     uint64_t reordered = 0;
     uint64_t odd = 0;         // of a size that G.729 has not, or out of any order; not taken
     uint64_t cut = 0;         // captured in part, not taken
-    uint64_t frames = 0;      // in the packets
+    uint64_t frames = 0;      // in the packets, recovered ones too
     double jitter = 0;        // ms, RFC 3550 clause 6.4.1, the mean over the packets
     double worst_jitter = 0;  // ms, the greatest
   };
 
-  // In the order of capture.
+  // In the order of capture: G.729, G.729 with earlier packets' again, and what else the source
+  // sends, tones for example, of which only the number counts.
   void add(const RtpPacket& packet, int64_t time);
+  void add(const RtpPacket& packet, const RedundantPacket& parts, int64_t time);
+  void add_other(const RtpPacket& packet, int64_t time);
   void add_cut() { ++figures_.cut; }
   uint64_t cut() const { return figures_.cut; }
 
@@ -59,24 +65,31 @@ class RtpStream {
     return Bytes(payloads_).subspan(packet.begin, packet.size);
   }
   const Figures& figures() const { return figures_; }
-  // Packets missing between packets()[index] and the one before it.
-  uint64_t lost_before(size_t index) const;
   // When its first sample would have come without the delay that packets had on the way.
   int64_t begin() const;
   int64_t end() const { return last_time_; }
 
  private:
-  Packet store(const RtpPacket& packet, int64_t sequence, int64_t time);
+  int step_to(const RtpPacket& packet) const;
+  bool add_payload(const RtpPacket& packet, Bytes payload, int64_t time);
+  Packet store(const RtpPacket& packet, Bytes payload, int64_t sequence, int64_t time);
   void take(const Packet& packet);
-  void add_far(const RtpPacket& packet, int64_t time);
+  void add_far(const RtpPacket& packet, Bytes payload, int64_t time);
+  void sort();
+  void count_losses();
+  void recover();
+  std::vector<Packet> spares_between(const Packet& before, const Packet& after) const;
   void measure_jitter(const Packet& packet);
 
   std::vector<Packet> packets_;
+  std::vector<Packet> spares_;  // sent again; the number is that of the packet that brought them
   std::vector<uint8_t> payloads_;
   Figures figures_;
   int64_t highest_ = 0;          // sequence number so far
   std::optional<Packet> stray_;  // one that jumped; kept when another follows it
   uint64_t following_ = 0;       // packets near their predecessor's number
+  uint64_t others_ = 0;          // packets that are no speech
+  bool certain_ = false;         // something had the payload type by its own account
   int64_t last_time_ = 0;
   uint32_t last_timestamp_ = 0;
   double jitter_ = 0;  // samples
