@@ -99,7 +99,8 @@ void settle() {
   static Others others;
   for (int seen = 0; seen < 2;) {
     seen = others.sleep() ? seen + 1 : 0;
-    if (seen == 0) usleep(20);  // a sleeper is woken sooner on a loaded machine than one that yields
+    if (seen == 0)
+      usleep(20);  // a sleeper is woken sooner on a loaded machine than one that yields
   }
 }
 

@@ -2,9 +2,9 @@
  *
  * A handle is used by one caller at a time and belongs to one call; handles share only constants.
  * No call allocates but create. What can be wrong with a caller's arguments is refused by
- * g729_encoder_encode_bytes, g729_encoder_encode_words, g729_decoder_decode_bytes and
- * g729_decoder_decode_words, which leave handle and output as they were. The plain operations
- * (_frame, _serial) trust their caller: a serial frame of impossible size or a rate that does not
+ * g729_encoder_set_complexity, g729_encoder_encode_bytes, g729_encoder_encode_words,
+ * g729_decoder_decode_bytes and g729_decoder_decode_words, which leave handle and output as they
+ * were. The others trust their caller: a serial frame of impossible size or a rate that does not
  * exist ends the process with a message on standard output.
  */
 #ifndef KELG729F_G729_H
@@ -67,9 +67,9 @@ typedef struct G729DecoderState G729DecoderState;
 G729_API G729EncoderState* g729_encoder_create(int32_t annexb);
 G729_API void g729_encoder_destroy(G729EncoderState* encoder);
 
-/* How far the encoder searches from its next frame on: 0 (at the start) to G729_COMPLEXITY_MAX, each
- * level better and slower than the one below it. Any decoder plays what comes out. Returns 0, or an
- * error below 0, which leaves the level as it was. */
+/* How far the encoder searches from its next frame on: 0 (at the start) to G729_COMPLEXITY_MAX,
+ * each level better and slower than the one below it. Any decoder plays what comes out. Returns 0,
+ * or an error below 0, which leaves the level as it was. */
 enum { G729_COMPLEXITY_MAX = 3 };
 G729_API int32_t g729_encoder_set_complexity(G729EncoderState* encoder, int32_t complexity);
 

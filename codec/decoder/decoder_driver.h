@@ -13,8 +13,8 @@ inline namespace KELG729F_TARGET {
 void decoder_core_init(DecoderCoreState* state);
 
 // Decodes state->parameters into samples[80]; when the frame is erased, its type is replaced by the
-// one that is concealed. Prints " ! Wrong Pitch 1st subfr. !   " when a good frame's parity is
-// wrong and conceals its first lag.
+// one that is concealed. Remarks kWrongPitch when a good frame's parity is wrong and
+// conceals its first lag.
 void decode_frame(DecoderCoreState* state, bool erased, int16_t* samples);
 
 }  // namespace KELG729F_TARGET

@@ -8,7 +8,7 @@ namespace g729 {
 inline namespace KELG729F_TARGET {
 
 // Decodes state->parameters, all but the new samples of the synthesis: leaves the excitation in the
-// state, fills in order, pitch_delay, a and heard of *frame.
+// state, fills in order, pitch_delay, az_out and heard of *frame.
 void decode_speech(DecoderCoreState* state, DecodedFrame* frame);
 
 }  // namespace KELG729F_TARGET

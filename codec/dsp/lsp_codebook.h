@@ -56,7 +56,8 @@ void lsp_history_reset(LspHistory* history);
 // Moves rows 2->3, 1->2, 0->1 and puts the ten values of residual into row 0.
 void lsp_history_push(const double* residual, LspHistory* history);
 
-// Weights of the quantizer's error (clause 3.2.4): close neighbours weigh more.
+// Weights of the error of the LSFs (clause 3.2.4), of speech and of silence descriptors: close
+// neighbours weigh more, the two in the middle 1.2 times.
 void lsf_weights(const double* lsf, double* weight);
 
 // Least distance of neighbours among the ten LSFs. When it is at least `gap`, lsp_spread with that

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "codec/dsp/constants.h"
-#include "codec/dsp/parameter_set.h"
 #include "codec/dsp/gain_predictor.h"
+#include "codec/dsp/parameter_set.h"
 #include "codec/dsp/phase_dispersion.h"
 #include "codec/dsp/pitch.h"
 #include "codec/encoder/encoder_state.h"

@@ -63,6 +63,10 @@ static int wrong_calls(void) {
   uint16_t out[G729_SERIAL_WORDS];
   int16_t samples[G729_FRAME_SAMPLES] = {0};
   int remarks = 0, wrong = 0;
+  wrong += g729_encoder_set_complexity(encoder, G729_COMPLEXITY_MAX) != 0;
+  wrong += g729_encoder_set_complexity(encoder, G729_COMPLEXITY_MAX + 1) != G729_ERROR_COMPLEXITY;
+  wrong += g729_encoder_set_complexity(encoder, -1) != G729_ERROR_COMPLEXITY;
+  wrong += g729_encoder_set_complexity(NULL, 0) != G729_ERROR_NULL;
   g729_decoder_set_remark_function(decoder, count, &remarks);
   for (size_t size = 0; size <= sizeof bytes; ++size) {
     const int frame = size == 0 || size == 2 || size == 8 || size == 10;
@@ -78,7 +82,6 @@ static int wrong_calls(void) {
   wrong += g729_encoder_encode_words(encoder, samples, 1, out, 119) != G729_ERROR_SIZE;
   wrong += g729_encoder_encode_words(encoder, samples, 3, out, 120) != G729_ERROR_RATE;
   wrong += g729_encoder_encode_words(NULL, samples, 1, out, 120) != G729_ERROR_NULL;
-  wrong += g729_encoder_set_complexity(encoder, 4) != G729_ERROR_COMPLEXITY;
   wrong += !G729_CHECK_VERSION(1, 0, 20) || G729_CHECK_VERSION(1, 1, 0) || !g729_version()[0];
   g729_encoder_destroy(encoder);
   g729_decoder_destroy(decoder);

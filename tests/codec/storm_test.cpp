@@ -204,7 +204,8 @@ TEST(Storm, OfRandomFramesEndsInSpeech) {
     EXPECT_EQ(outcome.off_level, 0);
     EXPECT_TRUE(outcome.alike);
     EXPECT_TRUE(wanted || outcome.hash == kRecorded)
-        << std::hex << "0x" << outcome.hash << " by " << (*build)->name;
+        << std::hex << "0x" << outcome.hash << " by " << (*build)->name
+        << ": the decoder, or the encoder that made the speech in it";
   }
 }
 

@@ -1,3 +1,4 @@
+#include "codec/g729.h"
 #include "tests/src/harness.h"
 
 namespace {
@@ -35,6 +36,25 @@ TEST(Encoder, PiecesGiveTheSameStream) {
   EXPECT_EQ(whole.size(), 400u);
   EXPECT_EQ(encode({2, 1000, 316}), whole);
   EXPECT_EQ(encode({41 * kPcm}), whole);
+}
+
+// From the next frame on, as the codec does by itself.
+TEST(Encoder, ComplexityReachesTheCodec) {
+  Harness h = make_encoder(1);
+  G729EncoderState* codec = g729_encoder_create(FALSE);
+  for (int i = 0; i < 40; i++) {
+    gst_harness_set(h.get(), "kelg729fenc", "complexity", i / 10, nullptr);
+    g729_encoder_set_complexity(codec, i / 10);
+    GstBuffer* in = make_buffer(kPcm, static_cast<GstClockTime>(i) * kTick, 7u + i);
+    gint16 samples[G729_FRAME_SAMPLES];
+    gst_buffer_extract(in, 0, samples, sizeof samples);
+    std::vector<guint8> direct(G729_SPEECH_BYTES);
+    guint32 size = 0;
+    g729_encoder_encode_frame(codec, samples, direct.data(), &size);
+    gst_harness_push(h.get(), in);
+    EXPECT_EQ(bytes_of(pull(h).get()), direct) << "frame " << i;
+  }
+  g729_encoder_destroy(codec);
 }
 
 TEST(Encoder, AnnexBIsReadAtStart) {

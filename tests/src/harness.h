@@ -48,7 +48,7 @@ inline Harness make_encoder(int frames = 2, bool annexb = false) {
   return h;
 }
 
-// A buffer of `size` bytes made from `seed`, 10 ms long for every frame or descriptor in it.
+// A buffer of `size` bytes made from `seed`, without a duration.
 inline GstBuffer* make_buffer(gsize size, GstClockTime pts = GST_CLOCK_TIME_NONE,
                               std::uint32_t seed = 1) {
   GstBuffer* buffer = gst_buffer_new_allocate(nullptr, size, nullptr);

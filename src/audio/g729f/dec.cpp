@@ -76,6 +76,7 @@ void decode_frame(KelG729fDec* dec, const guint8* bytes, guint32 size, guint8* o
 
 // What the codec finds odd is counted, and printed as it is without this.
 void on_remark(gpointer data, const gchar* text) {
+  GST_DEBUG_OBJECT(data, "%s", text);
   if (std::strstr(text, "Wrong Pitch"))
     stats_add(static_cast<KelG729fDec*>(data)->stats.parity_errors);
   std::fputs(text, stdout);
