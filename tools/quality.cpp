@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <complex>
 #include <cstddef>
+#include <cstdlib>
 #include <numbers>
 
 namespace tool {
@@ -38,14 +38,15 @@ double decibel(double above, double below) {
   return 10.0 * std::log10((above + 1e-9) / (below + 1e-9));
 }
 
-// Segments whose spectra are computed together, so that the compiler makes vectors of them.
+// Segments whose spectra are computed together, a vector of them at a time. Floats do: what counts
+// is within 40 dB of a frame's peak.
 constexpr size_t kLanes = 4;
-using Lanes = std::array<double, kLanes>;
+typedef float Lanes __attribute__((vector_size(kLanes * sizeof(float))));
 
 struct Tables {
-  std::array<double, kWindow> window;    // Hann
-  std::array<double, kWindow / 2> real;  // of exp(-2 pi i k / kWindow)
-  std::array<double, kWindow / 2> imaginary;
+  std::array<float, kWindow> window;    // Hann
+  std::array<float, kWindow / 2> real;  // of exp(-2 pi i k / kWindow)
+  std::array<float, kWindow / 2> imaginary;
   std::array<size_t, kWindow> reversed;  // order of the samples for decimation in time
 };
 
@@ -54,15 +55,15 @@ const Tables& tables() {
     Tables t;
     const double turn = 2 * std::numbers::pi / kWindow;
     for (size_t n = 0; n < kWindow; ++n) {
-      t.window[n] = 0.5 - 0.5 * std::cos(turn * (static_cast<double>(n) + 0.5));
+      t.window[n] = static_cast<float>(0.5 - 0.5 * std::cos(turn * (static_cast<double>(n) + 0.5)));
       t.reversed[n] = 0;
       for (size_t bit = 1; bit < kWindow; bit *= 2) {
         t.reversed[n] = 2 * t.reversed[n] + (n & bit ? 1 : 0);
       }
     }
     for (size_t k = 0; k < kWindow / 2; ++k) {
-      t.real[k] = std::cos(turn * static_cast<double>(k));
-      t.imaginary[k] = -std::sin(turn * static_cast<double>(k));
+      t.real[k] = static_cast<float>(std::cos(turn * static_cast<double>(k)));
+      t.imaginary[k] = static_cast<float>(-std::sin(turn * static_cast<double>(k)));
     }
     return t;
   }();
@@ -80,35 +81,36 @@ void transform(Spectra* x) {
   for (size_t half = 1; half < kWindow; half *= 2) {
     for (size_t start = 0; start < kWindow; start += 2 * half) {
       for (size_t k = 0; k < half; ++k) {
-        const double c = t.real[k * (kWindow / 2 / half)];
-        const double s = t.imaginary[k * (kWindow / 2 / half)];
+        const float c = t.real[k * (kWindow / 2 / half)];
+        const float s = t.imaginary[k * (kWindow / 2 / half)];
         Lanes& ar = x->real[start + k];
         Lanes& ai = x->imaginary[start + k];
         Lanes& br = x->real[start + k + half];
         Lanes& bi = x->imaginary[start + k + half];
-        for (size_t l = 0; l < kLanes; ++l) {
-          const double r = c * br[l] - s * bi[l];
-          const double i = c * bi[l] + s * br[l];
-          br[l] = ar[l] - r;
-          bi[l] = ai[l] - i;
-          ar[l] += r;
-          ai[l] += i;
-        }
+        const Lanes r = c * br - s * bi;
+        const Lanes i = c * bi + s * br;
+        br = ar - r;
+        bi = ai - i;
+        ar += r;
+        ai += i;
       }
     }
   }
 }
 
-// The rms distance over the bins within range of the greatest; powers of the bins below half the
-// sampling rate.
-double distance(const std::array<double, kWindow / 2>& wanted,
-                const std::array<double, kWindow / 2>& found) {
-  const double floor = kActiveRange * *std::max_element(wanted.begin(), wanted.end());
+// Of the bins below half the sampling rate.
+using Powers = std::array<Lanes, kWindow / 2>;
+
+// The rms distance over the bins within range of the greatest, of one lane.
+double distance(const Powers& wanted, const Powers& found, size_t lane) {
+  float greatest = 0;
+  for (const Lanes& power : wanted) greatest = std::max(greatest, power[lane]);
+  const double floor = kActiveRange * static_cast<double>(greatest);
   double sum = 0;
   int bins = 0;
   for (size_t k = 0; k < wanted.size(); ++k) {
-    if (wanted[k] < floor) continue;
-    const double difference = decibel(found[k] + 1.0, wanted[k] + 1.0);
+    if (wanted[k][lane] < floor) continue;
+    const double difference = decibel(found[k][lane] + 1.0, wanted[k][lane] + 1.0);
     sum += difference * difference;
     ++bins;
   }
@@ -118,27 +120,30 @@ double distance(const std::array<double, kWindow / 2>& wanted,
 // Of up to kLanes segments, the sum. Both signals share a transform as its real and imaginary part.
 double log_spectral_distances(Samples reference, Samples output, std::span<const size_t> starts) {
   const Tables& t = tables();
-  Spectra x{};
-  for (size_t l = 0; l < starts.size(); ++l) {
-    for (size_t n = 0; n < kWindow; ++n) {
-      x.real[t.reversed[n]][l] = reference[starts[l] + n] * t.window[n];
-      x.imaginary[t.reversed[n]][l] = output[starts[l] + n] * t.window[n];
+  Spectra x;
+  for (size_t n = 0; n < kWindow; ++n) {
+    Lanes r{};
+    Lanes o{};
+    for (size_t l = 0; l < starts.size(); ++l) {
+      r[l] = reference[starts[l] + n];
+      o[l] = output[starts[l] + n];
     }
+    x.real[t.reversed[n]] = r * t.window[n];
+    x.imaginary[t.reversed[n]] = o * t.window[n];
   }
   transform(&x);
-  double sum = 0;
-  for (size_t l = 0; l < starts.size(); ++l) {
-    std::array<double, kWindow / 2> wanted;
-    std::array<double, kWindow / 2> found;
-    for (size_t k = 0; k < wanted.size(); ++k) {
-      const size_t mirrored = (kWindow - k) % kWindow;
-      const std::complex<double> a(x.real[k][l], x.imaginary[k][l]);
-      const std::complex<double> b(x.real[mirrored][l], -x.imaginary[mirrored][l]);
-      wanted[k] = 0.25 * std::norm(a + b);
-      found[k] = 0.25 * std::norm(a - b);
-    }
-    sum += distance(wanted, found);
+  Powers wanted;
+  Powers found;
+  for (size_t k = 0; k < kWindow / 2; ++k) {
+    const size_t mirrored = (kWindow - k) % kWindow;
+    const Lanes even_r = x.real[k] + x.real[mirrored], odd_r = x.real[k] - x.real[mirrored];
+    const Lanes even_i = x.imaginary[k] + x.imaginary[mirrored];
+    const Lanes odd_i = x.imaginary[k] - x.imaginary[mirrored];
+    wanted[k] = 0.25F * (even_r * even_r + odd_i * odd_i);
+    found[k] = 0.25F * (odd_r * odd_r + even_i * even_i);
   }
+  double sum = 0;
+  for (size_t l = 0; l < starts.size(); ++l) sum += distance(wanted, found, l);
   return sum;
 }
 
@@ -179,6 +184,36 @@ std::vector<size_t> active_segments(Samples reference) {
   return starts;
 }
 
+// Their greatest magnitude, so that kBlock products fit a word.
+constexpr int kLoudest = 1 << 11;
+constexpr size_t kBlock = 256;
+
+// What a search for the delay looks at.
+std::vector<int16_t> scaled_down(Samples x) {
+  x = x.first(std::min(x.size(), 2 * kLongestSearch));
+  int greatest = 0;
+  for (const int16_t sample : x) greatest = std::max(greatest, std::abs(int{sample}));
+  int shift = 0;
+  while (greatest >> shift >= kLoudest) ++shift;
+  std::vector<int16_t> y(x.begin(), x.end());
+  for (int16_t& sample : y) sample = static_cast<int16_t>(sample / (1 << shift));
+  return y;
+}
+
+int64_t short_correlation(const int16_t* a, const int16_t* b, size_t count) {
+  int64_t sum = 0;
+  for (size_t start = 0; start < count; start += kBlock) {
+    int32_t block = 0;
+    if (count - start >= kBlock) {  // a loop of a known length is faster
+      for (size_t i = start; i < start + kBlock; ++i) block += int32_t{a[i]} * b[i];
+    } else {
+      for (size_t i = start; i < count; ++i) block += int32_t{a[i]} * b[i];
+    }
+    sum += block;
+  }
+  return sum;
+}
+
 }  // namespace
 
 std::vector<int16_t> through_high_pass_filters(Samples x) {
@@ -187,22 +222,23 @@ std::vector<int16_t> through_high_pass_filters(Samples x) {
   std::vector<int16_t> out(x.size());
   for (size_t i = 0; i < out.size(); ++i) {
     const double y = back.next(in.next(x[i]));
-    out[i] = static_cast<int16_t>(std::clamp(std::round(y), -32768.0, 32767.0));
+    out[i] = static_cast<int16_t>(std::lrint(std::clamp(y, -32768.0, 32767.0)));
   }
   return out;
 }
 
-int find_delay(Samples reference, Samples output, int shift) {
+int find_delay(Samples all_reference, Samples all_output, int shift) {
+  const std::vector<int16_t> reference = scaled_down(all_reference);
+  const std::vector<int16_t> output = scaled_down(all_output);
   int best = 0;
   double best_score = 0;
   for (int delay = -shift; delay <= shift; ++delay) {
     const auto skip_reference = static_cast<size_t>(std::max(0, -delay));
     const auto skip_output = static_cast<size_t>(std::max(0, delay));
     if (skip_reference >= reference.size() || skip_output >= output.size()) continue;
-    const Samples a = reference.subspan(skip_reference);
-    const Samples b = output.subspan(skip_output);
-    const size_t count = std::min({a.size(), b.size(), kLongestSearch});
-    const auto score = static_cast<double>(correlation(a.data(), b.data(), count));
+    const size_t count = std::min(reference.size() - skip_reference, output.size() - skip_output);
+    const auto score = static_cast<double>(short_correlation(
+        &reference[skip_reference], &output[skip_output], std::min(count, kLongestSearch)));
     if (score > best_score) {
       best_score = score;
       best = delay;

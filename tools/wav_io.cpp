@@ -178,8 +178,9 @@ size_t WavReader::read(int16_t* samples, size_t count) {
 std::vector<int16_t> read_telephone_wav(const std::string& path) {
   const InputFile input(path);
   WavReader reader(input, SoundForm::telephone);
-  // Block by block: a header may claim more samples than memory holds.
+  // Block by block: a header may claim more samples than memory holds, or than the file has bytes.
   std::vector<int16_t> samples;
+  samples.reserve(std::min(reader.samples(), input.size()) + 2 * kBlock);
   size_t count = kBlock;
   while (count == kBlock) {
     const size_t had = samples.size();
