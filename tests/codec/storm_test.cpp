@@ -10,7 +10,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <random>
 #include <string>
 #include <vector>
@@ -41,44 +40,40 @@ std::vector<uint8_t> packed(const Words& frame) {
 }
 
 // A handle that takes serial frames and one that takes bytes where a frame can be had as bytes.
-class Decoders {
- public:
-  explicit Decoders(const g729::Target* build)
-      : build_(build), serial_(build->decoder_create()), packed_(build->decoder_create()) {}
+struct Decoders {
+  explicit Decoders(const g729::Target* target)
+      : build(target), serial(target->decoder_create()), bytewise(target->decoder_create()) {}
   ~Decoders() {
-    build_->decoder_destroy(serial_);
-    build_->decoder_destroy(packed_);
+    build->decoder_destroy(serial);
+    build->decoder_destroy(bytewise);
   }
 
   // Returns the energy of what is decoded.
   double decode(const Words& frame) {
-    int16_t samples[82] = {kGuard}, same[82] = {kGuard};
-    samples[81] = same[81] = kGuard;
-    build_->decode_serial(serial_, frame.data(), samples + 1);
+    int16_t out[2][82] = {};
+    for (auto& samples : out) samples[0] = samples[81] = kGuard;
+    build->decode_serial(serial, frame.data(), out[0] + 1);
     if (frame[0] == G729_SERIAL_SYNC && frame[1] % 8 == 0 &&
         std::find(frame.begin() + 2, frame.end(), G729_SERIAL_ERASED) == frame.end()) {
       const std::vector<uint8_t> bytes = packed(frame);
-      build_->decode_packed(packed_, bytes.empty() ? nullptr : bytes.data(),
-                            static_cast<uint32_t>(bytes.size()), same + 1);
+      build->decode_packed(bytewise, bytes.data(), static_cast<uint32_t>(bytes.size()), out[1] + 1);
     } else {
-      build_->decode_serial(packed_, frame.data(), same + 1);
+      build->decode_serial(bytewise, frame.data(), out[1] + 1);
     }
-    alike = alike && std::memcmp(samples, same, sizeof samples) == 0 && samples[0] == kGuard &&
-            samples[81] == kGuard;
+    alike =
+        alike && std::ranges::equal(out[0], out[1]) && out[0][0] == kGuard && out[0][81] == kGuard;
     double energy = 0;
     for (int i = 1; i <= 80; ++i) {
-      energy += double(samples[i]) * samples[i];
-      hash = (hash ^ static_cast<uint16_t>(samples[i])) * 0x100000001B3u;
+      energy += double(out[0][i]) * out[0][i];
+      hash = (hash ^ static_cast<uint16_t>(out[0][i])) * 0x100000001B3u;
     }
     return energy;
   }
 
+  const g729::Target* build;
+  G729DecoderState *serial, *bytewise;
   bool alike = true;
   uint64_t hash = 0;
-
- private:
-  const g729::Target* build_;
-  G729DecoderState *serial_, *packed_;
 };
 
 // Speech and music at one rate and the energy of their undisturbed frames.
@@ -161,50 +156,38 @@ double level_after(const Stream& stream, int first, Decoders* decoders) {
   return 10 * std::log10((found + floor) / (wanted + floor));
 }
 
-struct Outcome {
-  long long frames = 0, storms = 0, off_level = 0;
-  double lowest = 0, highest = 0;  // dB
-  bool alike = true;
-  uint64_t hash = 0;
-};
-
-Outcome run(const g729::Target* build, long long count) {
-  const Stream streams[] = {encode_stream(build, 0), encode_stream(build, 1),
-                            encode_stream(build, 2)};
-  Storm storm{.streams = streams};
-  Decoders decoders(build);
-  Outcome outcome;
-  for (; outcome.frames < count; ++outcome.storms) {
-    storm.begin();
-    for (int left = 1 + storm.below(kLongestStorm); left > 0; --left, ++outcome.frames)
-      decoders.decode(storm.next());
-    const int first = storm.below(kStreamFrames - kGoodFrames - kLevelFrames);
-    const double level = level_after(streams[storm.below(3)], first, &decoders);
-    outcome.lowest = std::min(outcome.lowest, level);
-    outcome.highest = std::max(outcome.highest, level);
-    outcome.off_level += !(std::fabs(level) < kLevelTolerance);
-  }
-  outcome.alike = decoders.alike;
-  outcome.hash = decoders.hash;
-  return outcome;
-}
-
 TEST(Storm, OfRandomFramesEndsInSpeech) {
   const char* wanted = std::getenv("STORM_FRAMES");
+  const long long most = wanted ? std::atoll(wanted) : kRecordedFrames;
   for (auto build = g729::supported_targets(); *build; ++build) {
     testing::internal::CaptureStdout();
-    const Outcome outcome = run(*build, wanted ? std::atoll(wanted) : kRecordedFrames);
+    const Stream streams[] = {encode_stream(*build, 0), encode_stream(*build, 1),
+                              encode_stream(*build, 2)};
+    Storm storm{.streams = streams};
+    Decoders decoders(*build);
+    std::vector<double> levels;
+    long long frames = 0;
+    while (frames < most) {
+      storm.begin();
+      for (int left = 1 + storm.below(kLongestStorm); left > 0; --left, ++frames)
+        decoders.decode(storm.next());
+      const int first = storm.below(kStreamFrames - kGoodFrames - kLevelFrames);
+      levels.push_back(level_after(streams[storm.below(3)], first, &decoders));
+    }
     std::fflush(stdout);
     const std::string remarks = testing::internal::GetCapturedStdout();
     EXPECT_NE(remarks.find(" ! Wrong Pitch 1st subfr. !   "), std::string::npos);
+    const auto off =
+        std::ranges::count_if(levels, [](double x) { return !(std::fabs(x) < kLevelTolerance); });
+    const auto [lowest, highest] = std::ranges::minmax(levels);
     std::printf(
-        "%lld random frames in %lld storms: off level after %lld, level afterwards %+.1f "
-        "to %+.1f dB\n",
-        outcome.frames, outcome.storms, outcome.off_level, outcome.lowest, outcome.highest);
-    EXPECT_EQ(outcome.off_level, 0);
-    EXPECT_TRUE(outcome.alike);
-    EXPECT_TRUE(wanted || outcome.hash == kRecorded)
-        << std::hex << "0x" << outcome.hash << " by " << (*build)->name
+        "%lld random frames in %zu storms: off level after %td, level afterwards %+.1f to %+.1f "
+        "dB\n",
+        frames, levels.size(), off, lowest, highest);
+    EXPECT_EQ(off, 0);
+    EXPECT_TRUE(decoders.alike);
+    EXPECT_TRUE(wanted || decoders.hash == kRecorded)
+        << std::hex << "0x" << decoders.hash << " by " << (*build)->name
         << ": the decoder, or the encoder that made the speech in it";
   }
 }

@@ -35,6 +35,7 @@ class Scenario {
     run(words);
     return text();
   }
+  GstElement* element() const { return live_.h->element; }
   guint64 counter(const char* name) const {
     GstStructure* stats = nullptr;
     g_object_get(live_.h->element, "stats", &stats, nullptr);

@@ -1,7 +1,7 @@
 // What applications and payloaders read off the elements: counters and tags.
 #include <map>
 
-#include "tests/src/live.h"
+#include "tests/src/scenario.h"
 
 namespace {
 
@@ -60,23 +60,17 @@ TEST(Stats, Encoder) {
 }
 
 TEST(Stats, Decoder) {
-  Live live;
-  const auto element = find(live.h, "kelg729fdec");
-  live.push(10, 0);
-  live.push(13, 1 * kTick);
-  live.push(32, 2 * kTick);  // three frames and a descriptor
-  for (int i = 0; i < 3; i++) gst_harness_crank_single_clock_wait(live.h.get());
-  live.next_deadline();
-  gst_test_clock_advance_time(live.clock.get(), 35 * GST_MSECOND);  // one wake-up is late
-  for (int i = 0; i < 4; i++) {
-    gst_harness_crank_single_clock_wait(live.h.get());
-    live.next_deadline();
-  }
-  live.push(15, 20 * kTick);
-  const Counters want{{"frames", 4},      {"sids", 1},          {"invalid-sizes", 2},
-                      {"concealed", 0},   {"comfort-noise", 7}, {"late-wakeups", 1},
-                      {"loss-events", 0}, {"longest-loss", 0},  {"parity-errors", 4}};
-  EXPECT_EQ(stats(element.get()), want);
+  Scenario scenario;
+  scenario.play("10@0 13@10 32@20 t=50 late+35 t=120 15@200");
+  EXPECT_EQ(stats(scenario.element()), (Counters{{"frames", 4},
+                                                 {"sids", 1},
+                                                 {"invalid-sizes", 2},
+                                                 {"concealed", 0},
+                                                 {"comfort-noise", 12},
+                                                 {"late-wakeups", 1},
+                                                 {"loss-events", 0},
+                                                 {"longest-loss", 0},
+                                                 {"parity-errors", 4}}));
 }
 
 // Losses of 2, 1 and 3 frames; a wrong parity bit is one whose lag has been changed in one bit.
