@@ -63,12 +63,24 @@ double distance(const double* rcoeff, const double* r) {
 }
 
 // Whether an inactive frame after an inactive frame sends a descriptor.
-bool decide(DtxState* state, const NoiseFilter& current, double level) {
+bool decide(DtxState* state, const NoiseFilter& current, double energy, const NoiseLevel* level) {
   if (distance(state->ref_rcoeff, current.r) > kSpectrumChanged * current.ener)
     state->flag_chang = true;
-  if (std::fabs(state->prev_energy - level) > kEnergyChanged) state->flag_chang = true;
+  const double change = energy - state->prev_energy;
+  if (level ? noise_level_worth_sending(*level, change) : std::fabs(change) > kEnergyChanged)
+    state->flag_chang = true;
   state->count_fr0 = std::min(state->count_fr0 + 1, kSidInterval);
   return state->count_fr0 == kSidInterval && state->flag_chang;
+}
+
+// The energy that a descriptor tells of the last two frames. After speech the first of them has
+// some of it; where the level is to be kept, the second stands for both.
+double told_energy(const DtxState& state, const NoiseFilter& current, bool previous_vad,
+                   const NoiseLevel* level) {
+  if (!level || current.ener == 0.0) return current.ener;
+  const double newest = state.acf_cur[1 - state.fr_cur][0];
+  const double share = previous_vad ? 2.0 * newest / current.r[0] : 1.0;
+  return current.ener * share * noise_level_factor(*level);
 }
 
 // Chooses the filter to send, the average of the past when it suits the present, and makes it the
@@ -103,18 +115,18 @@ void dtx_update(DtxState* state, const double* r, bool vad) {
   if (state->fr_cur == 0 && vad) push_current(state);
 }
 
-DtxFrame dtx_encode_frame(DtxState* state, bool previous_vad, double level, double* exc,
+DtxFrame dtx_encode_frame(DtxState* state, bool previous_vad, const NoiseLevel* level, double* exc,
                           std::span<double, kOrder> lsp_old_q, LspHistory* history) {
   NoiseFilter current;
   sum_current(*state, current.r);
   current.ener = solve(current.r, &state->levinson, current.a);
   state->energy[1] = state->energy[0];
-  state->energy[0] = current.ener * level;
+  state->energy[0] = told_energy(*state, current, previous_vad, level);
 
   DtxFrame frame = {};
   const int nb_ener = previous_vad ? 1 : 2;
   const double quantized = sid_gain_quantize(state->energy, nb_ener, &frame.sid.energy);
-  const bool send = previous_vad || decide(state, current, quantized);
+  const bool send = previous_vad || decide(state, current, quantized, level);
   if (send) {
     frame.type = kSid;
     state->flag_chang = false;

@@ -9,15 +9,12 @@
 #include "codec/dsp/lsp_codebook.h"
 #include "codec/dsp/parameter_set.h"
 #include "codec/dtx/comfort_noise.h"
+#include "codec/dtx/noise_level.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {
 
 inline constexpr int kSumAcf = 3;  // completed pairs of frames kept
-
-// Descriptors that tell the energy as it is make comfort noise this much quieter than the
-// background, 2.06 dB: the analysis window and the scale of the descriptor do not match.
-inline constexpr double kFullLevel = 1.607;
 
 struct DtxState {
   double acf_cur[2][kCoeffs] = {};        // autocorrelations of the last two frames
@@ -42,11 +39,11 @@ struct DtxFrame {
   NoiseFrame noise;
 };
 
-// Codes an inactive frame; previous_vad: the frame before was active; level is a factor on the
-// energy that descriptors tell. Writes the comfort-noise
-// excitation exc[0..79] behind its past; moves lsp_old_q and history as the decoder will. The
-// caller moves its taming memory by noise.applied.
-DtxFrame dtx_encode_frame(DtxState* state, bool previous_vad, double level, double* exc,
+// Codes an inactive frame; previous_vad: the frame before was active; descriptors tell the
+// energy as it is, or, unless level is null, so that noise gets as loud as the background.
+// Writes the comfort-noise excitation exc[0..79] behind its past; moves lsp_old_q and history as
+// the decoder will. The caller moves its taming memory by noise.applied.
+DtxFrame dtx_encode_frame(DtxState* state, bool previous_vad, const NoiseLevel* level, double* exc,
                           std::span<double, kOrder> lsp_old_q, LspHistory* history);
 
 }  // namespace KELG729F_TARGET

@@ -184,7 +184,7 @@ ParameterSet code_active_frame(EncoderCoreState* state, FrameWork* w, Rate rate,
 }
 
 ParameterSet code_inactive_frame(EncoderCoreState* state, FrameWork* w) {
-  const double level = state->complexity > 0 ? kFullLevel : 1.0;
+  NoiseLevel* const level = state->complexity > 0 ? &state->noise_level : nullptr;
   const DtxFrame coded =
       dtx_encode_frame(&state->dtx, state->past_vad, level, state->old_exc + kExcitationPast,
                        state->lsp_old_q, &state->freq_prev);
@@ -199,6 +199,10 @@ ParameterSet code_inactive_frame(EncoderCoreState* state, FrameWork* w) {
   }
   expand_bandwidth(w);
   for (int k = 0; k < kSubframes; ++k) synthesize_noise_subframe(state, *w, k);
+  if (level) {
+    noise_level_update(level, std::span<const double, kFrame>(speech_of(state), kFrame),
+                       std::span<const double, kFrame>(state->synthesis + kSynthesisPast, kFrame));
+  }
   backward_smoothing_restart(&state->mode.smoothing, w->forward_q + kCoeffs);
   state->sharp = kSharpMin;
   return {.type = coded.type, .sid = coded.sid};

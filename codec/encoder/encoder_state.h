@@ -13,6 +13,7 @@
 #include "codec/dsp/pitch.h"
 #include "codec/dsp/random.h"
 #include "codec/dtx/dtx_encode.h"
+#include "codec/dtx/noise_level.h"
 #include "codec/dtx/vad.h"
 #include "codec/encoder/mode_decision.h"
 #include "codec/encoder/music_detector.h"
@@ -68,6 +69,7 @@ struct EncoderCoreState {
   bool past_past_vad = true;
   VadState vad;
   DtxState dtx;
+  NoiseLevel noise_level;  // above level 0
 
   // 11.8 kbit/s.
   LpMode prev_lp_mode = kForward;

@@ -122,6 +122,34 @@ TEST(Handle, VoiceInNoiseIsSentAndPausesAreNot) {
   EXPECT_LT(sent, 32);  // a tenth
 }
 
+TEST(Handle, ComfortNoiseIsAsLoudAsItsBackground) {
+  constexpr int kFrames = 1700, kStart = 200;
+  for (const double rms : {30.0, 300.0, 3000.0}) {
+    const auto signal = signals::noise(kFrames, rms);
+    std::vector<double> background(signal.begin(), signal.end());
+    BiquadMemory pre = {}, post = {};
+    preprocess_highpass(&pre, background.data(), static_cast<int>(background.size()));
+    postprocess_highpass(&post, background.data(), static_cast<int>(background.size()));
+    Call call(true);
+    ASSERT_EQ(g729_encoder_set_complexity(call.encoder, 1), 0);
+    double heard = 0, there = 0;
+    for (int n = 0; n < kFrames * kFrame; n += kFrame) {
+      uint8_t bytes[G729_SPEECH_BYTES];
+      uint32_t size;
+      int16_t out[kFrame];
+      g729_encoder_encode_frame(call.encoder, &signal[n], bytes, &size);
+      g729_decoder_decode_frame(call.decoder, bytes, size, out);
+      if (n < kStart * kFrame) continue;
+      ASSERT_NE(size, G729_SPEECH_BYTES);
+      for (int i = 0; i < kFrame; ++i) {
+        heard += out[i] * static_cast<double>(out[i]);
+        there += background[n + i] * background[n + i];
+      }
+    }
+    EXPECT_NEAR(10 * std::log10(heard / there), 0.0, 0.5) << "RMS " << rms;
+  }
+}
+
 TEST(Handle, RoundTripIsCloseToTheFilteredInput) {
   // Against the input through the codec's own two high-pass filters, whose phase the waveform
   // measure would otherwise blame on the coder.
