@@ -14,7 +14,7 @@ import sys
 import numpy as np
 from scipy import signal
 
-from measure import (DELAY, FRAME, RATE, INPUT_FILTER, SOUNDS, bits_of, decibel, decode, encode,
+from measure import (DELAY, FRAME, RATE, SOUNDS, bits_of, decibel, decode, encode, high_passed,
                      read_wav)
 
 SPEECH = os.path.join(SOUNDS, "en_US_f_Allison")
@@ -27,9 +27,9 @@ def frames(x):
     return x[: len(x) // FRAME * FRAME].reshape(-1, FRAME)
 
 
-def transcode(tool, x):
+def transcode(tool, x, *options):
     """The coded frames' sizes in bits and the decoded frames."""
-    coded = encode(tool, [x], "--annexb")
+    coded = encode(tool, [x], "--annexb", *options)
     (out,) = decode(tool, coded)
     return bits_of(coded[0]), out[: len(out) // FRAME * FRAME].reshape(-1, FRAME)
 
@@ -92,26 +92,60 @@ def measure_detector(tool, paths):
               f"| {100 * np.mean(sent == SID):.1f} % | {np.mean(sent) / 10:.2f} |")
 
 
+class Noise:
+    """Comfort noise against what is in its place, from the third second on."""
+
+    def __init__(self, tool, x, complexity):
+        self.sent, out = transcode(tool, x, "--complexity", complexity)
+        n = min(len(self.sent), len(out))
+        self.speech = 100 * np.mean(self.sent == VOICE)
+        self.descriptors = np.mean(self.sent == SID) * RATE / FRAME
+        at = np.flatnonzero(self.sent[:n] != VOICE)
+        at = at[at >= 2 * RATE // FRAME]
+        self.pair = out[at], frames(high_passed(x))[at]
+
+    def __len__(self):
+        return len(self.pair[0])
+
+    def level(self, part=slice(None)):
+        made, there = (decibel(np.mean(rows[part] ** 2)) for rows in self.pair)
+        return made - there
+
+    def variation(self):
+        """Of the level of a second's worth of frames, standard deviation."""
+        return np.std([self.level(slice(i, i + 100)) for i in range(0, len(self) - 99, 100)])
+
+    def shape(self):
+        """Distance of the mean spectra, 250 to 3600 Hz, level taken out."""
+        made, there = (decibel(np.mean(np.abs(np.fft.rfft(rows * np.hanning(FRAME), 128)) ** 2, 0))
+                       for rows in self.pair)
+        return np.std((made - there)[4:58])
+
+
+def noise_row(name, rms, noises):
+    if any(len(noise) < 200 for noise in noises):
+        return f"| {name} | {rms} | {noises[0].speech:.1f} % |" + " |" * 10
+    cells = [f"| {name} | {rms} | {noises[0].speech:.1f} % "]
+    for form, value in (("+.2f", lambda n: n.level()), (".2f", lambda n: n.variation()),
+                        (".1f", lambda n: n.shape()), (".1f", lambda n: n.descriptors),
+                        (".2f", lambda n: np.mean(n.sent) / 10)):
+        cells += [f"| {value(noise):{form}} " for noise in noises]
+    return "".join(cells) + "|"
+
+
 def measure_noise(tool, paths):
-    print("\n| background | RMS | without speech | level | spectral distance | level taken out |")
-    print("|---|---|---|---|---|---|")
-    for name, noise in backgrounds(paths, 60).items():
-        for rms in (30, 100, 1000):
-            x = scaled(noise, rms**2)
-            bits, out = transcode(tool, x)
-            n = min(len(bits), len(out))
-            quiet = bits[:n] != VOICE
-            run = np.convolve(quiet, np.ones(11))[:n] == 11  # ten frames after the last speech
-            row = f"| {name} | {rms} | {100 * np.mean(quiet):.1f} % |"
-            if np.sum(run) < 30:
-                print(f"{row} - | - | - |")
-                continue
-            pair = [rows[:n][run] for rows in (out, frames(signal.lfilter(*INPUT_FILTER, x)))]
-            level = decibel(np.mean(pair[0] ** 2)) - decibel(np.mean(pair[1] ** 2))
-            spectra = [np.mean(np.abs(np.fft.rfft(p * np.hanning(FRAME), 128)) ** 2, axis=0)
-                       for p in pair]
-            d = (decibel(spectra[0]) - decibel(spectra[1]))[4:58]  # 250 to 3600 Hz
-            print(f"{row} {level:+.1f} dB | {np.sqrt(np.mean(d**2)):.1f} dB | {np.std(d):.1f} dB |")
+    columns = ("level (dB): 0", "its variation (dB): 0", "spectral shape (dB): 0",
+               "descriptors a second: 0", "kbit/s: 0")
+    print("\n| background | RMS | called speech | " + " | 1 | ".join(columns) + " | 1 |")
+    print("|---" * (3 + 2 * len(columns)) + "|")
+    talk, _ = dialogue(paths, 20)
+    for name, noise in backgrounds(paths, max(60, len(talk) // RATE + 1)).items():
+        for prefix, speech, levels in (("", np.zeros(60 * RATE), (30, 100, 300, 1000, 3000)),
+                                       ("speech with pauses, ", talk, (30, 100, 300))):
+            for rms in levels:
+                x = speech + scaled(noise, rms**2)[: len(speech)]
+                noises = [Noise(tool, x, complexity) for complexity in "01"]
+                print(noise_row(prefix + name, rms, noises))
 
 
 def main():
