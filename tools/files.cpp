@@ -205,7 +205,8 @@ void finish_standard_output() {
 
 void clean_up_on_signals() {
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) std::signal(number, remove_unfinished);
-  std::signal(SIGPIPE, SIG_IGN);  // a closed pipe is a write error like others
+  // A closed pipe and a file that is not allowed to grow are write errors like others.
+  for (const int number : {SIGPIPE, SIGXFSZ}) std::signal(number, SIG_IGN);
 }
 
 void check_job(const Job& job) {

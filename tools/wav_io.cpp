@@ -43,6 +43,9 @@ constexpr size_t kBlock = 65536;
 // Sizes from here on stand for "not known yet" in the headers of programs that write to a pipe.
 constexpr uint32_t kUnknownSize = 0x7F000000;
 
+// Sizes are 32 bits, and the header counts too.
+constexpr uint64_t kLongestWav = 0xFFFFFF00;
+
 struct Chunk {
   char name[4];
   uint8_t size[4];  // little-endian
@@ -192,7 +195,7 @@ std::vector<int16_t> read_telephone_wav(const std::string& path) {
 }
 
 WavWriter::WavWriter(const OutputFile& output, int channels, bool raw)
-    : output_(output), channels_(static_cast<size_t>(channels)) {
+    : output_(output), channels_(static_cast<size_t>(channels)), raw_(raw) {
   SF_INFO info{};
   info.samplerate = kSampleRate;
   info.channels = channels;
@@ -203,6 +206,10 @@ WavWriter::WavWriter(const OutputFile& output, int channels, bool raw)
 }
 
 void WavWriter::write(const int16_t* samples, size_t count) {
+  written_ += 2 * count;
+  if (!raw_ && written_ > kLongestWav) {
+    throw Failure(Exit::output, output_.name() + ": more than a WAV file holds; use --raw");
+  }
   block_.insert(block_.end(), samples, samples + count);
   if (block_.size() >= kBlock) write_block();
 }

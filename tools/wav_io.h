@@ -78,6 +78,8 @@ class WavWriter {
 
   const OutputFile& output_;
   size_t channels_;
+  bool raw_;
+  uint64_t written_ = 0;  // bytes
   std::unique_ptr<SNDFILE, SoundCloser> sound_;
   std::vector<int16_t> block_;  // to be written
 };

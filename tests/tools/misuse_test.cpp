@@ -121,8 +121,11 @@ TEST_F(Misuse, OneLineSaysWhatIsWrongAndNothingIsWritten) {
 
 TEST_F(Misuse, FailureLeavesAnOlderOutputAlone) {
   store(folder / "old.wav", "precious");
+  const size_t before = files();
   EXPECT_EQ(run("kelg729f decode word.bit old.wav").status, 3);
+  EXPECT_EQ(run("ulimit -f 8; kelg729f encode --format bit voice.wav old.wav").status, 4);
   EXPECT_EQ(contents(folder / "old.wav"), "precious");
+  EXPECT_EQ(files(), before);
 }
 
 TEST_F(Misuse, TruncatedStreamsDecodeWhatIsWhole) {
