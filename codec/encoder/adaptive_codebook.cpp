@@ -4,47 +4,15 @@
 #include <cmath>
 
 #include "codec/dsp/filters.h"
-#include "codec/dsp/simd/across.h"
+#include "codec/encoder/lag_correlation.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {
 namespace {
 
-constexpr int kLastFractionalLag = 84;  // first subframe
-constexpr int kWidth = 10;              // integer lags of the widest range
-constexpr int kMargin = 4;              // lags that the interpolation reads beyond the range
-constexpr double kEnergyFloor = 0.01;
 constexpr double kMaxPitchGain = 1.2;
-static_assert(kPitchMax + kMargin <= kExcitationPast);
 // Correlations are normalized eight at a time.
-constexpr int kMostLags = kMargin + (kWidth + kMargin + kLanes - 1) / kLanes * kLanes;
-
-// Interpolation of the normalized correlation by thirds of a sample: a windowed sinc.
-constexpr double corr_interp_filter[3 * kMargin + 1] = {
-    0.900839, 0.760084, 0.424082, 0.084078, -0.10557,  -0.12112, -0.047624,
-    0.016285, 0.031217, 0.015738, 0.0,      -0.005925, 0.0,
-};
-
-constexpr int kVectors = kSubframe / kLanes;
-
-// Moves the filtered excitation y from one lag to the next: y[i] <- y[i - 1] + sample * h[i], where
-// `sample` is the excitation that the longer lag brings in.
-KELG729F_VEC void delay_filtered(Vec8* y, double sample, const double* h) {
-  const Vec8 s = splat(sample);
-  for (int v = kVectors - 1; v > 0; --v) y[v] = slide(y[v - 1], y[v]) + s * load(h + v * kLanes);
-  y[0] = slide(splat(0.0), y[0]) + s * load(h);
-}
-
-// Correlation of the target with the filtered excitation y, and the energy of y.
-KELG729F_VEC void measure(const Vec8* y, const double* xn, double* corr, double* energy) {
-  Vec8 xy = load(xn) * y[0], yy = y[0] * y[0];
-  for (int v = 1; v < kVectors; ++v) {
-    xy = xy + load(xn + v * kLanes) * y[v];
-    yy = yy + y[v] * y[v];
-  }
-  *corr = sum(xy);
-  *energy = kEnergyFloor + sum(yy);
-}
+constexpr int kLagRoom = kLagMargin + (kLagWidth + kLagMargin + kLanes - 1) / kLanes * kLanes;
 
 // The square root is a single-precision one, as decisions depend on its rounding.
 KELG729F_VEC double normalize(double corr, double energy) {
@@ -59,42 +27,40 @@ int last_greatest(const double* c, int first, int last) {
   return best;
 }
 
-// The best integer lag, and the normalized correlations of the lags up to kMargin around it:
-// corr[k] is that of lag range.t0_min - kMargin + k. Beyond the range most are never asked for, as
-// the best lag tends to be in the middle. So the shorter lags' vectors are kept until it is known,
-// and the longer ones' not made.
+// The best integer lag, and the normalized correlations of the lags up to kLagMargin around it:
+// corr[k] is that of lag range.t0_min - kLagMargin + k. Beyond the range most are never asked for,
+// as the best lag tends to be in the middle. So the shorter lags' vectors are kept until it is
+// known, and the longer ones' not made.
 int search_lags(const double* exc, const double* xn, const double* h, LagRange range,
                 double* corr) {
-  const int first = range.t0_min - kMargin, width = range.t0_max - range.t0_min + 1;
-  const auto sample = [&](int k) {
-    return exc[-(first + k)];
-  };  // the first that lag first + k reads
-  alignas(kAlign) double start[kSubframe], energy[kMostLags];
+  const int first = range.t0_min - kLagMargin, width = range.t0_max - range.t0_min + 1;
+  // The first that lag first + k reads.
+  const auto sample = [&](int k) { return exc[-(first + k)]; };
+  alignas(kAlign) double start[kSubframe], energy[kLagRoom];
   convolve(exc - first, h, start);
-  Vec8 y[kVectors], shorter[kMargin][kVectors];
-  for (int v = 0; v < kVectors; ++v) y[v] = load(start + v * kLanes);
+  FilteredLag y = load_filtered(start), shorter[kLagMargin];
   int k = 0;
-  for (; k < kMargin; ++k) {
-    for (int v = 0; v < kVectors; ++v) shorter[k][v] = y[v];
-    delay_filtered(y, sample(k + 1), h);
+  for (; k < kLagMargin; ++k) {
+    shorter[k] = y;
+    delay_filtered(&y, sample(k + 1), h);
   }
-  for (int i = width; i < kMostLags - kMargin; ++i) energy[kMargin + i] = 1.0;
-  for (; k < kMargin + width; ++k) {
+  for (int i = width; i < kLagRoom - kLagMargin; ++i) energy[kLagMargin + i] = 1.0;
+  for (; k < kLagMargin + width; ++k) {
     measure(y, xn, corr + k, energy + k);
-    delay_filtered(y, sample(k + 1), h);
+    delay_filtered(&y, sample(k + 1), h);
   }
-  for (int i = kMargin; i < k; i += kLanes)
+  for (int i = kLagMargin; i < k; i += kLanes)
     for (int j = i; j < i + kLanes; ++j) corr[j] = normalize(corr[j], energy[j]);
 
-  const int best = last_greatest(corr, kMargin, k - 1);
-  for (int i = best - kMargin; i < kMargin; ++i) {
+  const int best = last_greatest(corr, kLagMargin, k - 1);
+  for (int i = best - kLagMargin; i < kLagMargin; ++i) {
     measure(shorter[i], xn, corr + i, energy + i);
     corr[i] = normalize(corr[i], energy[i]);
   }
-  for (; k <= best + kMargin; ++k) {
+  for (; k <= best + kLagMargin; ++k) {
     measure(y, xn, corr + k, energy + k);
     corr[k] = normalize(corr[k], energy[k]);
-    delay_filtered(y, sample(k + 1), h);
+    delay_filtered(&y, sample(k + 1), h);
   }
   return best;
 }
@@ -106,13 +72,13 @@ double interpolate(const double* c, int f) {
     --c;
   }
   double value = 0.0;
-  for (int i = 0; i < kMargin; ++i) {
+  for (int i = 0; i < kLagMargin; ++i) {
     value += c[-i] * corr_interp_filter[f + 3 * i] + c[1 + i] * corr_interp_filter[3 - f + 3 * i];
   }
   return value;
 }
 
-// LagFractions tried around an integer lag, in thirds; {0, 0} for none.
+// Fractions tried around an integer lag, in thirds; {0, 0} for none.
 struct LagFractions {
   int first, last;
 };
@@ -153,9 +119,9 @@ int best_fraction(const double* c, LagFractions tried) {
 
 PitchLag closed_loop_pitch(const double* exc, Subframe xn, Subframe h, LagRange range, int i_subfr,
                            Rate rate) {
-  double corr[kMostLags] = {};
+  double corr[kLagRoom] = {};
   const int best = search_lags(exc, xn.data(), h.data(), range, corr);
-  const int lag = range.t0_min - kMargin + best;
+  const int lag = range.t0_min - kLagMargin + best;
   const int f = best_fraction(corr + best, fractions_of(lag, range, i_subfr, rate));
   if (f == -2) return {lag - 1, 1};
   if (f == 2) return {lag + 1, -1};
@@ -166,7 +132,7 @@ int encode_lag(PitchLag lag, LagRange* range, int i_subfr, Rate rate) {
   const auto [t0, frac] = lag;
   if (i_subfr == 0) {
     range->t0_min = second_lag_min(t0);
-    range->t0_max = range->t0_min + kWidth - 1;
+    range->t0_max = range->t0_min + kLagWidth - 1;
     return t0 <= kLastFractionalLag + 1 ? 3 * t0 - 58 + frac : t0 + 112;
   }
   const int offset = t0 - range->t0_min;
@@ -178,7 +144,7 @@ int encode_lag(PitchLag lag, LagRange* range, int i_subfr, Rate rate) {
 
 double pitch_gain(Subframe y1, Subframe xn, double g_coeff[2]) {
   const double xy = dot(xn.data(), y1.data(), kSubframe);
-  const double yy = kEnergyFloor + dot(y1.data(), y1.data(), kSubframe);
+  const double yy = kLagEnergyFloor + dot(y1.data(), y1.data(), kSubframe);
   g_coeff[0] = yy;
   g_coeff[1] = 0.01 - 2.0 * xy;
   return std::clamp(xy / yy, 0.0, kMaxPitchGain);

@@ -17,7 +17,7 @@ struct LagRange {
 // Lag of the subframe (i_subfr 0 or 40) whose past excitation, filtered by the impulse response
 // h[0..39] of the weighted synthesis filter, has the greatest normalized correlation with the
 // target xn[0..39]. exc is the excitation at the subframe's start: exc[-154..-1] the past,
-// exc[0..39] the LP residual, which stands for the excitation not known yet. LagFractions are
+// exc[0..39] the LP residual, which stands for the excitation not known yet. Fractions are
 // searched up to lag 84 in the first subframe, throughout in the second, and at 6.4 kbit/s
 // (Annex D) around the middle of the second subframe's range only. t0 is within the range widened
 // by one; among equal correlations the largest integer lag and the lowest fraction win.
