@@ -1,5 +1,7 @@
 #include "codec/decoder/gain_decode.h"
 
+#include "codec/dsp/tables/gain_tables.h"
+
 namespace g729 {
 inline namespace KELG729F_TARGET {
 namespace {

@@ -2,6 +2,7 @@
 
 #include "codec/dsp/filters.h"
 #include "codec/dsp/math.h"
+#include "codec/dsp/tables/lsp_predictors.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

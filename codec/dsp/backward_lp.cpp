@@ -2,6 +2,7 @@
 
 #include "codec/dsp/filters.h"
 #include "codec/dsp/simd/lanes.h"
+#include "codec/dsp/tables/backward_lp_tables.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

@@ -8,13 +8,6 @@
 namespace g729 {
 inline namespace KELG729F_TARGET {
 
-// Samples under the hybrid window: 30 (order) + 80 (frame) + 35 (newest).
-inline constexpr int kHybridWindow = kBackwardOrder + kFrame + 35;
-static_assert(kHybridWindow == kSynthesisPast + kFrame);
-
-extern const double kHybridWindowTable[kHybridWindow];   // oldest sample first
-extern const double kBackwardLagWindow[kBackwardOrder];  // lags 1..30
-
 struct BackwardLpState {
   double recursive[kBackwardCoeffs] = {};          // decaying part of the autocorrelation
   double backward_a_mem[kBackwardCoeffs] = {1.0};  // last filter without a saturated coefficient

@@ -4,6 +4,7 @@
 
 #include "codec/dsp/filters.h"
 #include "codec/dsp/simd/lanes.h"
+#include "codec/dsp/tables/lsp_tables.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

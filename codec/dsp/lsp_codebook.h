@@ -1,49 +1,20 @@
-// The predictive two-stage LSF quantizer's shared half: tables and reconstruction (clauses 3.2.4
-// and 4.1.1). Encoder, decoder and silence descriptors all reconstruct through these functions, so
-// they hold identical LSPs. LSFs are in radians.
+// The predictive two-stage LSF quantizer's shared half: reconstruction (clauses 3.2.4 and 4.1.1). Encoder,
+// decoder and silence descriptors all reconstruct through these functions, so they hold identical
+// LSPs. LSFs are in radians.
 #pragma once
 
 #include "codec/dsp/constants.h"
 #include "codec/dsp/diagnostics.h"
+#include "codec/dsp/tables/lsp_predictors.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {
-
-inline constexpr int kFirstStage = 128;   // rows of the first-stage codebook
-inline constexpr int kSecondStage = 32;   // rows of the second-stage codebook
-inline constexpr int kHalf = kOrder / 2;  // columns 0..4 lower half, 5..9 upper half
 
 inline constexpr double kSpread1 = 0.0012;  // gap of the first spreading pass
 inline constexpr double kSpread2 = 0.0006;  // gap of the second spreading pass
 inline constexpr double kLsfLow = 0.005;    // lowest LSF
 inline constexpr double kLsfGap = 0.0392;   // least distance of neighbours
 inline constexpr double kLsfHigh = 3.135;   // highest LSF
-
-extern const double kLspFirstStage[kFirstStage][kOrder];
-extern const double kLspSecondStage[kSecondStage][kOrder];
-
-// A codebook for searches over sixteen rows at once in single precision: block[b][j][i] is column j
-// of row 16 b + i, half_square[b][i] half the sum of that row's squares.
-template <int Rows>
-struct CodebookBlocks {
-  static constexpr int kCount = Rows / 16;
-  alignas(64) float block[kCount][kOrder][16];
-  alignas(64) float half_square[kCount][16];
-};
-inline constexpr double kFirstStageMost = 3.0;   // no first-stage entry is as large
-inline constexpr double kHalfSquareMost = 23.0;  // nor half the square sum of a row
-inline constexpr double kSecondStageMost = 0.5;  // nor a second-stage entry in magnitude
-extern const CodebookBlocks<kFirstStage> kLspFirstStageBlocks;
-extern const CodebookBlocks<kSecondStage> kLspSecondStageBlocks;
-
-// An MA predictor of the LSF vector with what follows from its coefficients, column by column.
-struct LspPredictor {
-  double coefficient[kMaOrder][kOrder];  // newest vector first
-  double sum[kOrder];                    // 1 - (c0 + c1 + c2 + c3)
-  double inverse[kOrder];                // 1 / sum
-};
-extern const LspPredictor kSpeechPredictor[2];  // the two modes of speech frames
-extern const LspPredictor kNoisePredictor[2];   // the two modes of silence descriptors (Annex B)
 
 // The last four quantized residual vectors, newest first.
 struct LspHistory {

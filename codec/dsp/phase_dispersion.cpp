@@ -1,6 +1,7 @@
 #include "codec/dsp/phase_dispersion.h"
 
 #include "codec/dsp/simd/lanes.h"
+#include "codec/dsp/tables/phase_dispersion_tables.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

@@ -19,13 +19,6 @@ struct DispersionState {
   int onset = 0;  // 2 on an onset, falling by one a subframe
 };
 
-// An impulse response, all-pass under circular convolution of 40 samples, as two periods:
-// h[k + 40] = h[k].
-struct DispersionResponse {
-  double h[2 * kSubframe];
-};
-extern const DispersionResponse kDispersionResponse[2];  // strong, medium
-
 // A subframe that is not dispersed: follows its gains.
 void phase_dispersion_update(DispersionState* state, const Gains& gains);
 

@@ -8,6 +8,7 @@
 #include "codec/dsp/math.h"
 #include "codec/dsp/pitch.h"
 #include "codec/dsp/random.h"
+#include "codec/dsp/tables/lsp_predictors.h"
 #include "codec/dtx/gaussian_noise.h"
 
 namespace g729 {

@@ -4,6 +4,8 @@
 
 #include "codec/dsp/math.h"
 #include "codec/dsp/simd/lane_minimum.h"
+#include "codec/dsp/tables/lsp_predictors.h"
+#include "codec/dsp/tables/lsp_tables.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

@@ -5,7 +5,7 @@
 #include "codec/dsp/backward_lp.h"
 #include "codec/dsp/backward_mode.h"
 #include "codec/dsp/filters.h"
-#include "codec/dsp/flush_denormals.h"
+#include "codec/dsp/simd/flush_denormals.h"
 #include "codec/dsp/gain_predictor.h"
 #include "codec/dsp/lpc.h"
 #include "codec/dsp/lsp_codebook.h"

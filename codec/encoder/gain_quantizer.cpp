@@ -7,6 +7,7 @@
 #include "codec/dsp/filters.h"
 #include "codec/dsp/simd/across.h"
 #include "codec/dsp/simd/lanes.h"
+#include "codec/dsp/tables/gain_tables.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

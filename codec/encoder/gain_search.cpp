@@ -1,6 +1,7 @@
 #include "codec/encoder/gain_search.h"
 
 #include "codec/dsp/simd/lane_minimum.h"
+#include "codec/dsp/tables/gain_tables.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

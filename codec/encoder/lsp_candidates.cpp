@@ -5,6 +5,8 @@
 
 #include "codec/dsp/math.h"
 #include "codec/dsp/simd/across.h"
+#include "codec/dsp/tables/lsp_predictors.h"
+#include "codec/dsp/tables/lsp_tables.h"
 #include "codec/encoder/pool.h"
 
 namespace g729 {

@@ -7,6 +7,8 @@
 #include "codec/dsp/math.h"
 #include "codec/dsp/simd/across.h"
 #include "codec/dsp/simd/lanes.h"
+#include "codec/dsp/tables/lsp_predictors.h"
+#include "codec/dsp/tables/lsp_tables.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

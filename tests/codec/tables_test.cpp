@@ -8,13 +8,14 @@
 #include <span>
 
 #include "codec/decoder/long_term_postfilter.h"
-#include "codec/dsp/backward_lp.h"
 #include "codec/dsp/constants.h"
-#include "codec/dsp/gain_predictor.h"
-#include "codec/dsp/lsp_codebook.h"
-#include "codec/dsp/phase_dispersion.h"
 #include "codec/dsp/pitch.h"
 #include "codec/dsp/tables/algebraic_tables.h"
+#include "codec/dsp/tables/backward_lp_tables.h"
+#include "codec/dsp/tables/gain_tables.h"
+#include "codec/dsp/tables/lsp_predictors.h"
+#include "codec/dsp/tables/lsp_tables.h"
+#include "codec/dsp/tables/phase_dispersion_tables.h"
 #include "codec/dtx/sid.h"
 #include "codec/encoder/lp_analysis.h"
 

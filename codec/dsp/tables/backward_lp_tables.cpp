@@ -1,6 +1,4 @@
-// Windows of the backward LP analysis (Annex E), rounded to 8 decimals.
-#include "codec/dsp/backward_lp.h"
-#include "codec/dsp/constants.h"
+#include "codec/dsp/tables/backward_lp_tables.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

@@ -1,5 +1,4 @@
-// Gain codebooks of clause 3.9.2 and, for 6.4 kbit/s, of Annex D; the index maps of both.
-#include "codec/dsp/gain_predictor.h"
+#include "codec/dsp/tables/gain_tables.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

@@ -1,6 +1,4 @@
-// LSF codebooks of clause 3.2.4: two stages, radians.
-#include "codec/dsp/constants.h"
-#include "codec/dsp/lsp_codebook.h"
+#include "codec/dsp/tables/lsp_tables.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

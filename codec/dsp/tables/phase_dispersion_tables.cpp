@@ -1,6 +1,4 @@
-// Impulse responses of the phase dispersion (Annex D).
-#include "codec/dsp/constants.h"
-#include "codec/dsp/phase_dispersion.h"
+#include "codec/dsp/tables/phase_dispersion_tables.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {

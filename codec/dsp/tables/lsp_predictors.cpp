@@ -1,6 +1,4 @@
-// MA predictors of the LSF quantizer (clause 3.2.4) and of silence descriptors (Annex B).
-#include "codec/dsp/constants.h"
-#include "codec/dsp/lsp_codebook.h"
+#include "codec/dsp/tables/lsp_predictors.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {
