@@ -14,7 +14,6 @@ namespace {
 
 constexpr double kEnergyScale[3] = {1.0 / 320, 1.0 / 1280, 1.0 / 2560};  // by frames averaged
 constexpr int kSurvivors = 4;  // first-stage choices that are completed
-constexpr int kModes = 2;
 
 // A (predictor, first-stage row) pair and the error it leaves.
 struct SidCandidate {
@@ -65,11 +64,11 @@ void gather_second_stage(SidBlocks<kSidSecond>* rows) {
 }
 
 // The survivors by unweighted error over both predictors, target[mode] the innovations sought.
-void search_first_stage(const double target[kModes][kOrder], SidCandidate* survivors) {
+void search_first_stage(const double target[kPredictorModes][kOrder], SidCandidate* survivors) {
   SidBlocks<kSidFirst> rows;
   gather_first_stage(&rows);
   std::fill_n(survivors, kSurvivors, SidCandidate{0, 0, 1e38});
-  for (int mode = 0; mode < kModes; ++mode) {
+  for (int mode = 0; mode < kPredictorModes; ++mode) {
     for (int b = 0; b < rows.kCount; ++b) {
       Vec8 error = splat(0.0);
       for (int j = 0; j < kOrder; ++j) {
@@ -112,8 +111,8 @@ double codevector_error(int first, int second, const double* target, const doubl
 
 // What each predictor's innovation should be, and the weights of its error.
 struct SidTarget {
-  double lsf[kModes][kOrder];
-  double weight[kModes][kOrder];
+  double lsf[kPredictorModes][kOrder];
+  double weight[kPredictorModes][kOrder];
 };
 
 // Completes the survivors of the first stage and takes the best.
@@ -177,7 +176,7 @@ void sid_quantize_lsp(const double* lsp, const LspHistory& history, SidParameter
   lsf_weights(lsf, weight);
 
   SidTarget target;
-  for (int mode = 0; mode < kModes; ++mode) {
+  for (int mode = 0; mode < kPredictorModes; ++mode) {
     const LspPredictor& predictor = kNoisePredictor[mode];
     lsp_residual(predictor, history, lsf, target.lsf[mode]);
     for (int j = 0; j < kOrder; ++j)

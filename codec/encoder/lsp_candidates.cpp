@@ -3,7 +3,6 @@
 #include <bit>
 #include <cstdint>
 
-#include "codec/dsp/math.h"
 #include "codec/dsp/simd/across.h"
 #include "codec/dsp/tables/lsp_predictors.h"
 #include "codec/dsp/tables/lsp_tables.h"
@@ -13,14 +12,8 @@ namespace g729 {
 inline namespace KELG729F_TARGET {
 namespace {
 
-constexpr int kModes = 2;
 constexpr int kMostRows = 8;
 constexpr float kFarAway = 1e30F;
-
-// Codewords of both stages, and the error that they leave in the LSF domain.
-struct Codewords {
-  int mode, first, lower, upper;
-};
 
 using Rows = Pool<int, kMostRows>;
 
@@ -74,7 +67,7 @@ int nearest_half(const double* rest, const double* weight, int from) {
   return 0;
 }
 
-double distortion(const Codewords& c, const double* target, const double* weight) {
+double distortion(const LspRows& c, const double* target, const double* weight) {
   double buf[kOrder];
   lsp_codevector(c.first, c.lower, c.upper, buf);
   if (lsp_least_gap(buf) < kSpread1) {
@@ -89,34 +82,26 @@ double distortion(const Codewords& c, const double* target, const double* weight
   return sum;
 }
 
-void complete(const Codewords& c, const LspHistory& history, QuantizedLsp* candidate) {
-  candidate->ana[0] = c.mode * kFirstStage + c.first;
-  candidate->ana[1] = c.lower * kSecondStage + c.upper;
-  double lsf_q[kOrder];
-  candidate->remarks = lsp_reconstruct(candidate->ana, history, candidate->residual, lsf_q);
-  cosine(lsf_q, candidate->lsp_q, kOrder);
-}
-
 }  // namespace
 
 int lsp_candidates(const LspHistory& history, std::span<const double, kOrder> lsf,
                    const Effort& effort, QuantizedLsp candidate[kMostSpectra]) {
   double weight[kOrder];
   lsf_weights(lsf.data(), weight);
-  Pool<Codewords, kMostSpectra> best(effort.spectra);
-  for (int m = 0; m < kModes; ++m) {
+  Pool<LspRows, kMostSpectra> best(effort.spectra);
+  for (int m = 0; m < kPredictorModes; ++m) {
     double target[kOrder], rest[kOrder];
     lsp_residual(kSpeechPredictor[m], history, lsf.data(), target);
     Rows rows(effort.spectrum_rows);
     nearest_rows(target, effort.spectrum_rows, &rows);
     for (const auto& row : rows) {
       for (int j = 0; j < kOrder; ++j) rest[j] = target[j] - kLspFirstStage[row.value][j];
-      const Codewords c = {m, row.value, nearest_half(rest, weight, 0),
-                           nearest_half(rest, weight, kHalf)};
+      const LspRows c = {m, row.value, nearest_half(rest, weight, 0),
+                         nearest_half(rest, weight, kHalf)};
       best.offer(distortion(c, target, weight), c);
     }
   }
-  for (int i = 0; i < best.size(); ++i) complete(best[i].value, history, candidate + i);
+  for (int i = 0; i < best.size(); ++i) candidate[i] = quantized_lsp(best[i].value, history);
   return best.size();
 }
 

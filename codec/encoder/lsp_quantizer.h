@@ -10,12 +10,20 @@
 namespace g729 {
 inline namespace KELG729F_TARGET {
 
+// Codebook rows, and the mode of the predictor that they go with.
+struct LspRows {
+  int mode, first, lower, upper;
+};
+
 struct QuantizedLsp {
   int ana[2];               // mode << 7 | first-stage row; lower << 5 | upper second-stage row
   double lsp_q[kOrder];     // as the decoder reconstructs them
   double residual[kOrder];  // what the memory receives when the frame is sent
   Remarks remarks;          // those of lsp_stabilize
 };
+
+// What the decoder makes of the rows with this predictor memory.
+QuantizedLsp quantized_lsp(const LspRows& rows, const LspHistory& history);
 
 // Quantizes the LSFs of a frame (radians, increasing) against the predictor memory, which stays as
 // it is. Among equal errors the lower row and mode 0 win.

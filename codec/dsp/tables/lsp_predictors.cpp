@@ -39,8 +39,8 @@ consteval LspPredictor blend(double weight0, double weight1) {
 
 }  // namespace
 
-constexpr LspPredictor kSpeechPredictor[2] = {blend(1.0, 0.0), blend(0.0, 1.0)};
-constexpr LspPredictor kNoisePredictor[2] = {blend(1.0, 0.0), blend(0.6, 0.4)};
+constexpr LspPredictor kSpeechPredictor[kPredictorModes] = {blend(1.0, 0.0), blend(0.0, 1.0)};
+constexpr LspPredictor kNoisePredictor[kPredictorModes] = {blend(1.0, 0.0), blend(0.6, 0.4)};
 
 }  // namespace KELG729F_TARGET
 }  // namespace g729

@@ -12,8 +12,9 @@ struct LspPredictor {
   double sum[kOrder];                    // 1 - (c0 + c1 + c2 + c3)
   double inverse[kOrder];                // 1 / sum
 };
-extern const LspPredictor kSpeechPredictor[2];  // the two modes of speech frames
-extern const LspPredictor kNoisePredictor[2];   // the two modes of silence descriptors (Annex B)
+inline constexpr int kPredictorModes = 2;
+extern const LspPredictor kSpeechPredictor[kPredictorModes];
+extern const LspPredictor kNoisePredictor[kPredictorModes];  // of silence descriptors
 
 }  // namespace KELG729F_TARGET
 }  // namespace g729
