@@ -186,7 +186,9 @@ void pack_serial_bits(const uint16_t* bits, int n, uint8_t* bytes) {
 }
 
 void unpack_serial_bits(const uint8_t* bytes, int n, uint16_t* bits) {
-  for (int i = 0; i < 8 * n; ++i) bits[i] = bytes[i / 8] >> (7 - i % 8) & 1 ? kBitOne : kBitZero;
+  for (int i = 0; i < n; ++i)
+#pragma GCC unroll 8
+    for (int k = 0; k < 8; ++k) bits[8 * i + k] = bytes[i] >> (7 - k) & 1 ? kBitOne : kBitZero;
 }
 
 int parameters_to_bytes(const ParameterSet& set, uint8_t* bytes) {

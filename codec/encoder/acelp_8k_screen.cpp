@@ -86,15 +86,16 @@ KELG729F_VEC void add_up(const Screen& screen, int pair, PairSums* sums) {
         (load(screen.fourth[0][p0]) + load(screen.fourth[1][p1])) + splat(screen.pair[p0][p1]));
 }
 
-// The places of the bits that are set, the lowest first.
+// The places of the bits that are set, the lowest first, and how many they are.
 struct SetBits {
+  uint8_t count[1 << kTrackPositions];
   uint16_t place[1 << kTrackPositions][kTrackPositions];
 };
 consteval SetBits set_bits() {
   SetBits bits = {};
   for (unsigned set = 0; set < 1U << kTrackPositions; ++set)
-    for (int i = 0, n = 0; i < kTrackPositions; ++i)
-      if (set >> i & 1) bits.place[set][n++] = static_cast<uint16_t>(i);
+    for (int i = 0; i < kTrackPositions; ++i)
+      if (set >> i & 1) bits.place[set][bits.count[set]++] = static_cast<uint16_t>(i);
   return bits;
 }
 alignas(kVectorAlign) constexpr SetBits kSetBits = set_bits();
@@ -106,7 +107,7 @@ KELG729F_VEC int list_triples(const TripleSearch& s, int pair, uint16_t* triple)
   using Places = Lanes<uint16_t, kTrackPositions>;
   const auto first = static_cast<uint16_t>(pair * kTrackPositions);
   store(triple, load_as<Places>(kSetBits.place[passing]) + splat_as<Places>(first));
-  return std::popcount(passing);
+  return kSetBits.count[passing];
 }
 
 // The first triples over the threshold, `budget` at most.
@@ -158,7 +159,7 @@ bool is_decided(const TripleSearch& s, const Screen& screen, const Tried& tried,
   const Float16 bar = splat(top);
   const float rival = largest_lane(select(contest.best < bar, contest.best, contest.second));
   const unsigned lanes = lanes_at_most(bar, contest.best);
-  if (tried.count == 0 || std::popcount(lanes) > 1) return false;
+  if (tried.count == 0 || (lanes & (lanes - 1)) != 0) return false;
   const int lane = first_lane(lanes);
   try_fourth(s, tried.triple[low_bits(top, kNumberBits)], lane, lane, winner);
   const double square = winner->best.square * (screen.scale * screen.scale);
