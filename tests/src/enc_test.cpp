@@ -67,19 +67,13 @@ TEST(Encoder, AnnexBIsReadAtStart) {
 // `frames` is re-read for every frame, but never leads out of the buffers.
 TEST(Encoder, FramesChangedWhileRunning) {
   Harness h = make_encoder(4);
-  ASSERT_EQ(gst_harness_push(h.get(), audio(4)), GST_FLOW_OK);
-  EXPECT_EQ(pull_sizes(h), Sizes{40});
-  for (const int more : {5, 100, G_MAXINT}) {
-    gst_harness_set(h.get(), "kelg729fenc", "frames", more, nullptr);
+  const std::pair<int, Sizes> steps[] = {{4, {40}},        {5, {40}}, {100, {40}},
+                                         {G_MAXINT, {40}}, {3, {30}}, {0, {}}};
+  for (const auto& [frames, sizes] : steps) {
+    gst_harness_set(h.get(), "kelg729fenc", "frames", frames, nullptr);
     ASSERT_EQ(gst_harness_push(h.get(), audio(4)), GST_FLOW_OK);
-    EXPECT_EQ(pull_sizes(h), Sizes{40});
+    EXPECT_EQ(pull_sizes(h), sizes) << frames;
   }
-  gst_harness_set(h.get(), "kelg729fenc", "frames", 3, nullptr);
-  ASSERT_EQ(gst_harness_push(h.get(), audio(4)), GST_FLOW_OK);
-  EXPECT_EQ(pull_sizes(h), Sizes{30});
-  gst_harness_set(h.get(), "kelg729fenc", "frames", 0, nullptr);
-  ASSERT_EQ(gst_harness_push(h.get(), audio(4)), GST_FLOW_OK);
-  EXPECT_EQ(pull_sizes(h), Sizes{});
 }
 
 TEST(Encoder, NoFramesAndTheMostFramesReachTheEnd) {

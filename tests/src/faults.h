@@ -105,46 +105,30 @@ class Downstream {
   int waiting_ = 0;
 };
 
-// Memory runs out: in the framework's default allocator's place stands one that gives nothing for
-// every so manieth request; 0 for never. The framework does not expect it to be replaced while
-// other threads allocate.
+// Memory runs out: in the framework's default allocator's place stands one that gives nothing. The
+// framework does not expect it to be replaced while other threads allocate.
 class NoMemory {
  public:
-  explicit NoMemory(int every = 1) : usual_(gst_allocator_find(nullptr)) {
-    auto* allocator = static_cast<Allocator*>(g_object_new(type(), nullptr));
-    allocator->usual = usual_;
-    allocator->every = every;
+  NoMemory() : usual_(gst_allocator_find(nullptr)) {
+    auto* allocator = static_cast<GstAllocator*>(g_object_new(type(), nullptr));
     gst_object_ref_sink(allocator);
-    gst_allocator_set_default(GST_ALLOCATOR(allocator));
-    allocator_ = allocator;
+    gst_allocator_set_default(allocator);
   }
   ~NoMemory() { gst_allocator_set_default(usual_); }
   NoMemory(const NoMemory&) = delete;
   NoMemory& operator=(const NoMemory&) = delete;
-  void fail_every(int every) { g_atomic_int_set(&allocator_->every, every); }
 
  private:
-  struct Allocator {
-    GstAllocator parent;
-    GstAllocator* usual;
-    gint every, asked;
-  };
-  static GstMemory* alloc(GstAllocator* base, gsize size, GstAllocationParams* params) {
-    auto* self = reinterpret_cast<Allocator*>(base);
-    const gint every = g_atomic_int_get(&self->every);
-    if (every && g_atomic_int_add(&self->asked, 1) % every == 0) return nullptr;
-    return gst_allocator_alloc(self->usual, size, params);
-  }
   static GType type() {
     const auto init = [](gpointer klass, gpointer) {
-      static_cast<GstAllocatorClass*>(klass)->alloc = alloc;
+      static_cast<GstAllocatorClass*>(klass)->alloc =
+          [](GstAllocator*, gsize, GstAllocationParams*) -> GstMemory* { return nullptr; };
     };
     static const GType made = g_type_register_static_simple(
-        GST_TYPE_ALLOCATOR, "NoMemoryAllocator", sizeof(GstAllocatorClass), init, sizeof(Allocator),
-        nullptr, static_cast<GTypeFlags>(0));
+        GST_TYPE_ALLOCATOR, "NoMemoryAllocator", sizeof(GstAllocatorClass), init,
+        sizeof(GstAllocator), nullptr, static_cast<GTypeFlags>(0));
     return made;
   }
 
   GstAllocator* usual_;
-  Allocator* allocator_;
 };

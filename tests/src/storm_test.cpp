@@ -79,19 +79,8 @@ struct Stage {
   void push_some(Random& random) {
     const auto frames = 1 + random() % kMostFrames;
     if (kind.packet == kPcm) return push(random() % 4 ? frames * kPcm : random() % (kMost / 2) * 2);
-    switch (random() % 8) {
-      case 0:
-      case 1:
-        return push(10 * frames);
-      case 2:
-      case 3:
-      case 4:
-        return push(2);
-      case 5:
-        return push(12);
-      default:
-        return push(random() % 20);
-    }
+    const gsize odd = random() % 20, sizes[] = {10 * frames, 10 * frames, 2, 2, 2, 12, odd, odd};
+    push(sizes[random() % 8]);
   }
   void set(GstState state) {
     EXPECT_NE(gst_element_set_state(h->element, state), GST_STATE_CHANGE_FAILURE);
