@@ -313,10 +313,10 @@ def call(options):
     """Both directions of a call that is over."""
     says, hears = ([f"{options.folder}/{end}-{does}.wav" for end in ends]
                    for ends, does in (("ab", "says"), ("ba", "hears")))
+    capture = Capture(options.capture)
     sayings(options, says)
     links = [Link(options.loss / 100, options.burst, options.seed + i) for i in range(2)]
     directions = [Direction(*ends, options.redundancy) for ends in zip(says, hears, links)]
-    capture = Capture(options.capture)
     for d, other in zip(directions, directions[::-1]):
         # As if each end sent from the port where it receives.
         d.on_arrival = lambda packet, ports=(other.port, d.port): capture.add(time.time_ns(), *ports, packet)
@@ -336,6 +336,8 @@ def main():
     Gst.init(None)
     try:
         directions = call(options)
+    except OSError as error:
+        sys.exit(f"call: {error.filename or options.capture}: {error.strerror}")
     finally:
         for pipeline in pipelines:
             pipeline.set_state(Gst.State.NULL)
