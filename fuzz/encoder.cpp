@@ -2,8 +2,8 @@
 // compression. What holds: frames that the decoder takes, the same from every build, and the
 // encoder's local synthesis equal to the decoder's, double for double.
 //
-// Input: one byte for silence compression, then steps of one byte for signal, rate and level, one
-// for the count of frames, and what the signal needs.
+// Input: one byte for silence compression, then steps of one byte for signal, rate, level and a
+// turn of silence compression, one for the count of frames, and what the signal needs.
 #include <cstring>
 
 #include "codec/dispatch.h"
@@ -24,15 +24,20 @@ class Call {
     for (const g729::Target* build : fuzz::other_builds())
       builds_.push_back(build->encoder_create(annexb));
   }
-  ~Call() {
-    for (G729EncoderState* build : builds_) build->target->encoder_destroy(build);
-  }
+  ~Call() { drop_builds(); }
   Call(const Call&) = delete;
   Call& operator=(const Call&) = delete;
 
   void set_complexity(int level) {
     encoder_.complexity = level;
     for (G729EncoderState* build : builds_) build->target->set_complexity(build, level);
+  }
+
+  // Only here: a handle is made with or without it, so the other builds' part ends.
+  void turn_annexb() {
+    annexb_ = !annexb_;
+    encoder_.dtx_enabled = annexb_;
+    drop_builds();
   }
 
   void frame(const int16_t* samples, g729::Rate rate) {
@@ -52,6 +57,10 @@ class Call {
   bool full() const { return decoder_.frame_counter >= kMostFrames; }
 
  private:
+  void drop_builds() {
+    for (G729EncoderState* build : builds_) build->target->encoder_destroy(build);
+    builds_.clear();
+  }
   void expect_size(const g729::SerialFrame& serial, g729::Rate rate) const {
     const int bits = serial.size;
     fuzz::expect(serial.sync == g729::kSyncWord, "sync word");
@@ -68,7 +77,7 @@ class Call {
       fuzz::expect(encoded[i] == decoded[i], "encoder and decoder in step");
   }
 
-  const bool annexb_;
+  bool annexb_;
   g729::EncoderCoreState encoder_;
   g729::DecoderCoreState decoder_;
   std::vector<G729EncoderState*> builds_;
@@ -118,6 +127,7 @@ void step(fuzz::Input* in, Call* call) {
   const int frames = 1 + in->byte() / 8;
   Signal signal(choice / 3 % 7, in);
   call->set_complexity(choice / 21 % (1 + G729_COMPLEXITY_MAX));
+  if (choice / 84 == 1) call->turn_annexb();
   for (int f = 0; f < frames && !call->full(); ++f) {
     int16_t samples[kFrame];
     signal.frame(samples);

@@ -87,7 +87,7 @@ void quantize_spectrum(EncoderCoreState* state, FrameWork* w) {
 }
 
 void use_spectrum(const Spectra& spectra, int chosen, FrameWork* w) {
-  w->lsp_new_q = spectra.quantized[chosen];
+  w->lsp_new_q = spectra.candidate[chosen].quantized;
   copy_vector(spectra.filter[chosen], w->forward_q, kSubframes * kCoeffs);
 }
 

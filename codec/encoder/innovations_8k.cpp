@@ -4,7 +4,6 @@
 #include "codec/dsp/filters.h"
 #include "codec/dsp/pitch.h"
 #include "codec/dsp/simd/across.h"
-#include "codec/dsp/simd/lane_minimum.h"
 #include "codec/encoder/innovations.h"
 
 namespace g729 {
@@ -31,7 +30,6 @@ struct Search {
   alignas(kVectorAlign) TrackVector sign;
   ImpulseCorrelation rr;
   double threshold;
-  double response;  // energy of the impulse response
 };
 
 struct Pulse {
@@ -102,108 +100,106 @@ void prepare(const JointTarget& in, const double* h, double share, Search* s) {
     store(tracks[t], load(tracks[t]) * load(s->sign[t]));
   }
   impulse_energies(h, &s->rr);
-  s->response = s->rr.diagonal[0][0];
   correlate_impulse(h, s->sign, &s->rr, kFourPulses);
   project(tracks, in.yy, &s->rr);
   set_threshold(share, s);
 }
 
 // The scan: sixteen fourth pulses at once, track 3 then track 4, in single precision, behind all
-// pairs of first and second pulses above the threshold with all third ones. Each lane keeps its
-// best pair, which stands in the last bits of the square; the third pulse is found again
-// afterwards. Every energy is a sum of terms whose magnitudes add up to 16 times that of the
-// response, so that the bias keeps all of them above 0, whatever the rounding.
+// pairs of first and second pulses above the threshold with all third ones. It ranks by
+// (d c)^2 - level c' R c, which is positive where the criterion exceeds the level. With
+// a = d p0 + d p1 + d p2 and E the energies of what its arguments share,
+//
+//   (d c)^2 - level c' R c = [a^2 - level E(p0, p1, p2)] + 2 a d[p3]
+//                            + [d[p3]^2 - level E(p2, p3)] - level E(p0, p1; p3).
+//
+// less kShift, which leaves nothing near 0: correlations come scaled so that four add up to 1 at
+// most. Each lane keeps its best pair, whose number stands in the last bits; the third pulse is
+// found again afterwards.
 constexpr unsigned kPairBits = 6;
-constexpr double kBias = 0x1p-14;  // of the response's energy
+constexpr double kLevelAboveGreedy = 1.05;  // where the best codewords are
+constexpr double kShift = 2.0;
+constexpr float kNothing = -0x1p126F;
+using Float8 = Lanes<float, kLanes>;
 struct Scan {
+  // Lanes 0..7 the correlation, lanes 8..15 the energy: a first pulse [0] with every third one, and
+  // what a second one [1] adds to that.
   alignas(kVectorAlign) float third[2][kTrackPositions][kFloatLanes];
-  alignas(kVectorAlign) float fourth[3][kTrackPositions][kFloatLanes];
+  alignas(kVectorAlign) float with[2][kTrackPositions][kFloatLanes];  // E(p0; p3), E(p1; p3)
+  alignas(kVectorAlign) float fourth[kTrackPositions][kFloatLanes];   // by third pulse
   alignas(kVectorAlign) float pair[kTrackPositions][kTrackPositions];
-  alignas(kVectorAlign) float d[kFloatLanes];
-  double scale;
-  float bias;
+  alignas(kVectorAlign) float d[kFloatLanes];  // 2 d[p3]
 };
 
-void set_scan(const Search& s, Scan* scan) {
+void set_scan(const Search& s, double level, Scan* scan) {
   double largest = 0.0;
   for (const auto& track : s.d)
     for (const double d : track) largest = std::max(largest, std::fabs(d));
-  scan->scale = largest > 0.0 ? 0.25 / largest : 0.0;
-  const Vec8 scale = splat(scan->scale);
+  const double unit = largest > 0.0 ? 0.25 / largest : 0.0;
+  const Vec8 scale = splat(unit), cost = splat(level * unit * unit);
   const auto& diagonal = s.rr.diagonal;
-  scan->bias = static_cast<float>(kBias * s.response);
-  store(scan->d, narrow(load(s.d[3]) * scale, load(s.d[4]) * scale));
+  const Vec8 d3 = load(s.d[3]) * scale, d4 = load(s.d[4]) * scale;
+  store(scan->d, narrow(d3 + d3, d4 + d4));
   for (int p = 0; p < kTrackPositions; ++p) {
     const auto &row0 = s.rr.row[0][p], &row1 = s.rr.row[1][p], &row2 = s.rr.row[2][p];
-    store(scan->third[0][p], narrow((splat(s.d[0][p]) + load(s.d[2])) * scale,
-                                    (splat(diagonal[0][p]) + load(diagonal[2])) + load(row0[2])));
+    store(scan->third[0][p],
+          narrow((splat(s.d[0][p]) + load(s.d[2])) * scale,
+                 ((splat(diagonal[0][p]) + load(diagonal[2])) + load(row0[2])) * cost));
     store(scan->third[1][p],
-          narrow(splat(s.d[1][p]) * scale, splat(diagonal[1][p]) + load(row1[2])));
-    store(scan->fourth[0][p], narrow(load(row0[3]), load(row0[4])));
-    store(scan->fourth[1][p], narrow(load(row1[3]), load(row1[4])));
-    store(scan->fourth[2][p],
-          narrow(load(diagonal[3]) + load(row2[3]), load(diagonal[4]) + load(row2[4])));
+          narrow(splat(s.d[1][p]) * scale, (splat(diagonal[1][p]) + load(row1[2])) * cost));
+    store(scan->with[0][p], narrow(load(row0[3]) * cost, load(row0[4]) * cost));
+    store(scan->with[1][p], narrow(load(row1[3]) * cost, load(row1[4]) * cost));
+    store(scan->fourth[p], narrow(d3 * d3 - (load(diagonal[3]) + load(row2[3])) * cost,
+                                  d4 * d4 - (load(diagonal[4]) + load(row2[4])) * cost));
   }
   for (int p = 0; p < kTrackPositions; p += 2)
-    store(scan->pair[p], narrow(load(s.rr.row[0][p][1]), load(s.rr.row[0][p + 1][1])));
+    store(scan->pair[p], narrow(load(s.rr.row[0][p][1]) * cost + splat(kShift),
+                                load(s.rr.row[0][p + 1][1]) * cost + splat(kShift)));
 }
 
-// Lane-wise the greater of the fractions a / b and *c / *d, of positive denominators; *c / *d where
-// they are equal.
-KELG729F_VEC void keep_greater(Float16 a, Float16 b, Float16* c, Float16* d) {
-  const auto greater = a * *d > *c * b;
-  *c = select(greater, a, *c);
-  *d = select(greater, b, *d);
-}
-
-KELG729F_VEC void scan_third(const Scan& scan, int p0, int p1, Float16* square, Float16* energy) {
+KELG729F_VEC Float16 scan_third(const Scan& scan, int p0, int p1) {
+  const Float16 third = load(scan.third[0][p0]) + load(scan.third[1][p1]);
+  alignas(kVectorAlign) float a[kTrackPositions], alone[kTrackPositions];
+  const Float8 sum = low(third);
+  store(a, sum);
+  store(alone, sum * sum - (high(third) + splat_as<Float8>(scan.pair[p0][p1])));
   const Float16 d = load(scan.d);
-  alignas(kVectorAlign) float third[kFloatLanes];
-  store(third, load(scan.third[0][p0]) + load(scan.third[1][p1]));
-  const Float16 fourth =
-      (load(scan.fourth[0][p0]) + load(scan.fourth[1][p1])) + splat(scan.pair[p0][p1] + scan.bias);
-  *square = splat(0.0F);
-  *energy = splat(1.0F);
+  Float16 best = splat(kNothing);
 #pragma GCC unroll 8
-  for (int p2 = 0; p2 < kTrackPositions; ++p2) {
-    const Float16 ps = splat(third[p2]) + d;
-    const Float16 e = (splat(third[kTrackPositions + p2]) + fourth) + load(scan.fourth[2][p2]);
-    keep_greater(ps * ps, e, square, energy);
-  }
+  for (int p2 = 0; p2 < kTrackPositions; ++p2)
+    best = larger(splat(a[p2]) * d + (splat(alone[p2]) + load(scan.fourth[p2])), best);
+  return best - (load(scan.with[0][p0]) + load(scan.with[1][p1]));
 }
 
 Float16 scan_pairs(const Search& s, const Scan& scan) {
   const Vec8 threshold = splat(s.threshold - largest_of(s.d[2])), d1 = load(s.d[1]);
-  Float16 best_square = splat(0.0F), best_energy = splat(1.0F);
+  Float16 best = splat(kNothing);
   for (int p0 = 0; p0 < kTrackPositions; ++p0)
     for (unsigned passing = lanes_greater(splat(s.d[0][p0]) + d1, threshold); passing != 0;
          passing &= passing - 1) {
       const int p1 = first_lane(passing);
-      Float16 square, energy;
-      scan_third(scan, p0, p1, &square, &energy);
-      keep_greater(with_low_bits(square, kPairBits, splat(kTrackPositions * p0 + p1)), energy,
-                   &best_square, &best_energy);
+      const Float16 value = scan_third(scan, p0, p1);
+      best = larger(with_low_bits(value, kPairBits, splat(kTrackPositions * p0 + p1)), best);
     }
-  return with_low_bits(best_square / best_energy, kPairBits,
-                       bits_as<int32_t>(best_square) & splat((1 << kPairBits) - 1));
+  return best;
 }
 
-// A lane of the scan: its criterion, in whose last bits the pair stands.
+// A lane of the scan, in whose last bits the pair stands.
 struct Start {
   unsigned pair;
   int lane;
 };
 
-// The `count` greatest criteria above 0, the greatest first.
+// The `count` greatest lanes, the greatest first; fewer where nothing was scanned.
 int best_lanes(Float16 best, int count, Start start[kMostStarts]) {
   alignas(kVectorAlign) float value[kFloatLanes];
   store(value, best);
   for (int n = 0; n < count; ++n) {
     const float most = largest_lane(load(value));
-    if (!(most > 0.0F)) return n;
+    if (!(most > 0.5F * kNothing)) return n;
     const int lane = first_lane(lanes_at_most(splat(most), load(value)));
     start[n] = {low_bits(most, kPairBits), lane};
-    value[lane] = 0.0F;
+    value[lane] = kNothing;
   }
   return count;
 }
@@ -261,14 +257,15 @@ KELG729F_VEC Move best_move(const Search& s, const Codeword& rest, Vec8 with_res
   return {lane[0][place], lane[1][place], lane[2][place], place};
 }
 
-// Moves pulse k to the best place of its tracks.
-void move_pulse(const Search& s, int k, Codeword* c) {
+// Moves pulse k to the best place of its tracks; returns whether that is another one.
+bool move_pulse(const Search& s, int k, Codeword* c) {
   const Pulse moved = c->pulse[k];
   Codeword rest = *c;
   rest.ps -= moved.flip * s.d[moved.track][moved.place];
   rest.energy -= s.rr.diagonal[moved.track][moved.place];
   Vec8 with_rest[2] = {splat(0.0), splat(0.0)};
   const int tracks = k == 3 ? 2 : 1;
+  bool moved_away = false;
   for (int i = 0; i < kPulses; ++i) {
     if (i == k) continue;
     const Pulse& p = c->pulse[i];
@@ -282,15 +279,28 @@ void move_pulse(const Search& s, int k, Codeword* c) {
     c->pulse[k] = {k + t, move.place, move.flip};
     c->ps = move.ps;
     c->energy = move.energy;
+    moved_away = true;
   }
+  return moved_away;
 }
 
+// Moves one pulse after the other, until every one is where it is best. The third one is already.
 void refine(const Search& s, int sweeps, Codeword* c) {
-  for (int sweep = 0; sweep < sweeps; ++sweep) {
-    const double before = c->ps;
-    for (int k = 0; k < kPulses; ++k) move_pulse(s, k, c);
-    if (c->ps == before) return;
-  }
+  for (int n = 0, settled = 1; n < sweeps * kPulses && settled < kPulses; ++n)
+    settled = move_pulse(s, (n + 3) % kPulses, c) ? 1 : settled + 1;
+}
+
+// The criterion of the codeword with the greatest correlation, refined once, or 0.
+double greedy_level(const Search& s) {
+  Codeword c;
+  for (int k = 0; k < kPulses; ++k) c.pulse[k] = {k, greatest_lane(load(s.d[k])), 1.0};
+  const int other = greatest_lane(load(s.d[4]));
+  if (s.d[4][other] > s.d[3][c.pulse[3].place]) c.pulse[3] = {4, other, 1.0};
+  measure(s, &c);
+  if (c.ps <= 0.0) return 0.0;
+  c.energy = std::max(c.energy, kLeastEnergy);
+  refine(s, 1, &c);
+  return c.ps * c.ps / c.energy;
 }
 
 // A pair of the scan with the fourth pulse of a lane and the best third one.
@@ -309,21 +319,25 @@ Codeword codeword_of(const Search& s, Start start) {
   return c;
 }
 
-void write(const Search& s, const Codeword& c, const PaddedImpulse& impulse, const JointTarget& in,
-           Candidate* out) {
+// The words sent.
+void words_of(const Search& s, const Codeword& c, int code[2]) {
+  const Pulse* const p = c.pulse;
+  code[0] =
+      p[0].place | p[1].place << 3 | p[2].place << 6 | (p[3].track - 3) << 9 | p[3].place << 10;
+  code[1] = 0;
+  for (int k = 0; k < kPulses; ++k)
+    code[1] |= (p[k].flip * s.sign[p[k].track][p[k].place] > 0.0) << k;
+}
+
+void write(const Codeword& c, const PaddedImpulse& impulse, const JointTarget& in, Candidate* out) {
   int position[kPulses];
   double sign[kPulses];
   zero_vector(out->innovation.code, kSubframe);
-  out->code[1] = 0;
   for (int k = 0; k < kPulses; ++k) {
-    const Pulse& p = c.pulse[k];
-    position[k] = kTracks * p.place + p.track;
-    sign[k] = p.flip * s.sign[p.track][p.place];
+    position[k] = kTracks * c.pulse[k].place + c.pulse[k].track;
+    sign[k] = out->code[1] >> k & 1 ? 1.0 : -1.0;
     out->innovation.code[position[k]] = sign[k];
-    out->code[1] |= (sign[k] > 0.0) << k;
   }
-  out->code[0] = c.pulse[0].place | c.pulse[1].place << 3 | c.pulse[2].place << 6 |
-                 (c.pulse[3].track - 3) << 9 | c.pulse[3].place << 10;
   filter_pulses(impulse, position, sign, kPulses, out->innovation.y);
   pitch_sharpen(out->innovation.code, in.t0, in.sharp);
   out->merit = c.ps * c.ps / c.energy;
@@ -346,20 +360,18 @@ int innovations_8k(const JointTarget& in, const Effort& effort, Candidate candid
   pitch_sharpen(h, in.t0, in.sharp);
   const PaddedImpulse padded = pad_impulse(h);
   prepare(in, h, effort.threshold, &s);
-  set_scan(s, &scan);
+  set_scan(s, kLevelAboveGreedy * greedy_level(s), &scan);
 
-  Start start[kMostStarts];
-  const int starts = best_lanes(scan_pairs(s, scan), effort.starts, start);
+  Start start[kMostStarts] = {};
+  const int starts = std::max(best_lanes(scan_pairs(s, scan), effort.starts, start), 1);
   int count = 0;
   for (int i = 0; i < starts; ++i) {
     Codeword c = codeword_of(s, start[i]);
     refine(s, effort.sweeps, &c);
-    write(s, c, padded, in, candidate + count);
-    if (is_new(candidate, count)) ++count;
+    words_of(s, c, candidate[count].code);
+    if (is_new(candidate, count)) write(c, padded, in, candidate + count++);
   }
-  if (count > 0) return count;
-  write(s, codeword_of(s, {0, 0}), padded, in, candidate);  // silence
-  return 1;
+  return count;
 }
 
 }  // namespace KELG729F_TARGET

@@ -20,7 +20,15 @@ namespace {
 constexpr double kTamedGain = 0.95;  // highest pitch gain of a tamed subframe
 constexpr double kMaxPitchGain = 1.2;
 constexpr int kTail = kSubframe - kBackwardOrder;  // where the memories of the errors begin
+// Error that a unit of the spectrum's distortion counts as, of the energy of the weighted speech:
+// the excitation makes up for a worse spectrum, but not all that is heard of it.
+constexpr double kSpectrumCost = 0.3;
 constexpr int kMostBranches = std::max(kMostSpectra, kMostSurvivors);
+
+// Pairs of branch and lag that get their adaptive-codebook vector, for so many of them to be kept.
+constexpr int looks(int pairs) {
+  return 2 * pairs + 2;
+}
 
 // What is fixed for the frame.
 struct Frame {
@@ -36,13 +44,19 @@ struct Branch {
   Path* path;
   int spectrum;
   LpFilter filter;
-  double energy;  // of the target
+  double error;  // so far, with nothing yet that meets the target
   alignas(kAlign) double xn[kSubframe];
   alignas(kAlign) double h[kSubframe];
   alignas(kAlign) double residual[kSubframe];
 };
 
 // A branch with a lag.
+struct LaggedBranch {
+  const Branch* branch;
+  PitchLag lag;
+};
+
+// The same with its adaptive-codebook vector.
 struct Pair {
   const Branch* branch;
   PitchLag lag;
@@ -75,7 +89,7 @@ void start_branch(const Frame& f, Path* path, int spectrum, int k, Branch* b) {
   f.w->quantized[k] = b->filter;
   residual_filter(b->filter, f.speech + k * kSubframe, b->residual, kSubframe);
   find_target(b->residual, path->error_mem, *f.w, k, b->xn, b->h);
-  b->energy = dot(b->xn, b->xn, kSubframe);
+  b->error = path->error + dot(b->xn, b->xn, kSubframe);
 }
 
 LagRange second_range(PitchLag first) {
@@ -83,13 +97,18 @@ LagRange second_range(PitchLag first) {
   return {lowest, lowest + 9};
 }
 
-int find_lags(const Frame& f, const Branch& b, LagRange range, int k, PitchLag* lag) {
+// Offers the branch with its lags, by the error that the correlation at the lag promises.
+void offer_lags(const Frame& f, const Branch& b, LagRange range, int k,
+                Pool<LaggedBranch, looks(kMostPairs)>* pool) {
   double* const exc = excitation_of(b.path, k);
   copy_vector(b.residual, exc, kSubframe);
-  const int count = f.effort.lags[k];
-  if (count > 1) return lag_candidates(exc, b.xn, b.h, range, k * kSubframe, f.rate, count, lag);
-  lag[0] = closed_loop_pitch(exc, b.xn, b.h, range, k * kSubframe, f.rate);
-  return 1;
+  LagCandidate lag[kMostLags];
+  const int count =
+      lag_candidates(exc, b.xn, b.h, range, k * kSubframe, f.rate, f.effort.lags[k], lag);
+  for (int i = 0; i < count; ++i) {
+    const double match = std::max(lag[i].correlation, 0.0);
+    pool->offer(b.error - match * match, {&b, lag[i].lag});
+  }
 }
 
 // Fills the pair; returns the error so far with the best pitch gain.
@@ -104,7 +123,7 @@ double start_pair(const Branch& b, PitchLag lag, int k, Pair* pair) {
   pair->yy = dot(pair->y1, pair->y1, kSubframe) + 0.01;
   pair->tame = taming_test(b.path->exc_err, lag.t0, lag.frac);
   pair->gain = std::clamp(pair->xy / pair->yy, 0.0, pair->tame ? kTamedGain : kMaxPitchGain);
-  return b.path->error + b.energy + pair->gain * (pair->gain * pair->yy - 2.0 * pair->xy);
+  return b.error + pair->gain * (pair->gain * pair->yy - 2.0 * pair->xy);
 }
 
 // The one that stage by stage finds, for the codebooks of 6.4 and 11.8 kbit/s.
@@ -209,21 +228,20 @@ void go_on(const Frame& f, const Choice& choice, double error, int k, Path* path
 int search_subframe(const Frame& f, const Branch* branch, const LagRange* range, int branches,
                     int k, int keep, Path* next) {
   const Effort& effort = f.effort;
-  Pair pair[kMostBranches * kMostLags];
+  Pool<LaggedBranch, looks(kMostPairs)> lagged(looks(effort.pairs[k]));
+  for (int i = 0; i < branches; ++i) offer_lags(f, branch[i], range[i], k, &lagged);
+  Pair pair[looks(kMostPairs)];
   Pool<const Pair*, kMostPairs> pairs(effort.pairs[k]);
-  int count = 0;
-  for (int i = 0; i < branches; ++i) {
-    PitchLag lag[kMostLags];
-    const int lags = find_lags(f, branch[i], range[i], k, lag);
-    for (int j = 0; j < lags; ++j, ++count)
-      pairs.offer(start_pair(branch[i], lag[j], k, pair + count), pair + count);
+  for (int i = 0; i < lagged.size(); ++i) {
+    const LaggedBranch& l = lagged[i].value;
+    pairs.offer(start_pair(*l.branch, l.lag, k, pair + i), pair + i);
   }
   Candidate candidate[kMostPairs * kMostStarts];
   Pool<Triple, kMostGainSearches> triples(effort.gain_searches[k]);
-  count = 0;
+  int count = 0;
   for (const auto& entry : pairs) {
     const Pair& p = *entry.value;
-    const double left = p.branch->path->error + p.branch->energy - p.xy * p.xy / p.yy;
+    const double left = p.branch->error - p.xy * p.xy / p.yy;
     const int found = find_innovations(f, p, candidate + count);
     for (int i = 0; i < found; ++i, ++count)
       triples.offer(left - candidate[count].merit, {&p, candidate + count});
@@ -231,8 +249,7 @@ int search_subframe(const Frame& f, const Branch* branch, const LagRange* range,
   Pool<Choice, kMostSurvivors> choices(keep);
   for (const auto& entry : triples) {
     const Choice choice = choose_gains(entry.value, f.rate);
-    const Branch& b = *entry.value.pair->branch;
-    choices.offer(b.path->error + b.energy + choice.gains.error, choice);
+    choices.offer(entry.value.pair->branch->error + choice.gains.error, choice);
   }
   for (int i = 0; i < choices.size(); ++i)
     go_on(f, choices[i].value, choices[i].error, k, next + i);
@@ -253,9 +270,9 @@ void encode_lags(Rate rate, LagRange range, Path* path) {
 
 void find_spectra(const EncoderCoreState& state, std::span<const double, kOrder> lsf,
                   const Effort& effort, Spectra* spectra) {
-  spectra->count = lsp_candidates(state.freq_prev, lsf, effort, spectra->quantized);
+  spectra->count = lsp_candidates(state.freq_prev, lsf, effort, spectra->candidate);
   for (int i = 0; i < spectra->count; ++i) {
-    const double* const lsp_q = spectra->quantized[i].lsp_q;
+    const double* const lsp_q = spectra->candidate[i].quantized.lsp_q;
     const double* const old = state.prev_lp_mode == kForward ? state.lsp_old_q : lsp_q;
     interpolate_quantized_lpc(old, lsp_q, spectra->filter[i]);
   }
@@ -269,8 +286,11 @@ int search_jointly(EncoderCoreState* state, FrameWork* w, const Spectra& spectra
   Branch branch[kMostBranches];
   LagRange ranges[kMostBranches];
   start_path(*state, &root);
+  const double* const weighted = state->old_wsp + kPitchMax;
+  const double cost = kSpectrumCost * dot(weighted, weighted, kFrame);
   for (int i = 0; i < spectra.count; ++i) {
     start_branch(f, &root, i, 0, branch + i);
+    branch[i].error += cost * spectra.candidate[i].distortion;
     ranges[i] = range;
   }
   const int survivors =

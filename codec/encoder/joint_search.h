@@ -14,7 +14,7 @@ inline namespace KELG729F_TARGET {
 // The frame's quantized spectra, the best first.
 struct Spectra {
   int count;
-  QuantizedLsp quantized[kMostSpectra];
+  LspCandidate candidate[kMostSpectra];
   double filter[kMostSpectra][kSubframes * kCoeffs];  // a[0..10] of both subframes
 };
 

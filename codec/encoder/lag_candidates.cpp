@@ -57,7 +57,7 @@ bool can_send(int thirds, LagRange range, int i_subfr, Rate rate) {
 }  // namespace
 
 int lag_candidates(const double* exc, Subframe xn, Subframe h, LagRange range, int i_subfr,
-                   Rate rate, int count, PitchLag lag[kMostLags]) {
+                   Rate rate, int count, LagCandidate lag[kMostLags]) {
   double corr[kRoom], fine[3][kRoom];
   const int first = range.t0_min - kLagMargin;
   correlate_lags(exc, xn.data(), h.data(), first, range.t0_max + kLagMargin - first + 1, corr);
@@ -68,7 +68,7 @@ int lag_candidates(const double* exc, Subframe xn, Subframe h, LagRange range, i
       best.offer(-fine[thirds % 3][thirds / 3 - first], thirds);
   for (int i = 0; i < best.size(); ++i) {
     const int t0 = (best[i].value + 1) / 3;
-    lag[i] = {t0, best[i].value - 3 * t0};
+    lag[i] = {{t0, best[i].value - 3 * t0}, -best[i].error};
   }
   return best.size();
 }

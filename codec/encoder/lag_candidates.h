@@ -7,11 +7,17 @@
 namespace g729 {
 inline namespace KELG729F_TARGET {
 
+struct LagCandidate {
+  PitchLag lag;
+  double correlation;  // of target and filtered adaptive-codebook vector, its square the energy
+                       // that the vector can take off the target's
+};
+
 // The `count` lags of greatest interpolated normalized correlation, the best first, among those
 // that the subframe can send: what closed_loop_pitch finds the first of, with the same arguments.
 // Returns how many there are.
 int lag_candidates(const double* exc, Subframe xn, Subframe h, LagRange range, int i_subfr,
-                   Rate rate, int count, PitchLag lag[kMostLags]);
+                   Rate rate, int count, LagCandidate lag[kMostLags]);
 
 }  // namespace KELG729F_TARGET
 }  // namespace g729

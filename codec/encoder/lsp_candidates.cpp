@@ -85,7 +85,7 @@ double distortion(const LspRows& c, const double* target, const double* weight) 
 }  // namespace
 
 int lsp_candidates(const LspHistory& history, std::span<const double, kOrder> lsf,
-                   const Effort& effort, QuantizedLsp candidate[kMostSpectra]) {
+                   const Effort& effort, LspCandidate candidate[kMostSpectra]) {
   double weight[kOrder];
   lsf_weights(lsf.data(), weight);
   Pool<LspRows, kMostSpectra> best(effort.spectra);
@@ -101,7 +101,8 @@ int lsp_candidates(const LspHistory& history, std::span<const double, kOrder> ls
       best.offer(distortion(c, target, weight), c);
     }
   }
-  for (int i = 0; i < best.size(); ++i) candidate[i] = quantized_lsp(best[i].value, history);
+  for (int i = 0; i < best.size(); ++i)
+    candidate[i] = {quantized_lsp(best[i].value, history), best[i].error};
   return best.size();
 }
 

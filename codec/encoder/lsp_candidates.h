@@ -9,11 +9,16 @@
 namespace g729 {
 inline namespace KELG729F_TARGET {
 
+struct LspCandidate {
+  QuantizedLsp quantized;
+  double distortion;  // weighted squared error of the LSFs, radians^2
+};
+
 // The effort.spectra candidates of least weighted error, the best first, of the LSFs of a frame
 // (radians, increasing). The nearest effort.spectrum_rows rows of the first stage of both
 // predictors each get their best second stage. Returns their count.
 int lsp_candidates(const LspHistory& history, std::span<const double, kOrder> lsf,
-                   const Effort& effort, QuantizedLsp candidate[kMostSpectra]);
+                   const Effort& effort, LspCandidate candidate[kMostSpectra]);
 
 }  // namespace KELG729F_TARGET
 }  // namespace g729
