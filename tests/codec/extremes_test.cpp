@@ -64,12 +64,8 @@ class Doubles {
   bool seen_[kWords] = {}, other_[kWords] = {};
 };
 
-bool finite(int kind) {
-  return kind != FP_NAN && kind != FP_INFINITE;
-}
-bool normal_or_zero(int kind) {
-  return kind == FP_NORMAL || kind == FP_ZERO;
-}
+constexpr auto finite = +[](int kind) { return kind != FP_NAN && kind != FP_INFINITE; };
+constexpr auto normal_or_zero = +[](int kind) { return kind == FP_NORMAL || kind == FP_ZERO; };
 
 struct Call {
   Rate rate;

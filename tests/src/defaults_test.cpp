@@ -121,7 +121,7 @@ TEST(Defaults, Decoder) {
     const auto* raw = reinterpret_cast<const guint8*>(samples);
     direct.insert(direct.end(), raw, raw + sizeof(samples));
   };
-  const auto push = [&](gsize size, gsize tick) {
+  const auto push = [&](gsize size, gsize tick, int noise = 0) {
     const Buffer packet(make_buffer(size, tick * kTick, static_cast<std::uint32_t>(tick)));
     const Bytes bytes = bytes_of(packet.get());
     gst_harness_push(live.h.get(), gst_buffer_copy_deep(packet.get()));
@@ -129,29 +129,27 @@ TEST(Defaults, Decoder) {
     for (gsize n = 0; size != 13 && n < size; n += 10) {
       decode(&bytes[n], static_cast<guint32>(std::min<gsize>(size - n, 10)));
     }
+    for (; noise > 0; noise--) {
+      take_buffer(output, live.noise().get());
+      decode(nullptr, 0);
+    }
   };
-  const auto gap = [&](gsize tick, GstGapFlags flags) {
+  const auto gap = [&](gsize tick, int flags) {
     GstEvent* event = gst_event_new_gap(tick * kTick, 2 * kTick);
-    if (flags) gst_event_set_gap_flags(event, flags);
+    if (flags) gst_event_set_gap_flags(event, static_cast<GstGapFlags>(flags));
     gst_harness_push_event(live.h.get(), event);
     take(output, live.h);
-  };
-  const auto noise = [&] {
-    take_buffer(output, live.noise().get());
-    decode(nullptr, 0);
   };
 
   push(10, 0);
   push(20, 1);
   gap(3, GST_GAP_FLAG_MISSING_DATA);
   push(10, 5);
-  gap(6, GstGapFlags{});
+  gap(6, 0);
   push(13, 8);
-  push(12, 9);
-  for (int i = 0; i < 4; i++) noise();
+  push(12, 9, 4);
   gap(13, GST_GAP_FLAG_MISSING_DATA);
-  push(2, 15);
-  noise();
+  push(2, 15, 1);
   push(10, 16);
   push(10, 40);
   g729_decoder_destroy(decoder);

@@ -110,14 +110,12 @@ TEST(Plugin, OwnProperties) {
 TEST(Plugin, PropertiesKeepWhatTheyAreGiven) {
   Object<GstElement> element(
       GST_ELEMENT(gst_object_ref_sink(gst_element_factory_make("kelg729fenc", nullptr))));
-  g_object_set(element.get(), "annexb", TRUE, "frames", 7, "complexity", 2, nullptr);
-  gboolean annexb = FALSE;
-  gint frames = 0, complexity = 0;
-  g_object_get(element.get(), "annexb", &annexb, "frames", &frames, "complexity", &complexity,
-               nullptr);
-  EXPECT_TRUE(annexb);
-  EXPECT_EQ(frames, 7);
-  EXPECT_EQ(complexity, 2);
+  for (const auto& [name, value] : {std::pair{"annexb", 1}, {"frames", 7}, {"complexity", 2}}) {
+    int found = 0;
+    g_object_set(element.get(), name, value, nullptr);
+    g_object_get(element.get(), name, &found, nullptr);
+    EXPECT_EQ(found, value) << name;
+  }
 }
 
 }  // namespace
