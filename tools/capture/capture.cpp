@@ -86,14 +86,17 @@ void add_packet(Bytes bytes, Link link, int64_t time, const CaptureOptions& opti
     whole ? stream.add(*packet, time) : stream.add_cut();
     return;
   }
-  if (!whole) return;
+  const auto known = streams->find(source);
+  if (!whole) {
+    if (known != streams->end()) known->second.add_cut();
+    return;
+  }
   if (packet->payload_type >= kFirstDynamicType) {
     if (const auto parts = parse_redundant(packet->payload, options.payload_type)) {
       (*streams)[source].add(*packet, *parts, time);
       return;
     }
   }
-  const auto known = streams->find(source);
   if (known != streams->end()) known->second.add_other(*packet, time);
 }
 
