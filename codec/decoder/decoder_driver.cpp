@@ -11,10 +11,10 @@
 #include "codec/dsp/backward_mode.h"
 #include "codec/dsp/constants.h"
 #include "codec/dsp/filters.h"
-#include "codec/dsp/simd/flush_denormals.h"
 #include "codec/dsp/parameter_set.h"
 #include "codec/dsp/phase_dispersion.h"
 #include "codec/dsp/pitch.h"
+#include "codec/dsp/simd/flush_denormals.h"
 #include "codec/dtx/comfort_noise.h"
 
 namespace g729 {

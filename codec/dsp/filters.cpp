@@ -26,7 +26,7 @@ KELG729F_VEC Pair next_two(int m, const double* a, const LookAhead& f, const dou
                            const double* out, Pair last) {
   Pair s = pair(x[0], x[1] - a[1] * x[0]);
   for (int i = m; i >= 3; --i) s = s - f.c[i] * splat_as<Pair>(out[-i]);
-  return s - (f.c[2] * both_first(last) + f.c[1] * both_second(last));
+  return s - (f.c[2] * both<0>(last) + f.c[1] * both<1>(last));
 }
 
 KELG729F_VEC double next_one(int m, const double* a, double x, const double* out) {

@@ -20,7 +20,7 @@ inline void zero_vector(double* dst, int n) {
 
 // Sum of x[i] * y[i] in eight partial sums (lane i mod 8, added as Vec8's sum()); a rest of n mod 8
 // products is added one by one at the end.
-inline double dot(const double* x, const double* y, int n) {
+KELG729F_VEC double dot(const double* x, const double* y, int n) {
   Vec8 s = splat(0.0);
   int i = 0;
   for (; i + kLanes <= n; i += kLanes) s = s + load(x + i) * load(y + i);

@@ -71,8 +71,8 @@ struct AllPoleHistory {
   T first[kPairs + kTurns], second[kPairs + kTurns];
 
   KELG729F_VEC void put(int i, T pair) {
-    first[i] = both_first(pair);
-    second[i] = both_second(pair);
+    first[i] = both<0>(pair);
+    second[i] = both<1>(pair);
   }
   // The oldest outputs' terms first, as synthesis_filter subtracts them; those of the newest two,
   // which arrive last, together.

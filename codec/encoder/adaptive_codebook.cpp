@@ -38,7 +38,8 @@ int search_lags(const double* exc, const double* xn, const double* h, LagRange r
   const auto sample = [&](int k) { return exc[-(first + k)]; };
   alignas(kAlign) double start[kSubframe], energy[kLagRoom];
   convolve(exc - first, h, start);
-  FilteredLag y = load_filtered(start), shorter[kLagMargin];
+  FilteredLag y, shorter[kLagMargin];
+  load_filtered(start, &y);
   int k = 0;
   for (; k < kLagMargin; ++k) {
     shorter[k] = y;

@@ -66,7 +66,7 @@ void correlate_rows(const double* impulse, const TrackVector sign, ImpulseCorrel
       for (int above = 0; above < kTracks; ++above) {
         if (!reaches(kLayout, above)) continue;
         const int u = (t + above) % kTracks;
-        if (u == kTracks - 1) row[above] = shift_down(row[above]);
+        if (u == kTracks - 1) row[above] = next_lanes(row[above]);
         row[above] = row[above] + scale * h[u];
         if (holds(kLayout, t, u)) store(rr->row[t][p][u], row[above] * load(signs[u]));
       }
@@ -79,7 +79,7 @@ void correlate_rows(const double* impulse, const TrackVector sign, ImpulseCorrel
 void correlate_target_impulse(const double* impulse, const double* target, double* d) {
   Vec8 end[kLanes];
   end[0] = load(target + kSubframe - kLanes);
-  for (int k = 1; k < kLanes; ++k) end[k] = shift_down(end[k - 1]);
+  for (int k = 1; k < kLanes; ++k) end[k] = next_lanes(end[k - 1]);
   Vec8 acc[kGroups] = {};
   correlate_block<0>(impulse, target, end, acc);
   correlate_block<1>(impulse, target, end, acc);

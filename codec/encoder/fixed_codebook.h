@@ -99,7 +99,7 @@ KELG729F_VEC int improve_best(const Vec8* correlation, const Vec8* energy, BestC
   do {
     winner = first_lane(better);
     *best = {squares[winner], energies[winner]};
-    better = lanes_after(lanes_better(), winner);
+    better = lanes_better() & (~1U << winner);  // of those behind it
   } while (better != 0);
   return winner;
 }

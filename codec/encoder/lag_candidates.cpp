@@ -22,7 +22,8 @@ void correlate_lags(const double* exc, const double* xn, const double* h, int fi
     store(energy + k, splat(1.0));
   }
   convolve(exc - first, h, start);
-  FilteredLag y = load_filtered(start);
+  FilteredLag y;
+  load_filtered(start, &y);
   for (int k = 0; k < count; ++k) {
     measure(y, xn, corr + k, energy + k);
     delay_filtered(&y, exc[-(first + k + 1)], h);

@@ -27,10 +27,8 @@ struct FilteredLag {
   Vec8 y[kSubframeVectors];
 };
 
-KELG729F_VEC FilteredLag load_filtered(const double* y) {
-  FilteredLag f;
-  for (int v = 0; v < kSubframeVectors; ++v) f.y[v] = load(y + v * kLanes);
-  return f;
+KELG729F_VEC void load_filtered(const double* y, FilteredLag* f) {
+  for (int v = 0; v < kSubframeVectors; ++v) f->y[v] = load(y + v * kLanes);
 }
 
 // Moves to the next lag: y[i] <- y[i - 1] + sample * h[i], where `sample` is the excitation that

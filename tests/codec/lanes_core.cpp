@@ -38,12 +38,12 @@ const char* broken_doubles(const double* x, const double* y) {
   KELG729F_NEED(bits_hold<8>(lanes_greater(a, b), [&](int i) { return x[i] > y[i]; }));
   KELG729F_NEED(bits_hold<8>(lanes_at_most(a, b), [&](int i) { return x[i] <= y[i]; }));
   KELG729F_NEED(holds(slide(a, b), [&](int i) { return i == 0 ? x[7] : y[i - 1]; }));
-  KELG729F_NEED(holds(shift_down(a), [&](int i) { return i == 7 ? 0.0 : x[i + 1]; }));
+  KELG729F_NEED(holds(next_lanes(a), [&](int i) { return i == 7 ? 0.0 : x[i + 1]; }));
   KELG729F_NEED(
       holds(from_lanes([&](int i) { return x[7 - i]; }), [&](int i) { return x[7 - i]; }));
   KELG729F_NEED(holds(concat(high(a), low(b)), [&](int i) { return i < 4 ? x[4 + i] : y[i - 4]; }));
-  KELG729F_NEED(holds(both_first(low(a)), [&](int i) { return x[i & ~1]; }));
-  KELG729F_NEED(holds(both_second(low(low(a))), [&](int) { return x[1]; }));
+  KELG729F_NEED(holds(both<0>(low(a)), [&](int i) { return x[i & ~1]; }));
+  KELG729F_NEED(holds(both<1>(low(low(a))), [&](int) { return x[1]; }));
   KELG729F_NEED(sum(a) == ((x[0] + x[4]) + (x[2] + x[6])) + ((x[1] + x[5]) + (x[3] + x[7])));
   KELG729F_NEED(smallest_lane(a) == *std::min_element(x, x + 8));
   LaneMinimum minimum;

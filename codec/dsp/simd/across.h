@@ -46,12 +46,9 @@ KELG729F_VEC Vec8 slide(Vec8 before, Vec8 v) {
   return window<kLanes - 1>(before, v);
 }
 // Lane i is lane i + 1 of `v`; the last lane is lane 0 of `after`.
-KELG729F_VEC Whole16 next_lanes(Whole16 v, Whole16 after) {
+template <typename T, int n>
+KELG729F_VEC Lanes<T, n> next_lanes(Lanes<T, n> v, Lanes<T, n> after = {}) {
   return window<1>(v, after);
-}
-// Lane i is lane i + 1; the last lane is 0.
-KELG729F_VEC Vec8 shift_down(Vec8 v) {
-  return window<1>(v, splat(0.0));
 }
 
 // The lanes first, first + 1, ..., half as many as v has.
@@ -83,24 +80,14 @@ KELG729F_VEC Lanes<T, 2 * n> concat(Lanes<T, n> a, Lanes<T, n> b) {
   return v;
 }
 
-// Of every two lanes the first or the second one, twice.
-template <int n>
-KELG729F_VEC Lanes<double, n> both_first(Lanes<double, n> v) {
+// Of every two lanes the first (k = 0) or the second one (k = 1), twice.
+template <int k, int n>
+KELG729F_VEC Lanes<double, n> both(Lanes<double, n> v) {
   for (auto& part : v.part) {
     if constexpr (v.kPartLanes == 2)
-      part = pick(part, part, std::integer_sequence<int, 0, 0>());
+      part = pick(part, part, std::integer_sequence<int, k, k>());
     else
-      part = pick(part, part, std::integer_sequence<int, 0, 0, 2, 2>());
-  }
-  return v;
-}
-template <int n>
-KELG729F_VEC Lanes<double, n> both_second(Lanes<double, n> v) {
-  for (auto& part : v.part) {
-    if constexpr (v.kPartLanes == 2)
-      part = pick(part, part, std::integer_sequence<int, 1, 1>());
-    else
-      part = pick(part, part, std::integer_sequence<int, 1, 1, 3, 3>());
+      part = pick(part, part, std::integer_sequence<int, k, k, k + 2, k + 2>());
   }
   return v;
 }
@@ -142,11 +129,6 @@ KELG729F_VEC unsigned lanes_at_most(Lanes<T, n> a, Lanes<T, n> b) {
 KELG729F_VEC int first_lane(unsigned lanes) {
   return __builtin_ctz(lanes);
 }
-// The bits of `lanes` above bit i.
-KELG729F_VEC unsigned lanes_after(unsigned lanes, int i) {
-  return lanes & (~1U << i);
-}
-
 // Lanes 0..7 are `low` rounded to floats, lanes 8..15 are `high`.
 KELG729F_VEC Float16 narrow(Vec8 low, Vec8 high) {
   const auto rounded = [&](int i) {

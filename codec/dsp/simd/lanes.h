@@ -121,16 +121,15 @@ KELG729F_COMPARISON(>)
 KELG729F_COMPARISON(<=)
 #undef KELG729F_COMPARISON
 
-template <typename T, int n>
-KELG729F_VEC Lanes<T, n> operator<<(Lanes<T, n> v, int bits) {
-  for (auto& part : v.part) part = part << bits;
-  return v;
-}
-template <typename T, int n>
-KELG729F_VEC Lanes<T, n> operator>>(Lanes<T, n> v, int bits) {
-  for (auto& part : v.part) part = part >> bits;
-  return v;
-}
+#define KELG729F_SHIFT(op)                                        \
+  template <typename T, int n>                                    \
+  KELG729F_VEC Lanes<T, n> operator op(Lanes<T, n> v, int bits) { \
+    for (auto& part : v.part) part = part op bits;                \
+    return v;                                                     \
+  }
+KELG729F_SHIFT(<<)
+KELG729F_SHIFT(>>)
+#undef KELG729F_SHIFT
 
 // Lane-wise m ? a : b.
 template <typename M, typename T, int n>
