@@ -15,6 +15,12 @@ double largest_of(const double* x) {
   return std::max(a, b);
 }
 
+double pulse_threshold(const TrackVector d, double share) {
+  const double mean = 0.125 * sum((load(d[0]) + load(d[1])) + load(d[2]));
+  const double max = largest_of(d[0]) + largest_of(d[1]) + largest_of(d[2]);
+  return mean + share * (max - mean);
+}
+
 void try_fourth(const TripleSearch& s, int triple, int first, int last, Winner* winner) {
   const int p0 = triple / 64, p1 = triple / 8 % 8, p2 = triple % 8;
   const auto &row0 = s.rr.row[0][p0], &row1 = s.rr.row[1][p1], &row2 = s.rr.row[2][p2];
@@ -34,12 +40,6 @@ void try_fourth(const TripleSearch& s, int triple, int first, int last, Winner* 
 namespace {
 
 constexpr double kThresholdShare = 0.4;
-
-void set_threshold(TripleSearch* s) {
-  const double mean = 0.125 * sum((load(s->d[0]) + load(s->d[1])) + load(s->d[2]));
-  const double max = largest_of(s->d[0]) + largest_of(s->d[1]) + largest_of(s->d[2]);
-  s->threshold = mean + kThresholdShare * (max - mean);
-}
 
 // The standard's nested loops: the fourth pulse is searched for the first `budget` triples over the
 // threshold. Returns their number.
@@ -98,7 +98,7 @@ PulseWords acelp_search_17bit(const InnovationInput& in, int subframe_start, int
   impulse_energies(impulse, &s.rr);
   correlate_target_impulse(impulse, in.target.data(), backward_target);
   split_signs(backward_target, s.d, s.sign);
-  set_threshold(&s);
+  s.threshold = pulse_threshold(s.d, kThresholdShare);
   correlate_impulse(impulse, s.sign, &s.rr, kFourPulses);
 
   Winner winner;

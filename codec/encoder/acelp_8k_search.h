@@ -26,6 +26,10 @@ struct Winner {
   int place[kPulses17] = {};  // position div 5
 };
 
+// What the correlation of the first three pulses must exceed: `share` of the way from its mean to
+// its greatest value.
+double pulse_threshold(const TrackVector d, double share);
+
 // Largest of a track's eight values.
 double largest_of(const double* x);
 
