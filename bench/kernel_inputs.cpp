@@ -51,7 +51,7 @@ void excitation_inputs(const EncoderCoreState& before, KernelInput* in) {
   double exc[kExcitationPast + kFrame], h[kSubframe];
   copy_vector(in->exc, exc, kExcitationPast + kFrame);
   const int low = in->t_op < kPitchMax - 3 ? (in->t_op > 23 ? in->t_op - 3 : 20) : kPitchMax - 6;
-  in->lag = closed_loop_pitch(exc + kExcitationPast, in->xn, in->h, {low, low + 6}, 0, kRate8k);
+  in->lag = closed_loop_pitch({exc + kExcitationPast, in->xn, in->h, {low, low + 6}, 0, kRate8k});
   pitch_excitation_interpolate(exc + kExcitationPast, in->lag.t0, in->lag.frac, kSubframe);
   convolve(exc + kExcitationPast, in->h, in->y1);
   const double gain = pitch_gain(in->y1, in->xn, in->gain_terms);

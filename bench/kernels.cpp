@@ -126,7 +126,7 @@ void register_pitch() {
          [](const KernelInput& in) { keep(open_loop_pitch(in.wsp + kPitchMax)); });
   kernel("closed_loop_pitch", 2, [](const KernelInput& in) {
     const int low = in.lag.t0 > 23 ? (in.lag.t0 < 139 ? in.lag.t0 - 3 : 137) : 20;
-    keep(closed_loop_pitch(in.exc + kExcitationPast, in.xn, in.h, {low, low + 6}, 0, kRate8k));
+    keep(closed_loop_pitch({in.exc + kExcitationPast, in.xn, in.h, {low, low + 6}, 0, kRate8k}));
   });
 }
 

@@ -84,11 +84,11 @@ struct LagFractions {
   int first, last;
 };
 
-LagFractions fractions_of(int lag, LagRange range, int i_subfr, Rate rate) {
+LagFractions fractions_of(int lag, const LagInput& in) {
   constexpr LagFractions kNone = {0, 0}, kAll = {-2, 2};
-  if (i_subfr == 0) return lag > kLastFractionalLag ? kNone : kAll;
-  if (rate != kRate6k4) return kAll;
-  switch (range.t0_max - lag) {
+  if (in.i_subfr == 0) return lag > kLastFractionalLag ? kNone : kAll;
+  if (in.rate != kRate6k4) return kAll;
+  switch (in.range.t0_max - lag) {
     case 6:
       return {0, 2};
     case 5:
@@ -118,12 +118,11 @@ int best_fraction(const double* c, LagFractions tried) {
 
 }  // namespace
 
-PitchLag closed_loop_pitch(const double* exc, Subframe xn, Subframe h, LagRange range, int i_subfr,
-                           Rate rate) {
+PitchLag closed_loop_pitch(const LagInput& in) {
   double corr[kLagRoom] = {};
-  const int best = search_lags(exc, xn.data(), h.data(), range, corr);
-  const int lag = range.t0_min - kLagMargin + best;
-  const int f = best_fraction(corr + best, fractions_of(lag, range, i_subfr, rate));
+  const int best = search_lags(in.exc, in.xn.data(), in.h.data(), in.range, corr);
+  const int lag = in.range.t0_min - kLagMargin + best;
+  const int f = best_fraction(corr + best, fractions_of(lag, in));
   if (f == -2) return {lag - 1, 1};
   if (f == 2) return {lag + 1, -1};
   return {lag, f};

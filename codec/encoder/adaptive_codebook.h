@@ -14,15 +14,22 @@ struct LagRange {
   int t0_max;
 };
 
-// Lag of the subframe (i_subfr 0 or 40) whose past excitation, filtered by the impulse response
-// h[0..39] of the weighted synthesis filter, has the greatest normalized correlation with the
-// target xn[0..39]. exc is the excitation at the subframe's start: exc[-154..-1] the past,
-// exc[0..39] the LP residual, which stands for the excitation not known yet. Fractions are
+struct LagInput {
+  const double* exc;  // at the subframe's start: exc[-154..-1] the past excitation, exc[0..39] the
+                      // LP residual, which stands for what is not known yet
+  Subframe xn;        // target
+  Subframe h;         // impulse response of the weighted synthesis filter
+  LagRange range;
+  int i_subfr;  // 0 or 40
+  Rate rate;
+};
+
+// Lag of the subframe whose past excitation, filtered by the impulse response, has the greatest
+// normalized correlation with the target. Fractions are
 // searched up to lag 84 in the first subframe, throughout in the second, and at 6.4 kbit/s
 // (Annex D) around the middle of the second subframe's range only. t0 is within the range widened
 // by one; among equal correlations the largest integer lag and the lowest fraction win.
-PitchLag closed_loop_pitch(const double* exc, Subframe xn, Subframe h, LagRange range, int i_subfr,
-                           Rate rate);
+PitchLag closed_loop_pitch(const LagInput& in);
 
 // Index of the lag: 8 bits in the first subframe; in the second 5 bits, at 6.4 kbit/s 4 bits,
 // relative to the range. The first subframe's call sets the range of the second.

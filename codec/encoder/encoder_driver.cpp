@@ -5,27 +5,20 @@
 #include "codec/dsp/backward_lp.h"
 #include "codec/dsp/backward_mode.h"
 #include "codec/dsp/filters.h"
-#include "codec/dsp/gain_predictor.h"
 #include "codec/dsp/lpc.h"
 #include "codec/dsp/lsp_codebook.h"
-#include "codec/dsp/phase_dispersion.h"
-#include "codec/dsp/pitch.h"
-#include "codec/dsp/random.h"
 #include "codec/dsp/simd/flush_denormals.h"
-#include "codec/dtx/comfort_noise.h"
 #include "codec/dtx/dtx_encode.h"
 #include "codec/dtx/vad.h"
-#include "codec/encoder/adaptive_codebook.h"
+#include "codec/encoder/active_frame.h"
 #include "codec/encoder/frame_work.h"
+#include "codec/encoder/inactive_frame.h"
 #include "codec/encoder/joint_search.h"
 #include "codec/encoder/lp_analysis.h"
 #include "codec/encoder/lsp_quantizer.h"
 #include "codec/encoder/mode_decision.h"
 #include "codec/encoder/music_detector.h"
-#include "codec/encoder/open_loop_pitch.h"
 #include "codec/encoder/preprocess.h"
-#include "codec/encoder/subframe.h"
-#include "codec/encoder/taming.h"
 #include "codec/encoder/target.h"
 #include "codec/encoder/weighting.h"
 
@@ -86,11 +79,6 @@ void quantize_spectrum(EncoderCoreState* state, FrameWork* w) {
   interpolate_quantized_lpc(old, lsp_q, w->forward_q);
 }
 
-void use_spectrum(const Spectra& spectra, int chosen, FrameWork* w) {
-  w->lsp_new_q = spectra.candidate[chosen].quantized;
-  copy_vector(spectra.filter[chosen], w->forward_q, kSubframes * kCoeffs);
-}
-
 void decide_mode(EncoderCoreState* state, FrameWork* w, Rate rate) {
   if (w->vad && rate == kRate11k8) {
     double backward[kBackwardCoeffs];
@@ -123,89 +111,6 @@ void choose_weighting(EncoderCoreState* state, FrameWork* w) {
                    ? fixed_weighting_factors(state->mode.bwd_dominant)
                    : perceptual_weighting_factors(w->lsf, w->rc, &state->weighting);
   choose_filters(w, state->mode.bwd_dominant);
-}
-
-void remember_decision(EncoderCoreState* state, bool vad) {
-  state->past_past_vad = state->past_vad;
-  state->past_vad = vad;
-}
-
-// The music detector watches half and a third of the lag as well as the lag itself.
-void smooth_lag(int* lag_buf, int t_op) {
-  const double mean = (lag_buf[1] + lag_buf[2] + lag_buf[3] + lag_buf[4]) * 0.25;
-  for (int i = 0; i + 1 < kMusicHistory; ++i) lag_buf[i] = lag_buf[i + 1];
-  const int centre = static_cast<int>(mean + 0.5);
-  for (int part = 2; part <= 3; ++part) {
-    const int distance = t_op / part - centre;
-    if (distance >= -2 && distance <= 2) {
-      lag_buf[4] = t_op / part;
-      return;
-    }
-  }
-  lag_buf[4] = t_op;
-}
-
-LagRange first_lag_range(int t_op) {
-  constexpr int kWidth = 6;
-  const int low = t_op - 3 < kPitchMin ? kPitchMin : t_op - 3;
-  if (low + kWidth > kPitchMax) return {kPitchMax - kWidth, kPitchMax};
-  return {low, low + kWidth};
-}
-
-// What a forward frame leaves to the next one, and its words.
-void keep_spectrum(EncoderCoreState* state, const FrameWork& w, ParameterSet* set) {
-  backward_smoothing_restart(&state->mode.smoothing, w.forward_q + kCoeffs);
-  copy_vector(w.lsp_new_q.lsp_q, state->lsp_old_q, kOrder);
-  lsp_history_push(w.lsp_new_q.residual, &state->freq_prev);
-  std::copy_n(w.lsp_new_q.ana, 2, set->lsp);
-}
-
-// spectra is null where the stages decide one by one.
-ParameterSet code_active_frame(EncoderCoreState* state, FrameWork* w, Rate rate,
-                               const Spectra* spectra) {
-  ParameterSet set;
-  set.type = static_cast<FrameType>(rate + 2);
-  set.lp_mode = w->lp_mode;
-  remember_decision(state, true);
-  state->dtx.noise.noise_seed = kNoiseSeed;
-  const int t_op = open_loop_pitch(state->old_wsp + kPitchMax);
-  smooth_lag(state->lag_buf, t_op);
-  LagRange range = first_lag_range(t_op);
-  if (spectra) {
-    use_spectrum(*spectra, search_jointly(state, w, *spectra, rate, range, set.subframe), w);
-    state->remarks |= w->lsp_new_q.remarks;
-  } else {
-    for (int k = 0; k < kSubframes; ++k)
-      set.subframe[k] = code_subframe(state, *w, k, rate, &range);
-  }
-  if (w->lp_mode == kForward) keep_spectrum(state, *w, &set);
-  backward_dominance_update(&state->mode.dominance, w->lp_mode, state->synthesis + kSynthesisPast);
-  return set;
-}
-
-ParameterSet code_inactive_frame(EncoderCoreState* state, FrameWork* w) {
-  NoiseLevel* const level = state->complexity > 0 ? &state->noise_level : nullptr;
-  const DtxFrame coded =
-      dtx_encode_frame(&state->dtx, state->past_vad, level, state->old_exc + kExcitationPast,
-                       state->lsp_old_q, &state->freq_prev);
-  state->remarks |= coded.noise.remarks;
-  copy_vector(coded.noise.a, w->forward_q, kSubframes * kCoeffs);
-  remember_decision(state, false);
-  for (int k = 0; k < kSubframes; ++k) {
-    const NoiseSubframe& applied = coded.noise.applied[k];
-    w->weighting[k].filter = w->quantized[k];
-    taming_update(&state->exc_err, applied.gains.gain_pitch, applied.lag);
-    phase_dispersion_update(&state->dispersion, applied.gains);
-  }
-  expand_bandwidth(w);
-  for (int k = 0; k < kSubframes; ++k) synthesize_noise_subframe(state, *w, k);
-  if (level) {
-    noise_level_update(level, std::span<const double, kFrame>(speech_of(state), kFrame),
-                       std::span<const double, kFrame>(state->synthesis + kSynthesisPast, kFrame));
-  }
-  backward_smoothing_restart(&state->mode.smoothing, w->forward_q + kCoeffs);
-  state->sharp = kSharpMin;
-  return {.type = coded.type, .sid = coded.sid};
 }
 
 // Moves the last `keep` values of a buffer to its front.
@@ -255,12 +160,10 @@ ParameterSet encoder_process_frame(EncoderCoreState* state, std::span<const doub
   analyse_spectrum(state, &w, state->dtx_enabled ? kAutocorrelations : kOrder);
   interpolate_unquantized(*state, &w);
   w.vad = state->dtx_enabled ? detect_voice(state, w, rate) : true;
-  if (w.vad && jointly) {
-    find_spectra(*state, lsf_new(w), kEffort[state->complexity - 1], &spectra);
-    use_spectrum(spectra, 0, &w);
-  } else if (w.vad) {
+  if (w.vad && jointly)
+    find_spectra(*state, lsf_new(w), &w, &spectra);
+  else if (w.vad)
     quantize_spectrum(state, &w);
-  }
   decide_mode(state, &w, rate);
   shift(state->synthesis, kSynthesisPast + kFrame, kSynthesisPast);
   copy_vector(w.lsp_new, state->lsp_old, kOrder);
@@ -271,6 +174,8 @@ ParameterSet encoder_process_frame(EncoderCoreState* state, std::span<const doub
       w.vad ? code_active_frame(state, &w, rate,
                                 jointly && w.lp_mode == kForward ? &spectra : nullptr)
             : code_inactive_frame(state, &w);
+  state->past_past_vad = state->past_vad;
+  state->past_vad = w.vad;
   state->prev_lp_mode = w.lp_mode;
   shift_histories(state);
   return set;

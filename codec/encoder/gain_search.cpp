@@ -25,8 +25,14 @@ KELG729F_VEC Stage<n> parts_of(const GainPair* entry) {
 }
 
 template <int stage_b>
-GainChoice search(const GainPair* a, const GainPair* b, const int* code_a, const int* code_b,
-                  const double* c, double g0, bool tame_flag) {
+struct Codebook {
+  const GainPair (&a)[kGainStageA], (&b)[stage_b];
+  const int (&code_a)[kGainStageA], (&code_b)[stage_b];
+};
+
+template <int stage_b>
+GainChoice search(const Codebook<stage_b>& codebook, const double* c, double g0, bool tame_flag) {
+  const auto& [a, b, code_a, code_b] = codebook;
   const Stage<stage_b> parts = parts_of<stage_b>(b);
   LaneMinimum least;
   for (int i = 0; i < kGainStageA; ++i)
@@ -49,12 +55,14 @@ GainChoice search(const GainPair* a, const GainPair* b, const int* code_a, const
 }  // namespace
 
 GainChoice search_gains(const double* c, double g0, bool tame_flag) {
-  return search<kGainStageB>(kGainA, kGainB, kGainCodeA, kGainCodeB, c, g0, tame_flag);
+  constexpr Codebook<kGainStageB> kCodebook = {kGainA, kGainB, kGainCodeA, kGainCodeB};
+  return search(kCodebook, c, g0, tame_flag);
 }
 
 GainChoice search_gains_6k4(const double* c, double g0, bool tame_flag) {
-  return search<kGainStageB6k4>(kGainA6k4, kGainB6k4, kGainCodeA6k4, kGainCodeB6k4, c, g0,
-                                tame_flag);
+  constexpr Codebook<kGainStageB6k4> kCodebook = {kGainA6k4, kGainB6k4, kGainCodeA6k4,
+                                                  kGainCodeB6k4};
+  return search(kCodebook, c, g0, tame_flag);
 }
 
 }  // namespace KELG729F_TARGET

@@ -18,15 +18,15 @@ struct Spectra {
   double filter[kMostSpectra][kSubframes * kCoeffs];  // a[0..10] of both subframes
 };
 
-// Quantizes the LSFs of a frame (radians, increasing) in several ways.
-void find_spectra(const EncoderCoreState& state, std::span<const double, kOrder> lsf,
-                  const Effort& effort, Spectra* spectra);
+// Quantizes the LSFs of a frame (radians, increasing) in several ways; the best one goes to w.
+void find_spectra(const EncoderCoreState& state, std::span<const double, kOrder> lsf, FrameWork* w,
+                  Spectra* spectra);
 
 // Codes both subframes of a forward frame and moves every memory past them, but for those of the
-// spectrum, which it returns the number of. range holds the first subframe's lags. w->quantized is
-// left as it happens to be.
-int search_jointly(EncoderCoreState* state, FrameWork* w, const Spectra& spectra, Rate rate,
-                   LagRange range, SubframeParameters coded[kSubframes]);
+// spectrum; the one chosen goes to w. range holds the first subframe's lags. w->quantized is left
+// as it happens to be.
+void search_jointly(EncoderCoreState* state, FrameWork* w, const Spectra& spectra, Rate rate,
+                    LagRange range, SubframeParameters coded[kSubframes]);
 
 }  // namespace KELG729F_TARGET
 }  // namespace g729

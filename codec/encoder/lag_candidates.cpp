@@ -12,21 +12,20 @@ namespace {
 constexpr int kRoom = 3 * kLanes;
 static_assert(kLagMargin - 1 + 2 * kLanes + kLagMargin <= kRoom && kLagWidth + 2 <= 2 * kLanes);
 
-// corr[k], k = 0..count-1, is the normalized correlation of the integer lag first + k; there is
-// room for kRoom.
-void correlate_lags(const double* exc, const double* xn, const double* h, int first, int count,
-                    double* corr) {
+// corr[k] is the normalized correlation of the integer lag first + k, throughout the range and the
+// margins; there is room for kRoom.
+void correlate_lags(const LagInput& in, int first, double* corr) {
   alignas(kAlign) double start[kSubframe], energy[kRoom];
   for (int k = 0; k < kRoom; k += kLanes) {
     store(corr + k, splat(0.0));
     store(energy + k, splat(1.0));
   }
-  convolve(exc - first, h, start);
+  convolve(in.exc - first, in.h.data(), start);
   FilteredLag y;
   load_filtered(start, &y);
-  for (int k = 0; k < count; ++k) {
-    measure(y, xn, corr + k, energy + k);
-    delay_filtered(&y, exc[-(first + k + 1)], h);
+  for (int k = 0; first + k <= in.range.t0_max + kLagMargin; ++k) {
+    measure(y, in.xn.data(), corr + k, energy + k);
+    delay_filtered(&y, in.exc[-(first + k + 1)], in.h.data());
   }
   for (int k = 0; k < kRoom; k += kLanes)
     store(corr + k, load(corr + k) / square_root(load(energy + k)));
@@ -46,27 +45,25 @@ void interpolate(const double* c, double fine[3][kRoom]) {
 }
 
 // Whether a subframe can send the lag of so many thirds.
-bool can_send(int thirds, LagRange range, int i_subfr, Rate rate) {
+bool can_send(int thirds, const LagInput& in) {
   const bool whole = thirds % 3 == 0;
-  if (i_subfr == 0) return whole || thirds < 3 * (kLastFractionalLag + 1);
-  if (rate != kRate6k4) return true;
-  const int offset = thirds - 3 * range.t0_min;
+  if (in.i_subfr == 0) return whole || thirds < 3 * (kLastFractionalLag + 1);
+  if (in.rate != kRate6k4) return true;
+  const int offset = thirds - 3 * in.range.t0_min;
   if (offset < 0 || offset > 3 * (kLagWidth - 1)) return false;
   return whole || (offset >= 3 * 3 && offset <= 3 * 6);
 }
 
 }  // namespace
 
-int lag_candidates(const double* exc, Subframe xn, Subframe h, LagRange range, int i_subfr,
-                   Rate rate, int count, LagCandidate lag[kMostLags]) {
+int lag_candidates(const LagInput& in, int count, LagCandidate lag[kMostLags]) {
   double corr[kRoom], fine[3][kRoom];
-  const int first = range.t0_min - kLagMargin;
-  correlate_lags(exc, xn.data(), h.data(), first, range.t0_max + kLagMargin - first + 1, corr);
+  const int first = in.range.t0_min - kLagMargin;
+  correlate_lags(in, first, corr);
   interpolate(corr, fine);
   Pool<int, kMostLags> best(count);
-  for (int thirds = 3 * range.t0_min - 2; thirds <= 3 * range.t0_max + 2; ++thirds)
-    if (can_send(thirds, range, i_subfr, rate))
-      best.offer(-fine[thirds % 3][thirds / 3 - first], thirds);
+  for (int thirds = 3 * in.range.t0_min - 2; thirds <= 3 * in.range.t0_max + 2; ++thirds)
+    if (can_send(thirds, in)) best.offer(-fine[thirds % 3][thirds / 3 - first], thirds);
   for (int i = 0; i < best.size(); ++i) {
     const int t0 = (best[i].value + 1) / 3;
     lag[i] = {{t0, best[i].value - 3 * t0}, -best[i].error};

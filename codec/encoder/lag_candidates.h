@@ -14,10 +14,9 @@ struct LagCandidate {
 };
 
 // The `count` lags of greatest interpolated normalized correlation, the best first, among those
-// that the subframe can send: what closed_loop_pitch finds the first of, with the same arguments.
-// Returns how many there are.
-int lag_candidates(const double* exc, Subframe xn, Subframe h, LagRange range, int i_subfr,
-                   Rate rate, int count, LagCandidate lag[kMostLags]);
+// that the subframe can send: what closed_loop_pitch finds the first of. Returns how many there
+// are.
+int lag_candidates(const LagInput& in, int count, LagCandidate lag[kMostLags]);
 
 }  // namespace KELG729F_TARGET
 }  // namespace g729

@@ -49,7 +49,7 @@ void start_subframe(EncoderCoreState* state, const FrameWork& w, int k, Subframe
 }
 
 void code_lag(SubframeWork* s, LagRange* range, Rate rate, SubframeParameters* chosen) {
-  s->lag = closed_loop_pitch(s->exc, s->xn, s->h, *range, s->start, rate);
+  s->lag = closed_loop_pitch({s->exc, s->xn, s->h, *range, s->start, rate});
   chosen->lag = encode_lag(s->lag, range, s->start, rate);
   const int inverted = rate == kRate11k8 ? (chosen->lag >> 1) & 1 : 0;
   chosen->parity = pitch_parity(chosen->lag) ^ inverted;
