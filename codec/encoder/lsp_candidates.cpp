@@ -74,12 +74,7 @@ double distortion(const LspRows& c, const double* target, const double* weight) 
     lsp_spread(buf, 1, kOrder, kSpread1);
     lsp_spread(buf, 1, kOrder, kSpread2);
   }
-  double sum = 0.0;
-  for (int j = 0; j < kOrder; ++j) {
-    const double d = (buf[j] - target[j]) * kSpeechPredictor[c.mode].sum[j];
-    sum += d * d * weight[j];
-  }
-  return sum;
+  return lsf_error(kSpeechPredictor[c.mode], buf, target, weight);
 }
 
 }  // namespace

@@ -66,12 +66,7 @@ double distortion(const LspRows& rows, const double* target, const double* weigh
     lsp_spread(buf, kHalf, kOrder, kSpread1);
     lsp_spread(buf, 1, kOrder, kSpread2);
   }
-  double sum = 0.0;
-  for (int j = 0; j < kOrder; ++j) {
-    const double d = (buf[j] - target[j]) * kSpeechPredictor[rows.mode].sum[j];
-    sum += d * d * weight[j];
-  }
-  return sum;
+  return lsf_error(kSpeechPredictor[rows.mode], buf, target, weight);
 }
 
 // Both modes' rows for their targets.
@@ -93,6 +88,16 @@ void search(const double target[kModes][kOrder], const double* weight, LspRows r
 }
 
 }  // namespace
+
+double lsf_error(const LspPredictor& predictor, const double* codevector, const double* target,
+                 const double* weight) {
+  double sum = 0.0;
+  for (int j = 0; j < kOrder; ++j) {
+    const double d = (codevector[j] - target[j]) * predictor.sum[j];
+    sum += d * d * weight[j];
+  }
+  return sum;
+}
 
 QuantizedLsp quantized_lsp(const LspRows& rows, const LspHistory& history) {
   QuantizedLsp q;

@@ -6,6 +6,7 @@
 #include "codec/dsp/constants.h"
 #include "codec/dsp/diagnostics.h"
 #include "codec/dsp/lsp_codebook.h"
+#include "codec/dsp/tables/lsp_predictors.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {
@@ -21,6 +22,10 @@ struct QuantizedLsp {
   double residual[kOrder];  // what the memory receives when the frame is sent
   Remarks remarks;          // those of lsp_stabilize
 };
+
+// Weighted error in the LSF domain that a spread sum of codebook rows leaves.
+double lsf_error(const LspPredictor& predictor, const double* codevector, const double* target,
+                 const double* weight);
 
 // What the decoder makes of the rows with this predictor memory.
 QuantizedLsp quantized_lsp(const LspRows& rows, const LspHistory& history);
