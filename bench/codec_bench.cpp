@@ -2,7 +2,10 @@
 // silence compression.
 #include <benchmark/benchmark.h>
 
+#include <cstdint>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "bench/report.h"
 #include "bench/speech.h"

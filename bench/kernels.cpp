@@ -4,6 +4,7 @@
 // account.
 #include <benchmark/benchmark.h>
 
+#include <cstdint>
 #include <string>
 
 #include "bench/kernel_inputs.h"

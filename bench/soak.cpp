@@ -32,7 +32,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <map>
+#include <random>
 #include <set>
+#include <string>
+#include <vector>
 
 #include "bench/calls.h"
 

@@ -7,6 +7,9 @@
 #include "tools/capture/capture.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <string>
+#include <vector>
 
 #include "fuzz/scratch.h"
 #include "tools/commands.h"

@@ -3,7 +3,9 @@
 #pragma once
 
 #include <cmath>
+#include <cstdint>
 #include <cstring>
+#include <vector>
 
 #include "codec/dispatch.h"
 #include "codec/frame_coder.h"

@@ -6,6 +6,8 @@
 #include <gst/check/gstharness.h>
 #include <gst/check/gsttestclock.h>
 
+#include <cstdint>
+
 #include "fuzz/input.h"
 #include "src/audio/g729f/frame.h"
 

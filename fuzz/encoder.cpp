@@ -4,7 +4,9 @@
 //
 // Input: one byte for silence compression, then steps of one byte for signal, rate, level and a
 // turn of silence compression, one for the count of frames, and what the signal needs.
+#include <cstdint>
 #include <cstring>
+#include <vector>
 
 #include "codec/dispatch.h"
 #include "codec/frame_coder.h"

@@ -2,6 +2,9 @@
 //
 // Input: steps. A step's first byte is what comes (modulo 6) and how often (1 to 43 times); then
 // the packet's bytes. A packet that is repeated is varied each time when its last byte is odd.
+#include <cstdint>
+#include <vector>
+
 #include "fuzz/decoders.h"
 
 namespace {

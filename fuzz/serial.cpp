@@ -2,6 +2,8 @@
 // mode bits that disagree, wrong sync words.
 //
 // Input: steps of one byte for type and damage, one for the count, then the bits, eight to a byte.
+#include <cstdint>
+
 #include "fuzz/decoders.h"
 
 namespace {

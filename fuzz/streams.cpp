@@ -2,6 +2,9 @@
 // Either a command fails with its message and leaves no output, or the output is whole.
 //
 // Input: one byte for the format and the losses to simulate, then the file.
+#include <cstdint>
+#include <string>
+
 #include "fuzz/scratch.h"
 #include "tools/commands.h"
 #include "tools/stream_io.h"

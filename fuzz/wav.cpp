@@ -2,6 +2,9 @@
 // `compare`, which holds a file whole. What was encoded decodes to as many frames.
 //
 // Input: one byte for rate and silence compression, then the file.
+#include <cstdint>
+#include <string>
+
 #include "fuzz/scratch.h"
 #include "tools/commands.h"
 #include "tools/wav_io.h"

@@ -2,6 +2,8 @@
 #ifndef KELG729F_TOOLS_LOSS_H
 #define KELG729F_TOOLS_LOSS_H
 
+#include <cstdint>
+
 #include "tools/commands.h"
 #include "tools/gilbert_model.h"
 #include "tools/stream_io.h"

@@ -1,6 +1,6 @@
-// The predictive two-stage LSF quantizer's shared half: reconstruction (clauses 3.2.4 and 4.1.1). Encoder,
-// decoder and silence descriptors all reconstruct through these functions, so they hold identical
-// LSPs. LSFs are in radians.
+// The predictive two-stage LSF quantizer's shared half: reconstruction (clauses 3.2.4 and 4.1.1).
+// Encoder, decoder and silence descriptors all reconstruct through these functions, so they hold
+// identical LSPs. LSFs are in radians.
 #pragma once
 
 #include "codec/dsp/constants.h"

@@ -2,6 +2,8 @@
 // weighted error of both subframes together decides. Every frame ends with one path.
 #pragma once
 
+#include <span>
+
 #include "codec/encoder/adaptive_codebook.h"
 #include "codec/encoder/complexity.h"
 #include "codec/encoder/encoder_state.h"

@@ -2,6 +2,7 @@
 
 #include <bit>
 #include <cstdint>
+#include <span>
 
 #include "codec/dsp/simd/across.h"
 #include "codec/dsp/tables/lsp_predictors.h"

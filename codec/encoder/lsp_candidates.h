@@ -1,6 +1,8 @@
 // Several quantized spectra of a frame (clause 3.2.4), for the subframes to decide between.
 #pragma once
 
+#include <span>
+
 #include "codec/dsp/constants.h"
 #include "codec/dsp/lsp_codebook.h"
 #include "codec/encoder/complexity.h"

@@ -7,12 +7,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <fstream>
 #include <iomanip>
 #include <span>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "codec/dispatch.h"
 #include "tests/support/signals.h"

@@ -1,6 +1,7 @@
 // The vector layer against plain numbers. Compiled once per build of the codec core.
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <random>
 
 #include "codec/dsp/simd/lane_minimum.h"

@@ -1,6 +1,8 @@
 // Each level codes a signal with no greater weighted error than the level below it.
 #include <gtest/gtest.h>
 
+#include <vector>
+
 #include "codec/encoder/complexity.h"
 #include "codec/frame_coder.h"
 #include "tests/support/signals.h"

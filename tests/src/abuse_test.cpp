@@ -1,6 +1,9 @@
 // Both elements where things go wrong around them, one thing at a time.
 #include <malloc.h>
 
+#include <string>
+#include <vector>
+
 #include "tests/src/faults.h"
 #include "tests/src/live.h"
 

@@ -1,6 +1,9 @@
 // What holds the decoder's threads up in a push, and state changes in the middle of it. Time is the
 // system's here: a clock that stands still cannot tell a wait from a hang.
+#include <atomic>
+#include <memory>
 #include <thread>
+#include <tuple>
 
 #include "tests/src/faults.h"
 #include "tests/src/live.h"

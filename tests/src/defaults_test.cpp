@@ -1,7 +1,9 @@
 // What the elements make with their properties as they come. The traces are recorded: buffers as
 // size@pts+duration in milliseconds, D for a discontinuity; gap events as gap@pts+duration. The
 // bytes are the codec's.
+#include <cstdint>
 #include <sstream>
+#include <vector>
 
 #include "codec/g729.h"
 #include "tests/src/live.h"

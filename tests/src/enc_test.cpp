@@ -1,3 +1,7 @@
+#include <algorithm>
+#include <utility>
+#include <vector>
+
 #include "codec/g729.h"
 #include "tests/src/harness.h"
 

@@ -3,6 +3,8 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <mutex>
+#include <string>
 
 #include "tests/src/harness.h"
 

@@ -3,6 +3,9 @@
 
 #include <gst/app/gstappsrc.h>
 
+#include <string>
+#include <vector>
+
 #include "tests/src/harness.h"
 
 struct Pipeline {

@@ -5,6 +5,8 @@
 #include <gst/app/gstappsink.h>
 
 #include <atomic>
+#include <string>
+#include <vector>
 
 // Stands before the framework's own, in whose place libraries call it: whatever the base class
 // says, it says in another language, as under a translated locale.

@@ -1,5 +1,7 @@
 // Lost packets with the property `plc`.
+#include <algorithm>
 #include <random>
+#include <vector>
 
 #include "codec/g729.h"
 #include "tests/src/live.h"

@@ -1,8 +1,10 @@
 // What the registry and gst-inspect-1.0 show of the plug-in.
+#include <algorithm>
 #include <set>
 #include <span>
 #include <sstream>
 #include <string>
+#include <utility>
 
 #include "tests/src/harness.h"
 

@@ -2,6 +2,8 @@
 // pipelines meanwhile. STORM_SEQUENCES says how many.
 #include <cstdlib>
 #include <random>
+#include <sstream>
+#include <string>
 
 #include "tests/src/scenario.h"
 

@@ -3,10 +3,13 @@
 #include <gst/app/gstappsink.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <fstream>
 #include <random>
+#include <string>
+#include <vector>
 
 #include "codec/g729.h"
 #include "tests/src/pipeline.h"

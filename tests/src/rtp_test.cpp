@@ -1,5 +1,7 @@
 // Speech with pauses as RTP packets.
 #include <algorithm>
+#include <string>
+#include <vector>
 
 #include "tests/src/harness.h"
 #include "tests/support/signals.h"

@@ -13,8 +13,13 @@
 // ms after each frame's timestamp.
 #pragma once
 
+#include <atomic>
 #include <charconv>
+#include <memory>
+#include <mutex>
 #include <sstream>
+#include <string>
+#include <vector>
 
 #include "src/audio/g729f/dec.h"
 #include "tests/src/faults.h"

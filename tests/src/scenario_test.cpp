@@ -1,6 +1,8 @@
 // What the decoder does in a live pipeline, told in rows (scenario.h).
 #include "tests/src/scenario.h"
 
+#include <string>
+
 namespace {
 
 struct Row {

@@ -1,5 +1,7 @@
 // What applications and payloaders read off the elements: counters and tags.
+#include <cstdint>
 #include <map>
+#include <string>
 
 #include "tests/src/scenario.h"
 

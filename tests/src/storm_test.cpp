@@ -2,9 +2,15 @@
 // on a test clock that a ticker turns as fast as it goes and on the system's. What is looked for is
 // deadlocks (the test's time runs out), races and leaks (by the sanitizers and the leaks tracer)
 // and warnings (fatal).
+#include <atomic>
 #include <cstdlib>
+#include <iterator>
+#include <memory>
+#include <mutex>
 #include <random>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "tests/src/faults.h"
 #include "tests/src/pipeline.h"

@@ -1,6 +1,10 @@
 #include <algorithm>
+#include <cstdint>
 #include <functional>
 #include <random>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "tests/tools/tool_runner.h"
 

@@ -1,4 +1,8 @@
 #include <algorithm>
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "tests/tools/tool_runner.h"
 

@@ -1,4 +1,10 @@
+#include <cmath>
+#include <cstdint>
 #include <nlohmann/json.hpp>
+#include <numbers>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "codec/g729.h"
 #include "tests/tools/tool_runner.h"

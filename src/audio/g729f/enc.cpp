@@ -10,8 +10,8 @@
  * #kelg729fenc:annexb is read when the element starts. #kelg729fenc:frames counts at once for how
  * many frames of a buffer are coded, but buffers change their length only with the next caps: fewer
  * frames leave the rest of each buffer out, more draw a warning. What does not fill a buffer at the
- * end of the stream, less than `frames` times 80 samples, is dropped. #kelg729fenc:complexity counts
- * from the next frame on: each level sounds better and takes longer.
+ * end of the stream, less than `frames` times 80 samples, is dropped. #kelg729fenc:complexity
+ * counts from the next frame on: each level sounds better and takes longer.
  *
  * #kelg729fenc:stats counts since the start: `frames` of speech, `sids` (silence descriptors) and
  * `untransmitted` frames, which left nothing.
