@@ -1,7 +1,7 @@
 // codec-run: the codec alone over speech, for profilers and for checks of how its cost grows.
 //
-//   codec-run encode|decode [--target NAME] [--rate 8k|6k4|11k8] [--annexb] [--frames N]
-//             [--signal speech|zeros|noise] [--types]
+//   codec-run encode|decode [--target NAME] [--rate 8k|6k4|11k8] [--complexity 0..3]
+//             [--annexb] [--frames N] [--signal speech|zeros|noise] [--types]
 //
 // Codes N frames, repeating the signal as often as it takes, and prints one line of JSON: CPU
 // seconds, nanoseconds per frame, the growth of memory meanwhile; with --types also the cost of
@@ -30,6 +30,7 @@ struct Options {
   bool encode = true;
   std::string target;  // empty: the best
   int32_t rate = G729_RATE_8K;
+  int complexity = 0;  // of the encoder
   bool annexb = false;
   bool types = false;  // time every frame and tell types apart
   int64_t frames = 100000;
@@ -46,6 +47,12 @@ int32_t parse_rate(const std::string& name) {
   if (name == "8k") return G729_RATE_8K;
   if (name == "11k8") return G729_RATE_11K8;
   usage("no such rate: " + name);
+}
+
+int parse_level(const std::string& name) {
+  if (name.size() == 1 && name[0] >= '0' && name[0] <= '0' + G729_COMPLEXITY_MAX)
+    return name[0] - '0';
+  usage("no such level: " + name);
 }
 
 int64_t parse_count(const std::string& text) {
@@ -76,6 +83,8 @@ Options parse(int argc, char** argv) {
       options.target = value();
     else if (name == "--rate")
       options.rate = parse_rate(value());
+    else if (name == "--complexity")
+      options.complexity = parse_level(value());
     else if (name == "--frames")
       options.frames = parse_count(value());
     else if (name == "--signal")
@@ -195,6 +204,7 @@ TypeCost run(const Options& options, Code code) {
 
 TypeCost run_encoder(const Options& options, const g729::Target& target, const Material& material) {
   G729EncoderState* encoder = target.encoder_create(options.annexb);
+  target.set_complexity(encoder, options.complexity);
   encode(options, encoder, material.lead, material.lead.frames());
   Serial serial;
   TypeCost cost = run(options, [&](int64_t i) {

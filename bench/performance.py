@@ -240,6 +240,23 @@ Instructions a frame on the AVX2 build, counted by callgrind.
     return text + f"On the best build, counted by `perf`:\n\n{instruction_table(data['perf'])}"
 
 
+def levels(data):
+    rows = []
+    for rate, of_level in data["rates"].items():
+        for level, cost in enumerate(of_level):
+            ratio = [cost[t] / of_level[0][t] for t in ("ns", "instructions")]
+            rows.append([rate, level, f"{cost['ns']:.0f}", f"{ratio[0]:.2f}", f"{cost['instructions']:,.0f}",
+                         f"{ratio[1]:.2f}", f"{1e7 / cost['ns']:,.0f}"])
+    head = ["rate", "`complexity`", "ns a frame", "times level 0", "instructions, AVX2", "times level 0",
+            "times real time"]
+    return f"""## Levels of the search
+
+What the encoder takes for a frame of speech at each `complexity` (`bench/levels`): CPU time of the best
+build, the least of {data['rounds']} rounds that go through all levels in turn, and instructions of the AVX2 build.
+
+{table(head, rows)}"""
+
+
 def profile(data):
     encode, decode = (summary(data, d) for d in ("encode", "decode"))
     peaks = ", ".join(f"{name} {value * 1e-9:.1f}" for name, value in data["peak"].items())
@@ -486,7 +503,7 @@ the calls."""
 
 # ---- the document ---------------------------------------------------------------------------
 
-SECTIONS = [("compare", comparison), ("profile", profile), ("instructions", instructions), ("arm64", arm64), ("scaling", scaling), ("density", density)]
+SECTIONS = [("compare", comparison), ("profile", profile), ("instructions", instructions), ("levels", levels), ("arm64", arm64), ("scaling", scaling), ("density", density)]
 
 
 def write():
@@ -497,7 +514,7 @@ def write():
     parts = [f"""# Performance
 
 Measured on {'; '.join(cpus)}. `bench/all` writes this file: `bench/compare`, `bench/profile`,
-`bench/instructions`, `bench/arm64.py`, `bench/scaling` and `bench/density-sweep` renew a section each. Absolute figures are the
+`bench/instructions`, `bench/levels`, `bench/arm64.py`, `bench/scaling` and `bench/density-sweep` renew a section each. Absolute figures are the
 machine's; ratios are what counts."""]
     for name, section in SECTIONS:
         if results[name]:

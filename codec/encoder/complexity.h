@@ -24,7 +24,7 @@ struct Effort {
 inline constexpr Effort kEffort[kHighestComplexity] = {
     // rows, spectra, lags, pairs, starts, sweeps, threshold, gains, survivors
     {4, 2, {2, 2}, {1, 1}, 2, 1, 0.2, {2, 2}, 1},
-    {4, 3, {3, 2}, {4, 4}, 2, 1, 0.2, {8, 8}, 4},
+    {4, 3, {2, 2}, {4, 3}, 2, 1, 0.2, {8, 8}, 4},
     {8, 6, {4, 4}, {13, 12}, 4, 2, 0.1, {24, 16}, 10},
 };
 

@@ -154,7 +154,33 @@ def measure_peers():
     return {name: (np.median(cost[name]) / len(joined) * FRAME * 1e6, *found[name]) for name in found}
 
 
-def print_peers(found):
+def draw(found, path):
+    import matplotlib
+    matplotlib.use("Agg")
+    import matplotlib.pyplot as plt
+    matplotlib.rcParams.update({"svg.hashsalt": "levels", "svg.fonttype": "none"})
+    figure, axis = plt.subplots(figsize=(7, 4), layout="constrained")
+    ours = [found[f"level {n}"] for n in LEVELS]
+    axis.plot([v[0] for v in ours], [v[2] for v in ours], "o-")
+    for name, (cpu, _, value, *_) in found.items():
+        other = not name.startswith("level")
+        if other:
+            axis.plot(cpu, value, "s", color="gray")
+        axis.annotate(name, (cpu, value), xytext=(4, -11) if other else (-4, 6),
+                      ha="left" if other else "right", textcoords="offset points", fontsize=8)
+    axis.set_xscale("log")
+    axis.set_xlim(4, 300)
+    axis.margins(y=0.1)
+    axis.set_xlabel("encoder's CPU time, us a frame of 10 ms")
+    axis.set_ylabel("ESTOI")
+    axis.grid(alpha=0.3)
+    figure.savefig(path, metadata={"Date": None})
+
+
+def print_peers(path):
+    """Prints the table; the plot goes to path."""
+    found = measure_peers()
+    draw(found, path)
     base = found["level 0"][0]
     print("| codec | kbit/s | encoding, us a frame of 10 ms | times level 0 | STOI | ESTOI | fwSNRseg (dB) | LSD (dB) |\n"
           "|---|---:|---:|---:|---:|---:|---:|---:|")
@@ -164,25 +190,6 @@ def print_peers(found):
               "| {:.4f} | {:.4f} | {:.2f} | {:.2f} |".format(*values))
 
 
-def draw(found, path):
-    import matplotlib
-    matplotlib.use("Agg")
-    import matplotlib.pyplot as plt
-    matplotlib.rcParams["svg.hashsalt"] = "levels"
-    figure, axis = plt.subplots(figsize=(7, 4), layout="constrained")
-    ours = [found[f"level {n}"] for n in LEVELS]
-    axis.plot([v[0] for v in ours], [v[2] for v in ours], "o-")
-    for name, (cpu, _, value, *_) in found.items():
-        if not name.startswith("level"):
-            axis.plot(cpu, value, "s", color="gray")
-        axis.annotate(name, (cpu, value), xytext=(4, -11), textcoords="offset points", fontsize=8)
-    axis.set_xscale("log")
-    axis.set_xlabel("encoder's CPU time, us a frame of 10 ms")
-    axis.set_ylabel("ESTOI")
-    axis.grid(alpha=0.3)
-    figure.savefig(path, metadata={"Date": None})
-
-
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("tool", help="build/tools/kelg729f")
@@ -190,10 +197,8 @@ def main():
     options = parser.parse_args()
     if not options.peers:
         return print_levels(options.tool)
-    found = measure_peers()
-    print_peers(found)
     here = os.path.dirname(os.path.abspath(__file__))
-    draw(found, os.path.join(here, "..", "..", "docs", "quality", "levels.svg"))
+    print_peers(os.path.join(here, "..", "..", "docs", "quality", "levels.svg"))
 
 
 if __name__ == "__main__":

@@ -2,7 +2,7 @@
 """Writes docs/quality.md and its plots from measurements through the command-line tool.
 
 Speech: Debian's asterisk-core-sounds-{en,fr,it,ru}-wav and asterisk-prompt-it-menardi-wav; music:
-asterisk-moh-opsound-wav. GST_PLUGIN_PATH says where the plug-in is. Takes ten minutes or so.
+asterisk-moh-opsound-wav; AMR-NB: gstreamer1.0-plugins-ugly. GST_PLUGIN_PATH says where the plug-in is. Takes ten minutes or so.
 """
 import argparse
 import contextlib
@@ -17,6 +17,7 @@ import matplotlib.pyplot as plt
 import numpy as np
 
 import coding
+import levels
 import links
 import loss
 import packets
@@ -97,6 +98,8 @@ def sections(options):
     if options.random_frames:
         values["robustness"] = random_frames(options.random_frames, options.count)
     paths = wav_files(silence.SPEECH)
+    values["levels"] = printed(levels.print_levels, tool)
+    values["peers"] = printed(levels.print_peers, os.path.join(options.folder, "levels.svg"))
     values["detector"] = printed(silence.measure_detector, tool, paths)
     values["noise"] = printed(silence.measure_noise, tool, paths)
     plot_spectrograms(tool, os.path.join(options.folder, "spectrograms.png"))
