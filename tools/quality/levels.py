@@ -113,7 +113,7 @@ PEERS = [(f"level {n}", f"kelg729fenc complexity={n}", "kelg729fdec", 8) for n i
     ("Speex, quality 4", "speexenc mode=nb quality=4 complexity=3", "speexdec", 11),
 ]
 PLAIN = f"audioconvert ! audioresample ! audio/x-raw,format=S16LE,rate={RATE},channels=1"
-ROUNDS = 5
+ROUNDS = 3
 
 
 def launch(line):
