@@ -211,6 +211,14 @@ TEST_F(Raw, SeeksAsAWavDoes) {
 
 TEST_F(Raw, SeeksThatAWavDoesNot) {
   Player raw(launch(4096));
+  GstQuery* query = gst_query_new_seeking(GST_FORMAT_TIME);
+  gboolean can = FALSE;
+  gint64 end = 0;
+  EXPECT_TRUE(gst_element_query(raw.top.get(), query));
+  gst_query_parse_seeking(query, nullptr, &can, nullptr, &end);
+  gst_query_unref(query);
+  EXPECT_TRUE(can);
+  EXPECT_EQ(end, kLength);
   // A stop that was kept does not stand in the way of a start behind it.
   raw.take({1, kFlush, kSet, kSecond, kSet, 2 * kSecond, true});
   const auto behind = raw.take({1, kFlush, kSet, 5 * kSecond, kNone, -1, true}).figures;
