@@ -185,7 +185,8 @@ void pack_serial_bits(const uint16_t* bits, int n, uint8_t* bytes) {
   }
 }
 
-void unpack_serial_bits(const uint8_t* bytes, int n, uint16_t* bits) {
+// Inlined, gcc 12 takes the caller's bytes for uninitialized where registers are wider than these.
+[[gnu::noinline]] void unpack_serial_bits(const uint8_t* bytes, int n, uint16_t* bits) {
   for (int i = 0; i < n; ++i)
 #pragma GCC unroll 8
     for (int k = 0; k < 8; ++k) bits[8 * i + k] = bytes[i] >> (7 - k) & 1 ? kBitOne : kBitZero;
