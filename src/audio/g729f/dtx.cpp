@@ -31,7 +31,9 @@ void wake_locked(KelG729fDec* dec) {
   g_cond_signal(&dec->cond);
 }
 
+// A thread that sleeps is left asleep: every packet comes by here.
 void stop_locked(KelG729fDec* dec) {
+  if (!dec->dtx_active) return;
   dec->dtx_active = 0;
   wake_locked(dec);
 }
@@ -214,6 +216,7 @@ void kel_g729f_dtx_join(KelG729fDec* dec) {
   g_mutex_lock(&dec->lock);
   running(dec) = 0;
   stop_locked(dec);
+  g_cond_signal(&dec->cond);
   g_mutex_unlock(&dec->lock);
 
   gst_pad_set_active(base->srcpad, FALSE);
