@@ -106,6 +106,13 @@ void allow_many_files() {
   setrlimit(RLIMIT_NOFILE, &limit);
 }
 
+// Only errors wait on the bus to be looked at: a minute's other messages take megabytes.
+GstBusSyncReply keep_errors(GstBus*, GstMessage* message, gpointer) {
+  if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR) return GST_BUS_PASS;
+  gst_message_unref(message);
+  return GST_BUS_DROP;
+}
+
 }  // namespace
 
 void Lateness::add(gint64 ns) {
@@ -188,6 +195,9 @@ void prepare(Call* call, const std::string& launch) {
   GstElement* source = gst_bin_get_by_name(GST_BIN(call->pipeline), "source");
   reinterpret_cast<SpeechSource*>(source)->call = call;
   gst_object_unref(source);
+  GstBus* bus = gst_element_get_bus(call->pipeline);
+  gst_bus_set_sync_handler(bus, keep_errors, nullptr, nullptr);
+  gst_object_unref(bus);
 }
 
 void start_again(Call* call) {
@@ -212,7 +222,7 @@ void probe(Call* call, const char* element_name, const char* pad_name, GstPadPro
 std::string first_error(const std::vector<Call>& calls) {
   for (const Call& call : calls) {
     GstBus* bus = gst_element_get_bus(call.pipeline);
-    GstMessage* message = gst_bus_pop_filtered(bus, GST_MESSAGE_ERROR);
+    GstMessage* message = gst_bus_pop(bus);
     gst_object_unref(bus);
     if (!message) continue;
     GError* error = nullptr;

@@ -240,7 +240,9 @@ Options parse(int argc, char** argv) {
 void run_without_caches(char** argv) {
   if (std::getenv("GLIBC_TUNABLES")) return;
   // One arena alone would make the threads wait for each other.
-  setenv("GLIBC_TUNABLES", "glibc.malloc.tcache_count=0:glibc.malloc.arena_max=4", 1);
+  setenv("GLIBC_TUNABLES",
+         "glibc.malloc.tcache_count=0:glibc.malloc.arena_max=4:glibc.pthread.stack_cache_size=0",
+         1);
   setenv("G_SLICE", "always-malloc", 1);
   execv("/proc/self/exe", argv);
 }
@@ -271,13 +273,16 @@ Memory watch(std::vector<Call>& calls, const Options& options) {
   Memory first;
   std::mt19937 random(1);
   int round = 0;
-  std::printf("seconds resident KiB   sent, 99 %%, max ms   audio, 99 %%, max ms  late wake-ups\n");
+  std::printf(
+      "seconds resident     heap KiB   sent, 99 %%, max ms   audio, 99 %%, max ms  late "
+      "wake-ups\n");
   for (int at = step; at <= options.seconds; at += step) {
     while (now_ns() < start + at * kNsPerSecond) disturb(calls, options, random, ++round);
     const Memory now = memory(options);
     if (at == kMinute) first = now;
-    std::printf("%7d %12lld %6.2f %6.2f %7.2f %7.2f %6.2f %7.2f %5llu %8llu\n", at,
-                static_cast<long long>(now.resident / 1024), minute.sent.quantile(0.5),
+    std::printf("%7d %8lld %8lld %10.2f %6.2f %7.2f %7.2f %6.2f %7.2f %5llu %8llu\n", at,
+                static_cast<long long>(now.resident / 1024),
+                static_cast<long long>(now.heap / 1024), minute.sent.quantile(0.5),
                 minute.sent.quantile(0.99), minute.sent.quantile(1), minute.audio.quantile(0.5),
                 minute.audio.quantile(0.99), minute.audio.quantile(1),
                 static_cast<unsigned long long>(minute.late()),
@@ -330,7 +335,6 @@ int main(int argc, char** argv) {
   }
   shared.epoch = now_ns() + kNsPerSecond;
   sleep_until(shared.epoch + kSettleSeconds * kNsPerSecond);
-  first_error(calls);  // lets go of the messages of the start
   rehearse(calls, options);
   const double cpu = cpu_seconds();
   shared.measuring = true;
