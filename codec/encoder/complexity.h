@@ -25,14 +25,14 @@ inline constexpr Effort kEffort[kHighestComplexity] = {
     // rows, spectra, lags, pairs, starts, sweeps, threshold, gains, survivors
     {4, 2, {2, 2}, {1, 1}, 2, 1, 0.2, {2, 2}, 1},
     {4, 3, {2, 2}, {4, 3}, 2, 1, 0.2, {8, 8}, 4},
-    {8, 6, {4, 4}, {13, 12}, 4, 2, 0.1, {24, 16}, 10},
+    {8, 6, {4, 4}, {12, 11}, 4, 2, 0.1, {24, 16}, 10},
 };
 
 // What level 1 and above need at most.
 inline constexpr int kMostSpectra = 6;
 inline constexpr int kMostSurvivors = 10;
 inline constexpr int kMostLags = 4;
-inline constexpr int kMostPairs = 13;
+inline constexpr int kMostPairs = 12;
 inline constexpr int kMostStarts = 4;
 inline constexpr int kMostGainSearches = 24;
 
