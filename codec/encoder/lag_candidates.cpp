@@ -1,16 +1,21 @@
 #include "codec/encoder/lag_candidates.h"
 
+#include <algorithm>
+
 #include "codec/dsp/filters.h"
 #include "codec/dsp/simd/across.h"
+#include "codec/dsp/simd/lane_minimum.h"
 #include "codec/encoder/lag_correlation.h"
-#include "codec/encoder/pool.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {
 namespace {
 
+// Of the correlations at integer lags; where those lie whose neighbourhood is looked at.
 constexpr int kRoom = 3 * kLanes;
-static_assert(kLagMargin - 1 + 2 * kLanes + kLagMargin <= kRoom && kLagWidth + 2 <= 2 * kLanes);
+constexpr int kLooked = kLagMargin - 1, kLookedEnd = kLooked + 2 * kLanes;
+static_assert(kLookedEnd + kLagMargin <= kRoom && kLagMargin + kLagWidth <= kLookedEnd);
+constexpr double kOut = 1e30;  // no correlation
 
 // corr[k] is the normalized correlation of the integer lag first + k, throughout the range and the
 // margins; there is room for kRoom.
@@ -31,27 +36,51 @@ void correlate_lags(const LagInput& in, int first, double* corr) {
     store(corr + k, load(corr + k) / square_root(load(energy + k)));
 }
 
-// fine[f][k] is the correlation at the lag of c[k] and f thirds, k = kLagMargin - 1 .. kLagMargin +
-// kLagWidth (and a few more of no meaning).
-void interpolate(const double* c, double fine[3][kRoom]) {
-  for (int f = 0; f < 3; ++f)
-    for (int k = kLagMargin - 1; k <= kLagMargin + kLagWidth; k += kLanes) {
+// Where the lags of so many thirds that a subframe can send lie among the integer ones; nowhere
+// when high is kLooked - 1.
+struct Reach {
+  int low, high;
+};
+
+Reach reach_of(int thirds, const LagInput& in) {
+  const int last = kLagMargin + in.range.t0_max - in.range.t0_min;
+  if (thirds == 0) return {kLagMargin, last};
+  if (in.i_subfr == 0) {
+    const int last_fractional = kLagMargin + kLastFractionalLag - in.range.t0_min;
+    return {kLooked, std::clamp(last_fractional, kLooked - 1, last)};
+  }
+  if (in.rate == kRate6k4) return {kLagMargin + 3, kLagMargin + 5};
+  return {kLooked, last};
+}
+
+// fine[f][k] is the correlation at the lag of c[k] and f thirds, negated; kOut where a subframe
+// cannot send that.
+void interpolate(const double* c, const LagInput& in, double fine[3][kRoom]) {
+  for (int f = 0; f < 3; ++f) {
+    for (int k = kLooked; k < kLookedEnd; k += kLanes) {
       Vec8 value = splat(0.0);
       for (int i = 0; i < kLagMargin; ++i)
-        value = value + load(c + k - i) * splat(corr_interp_filter[f + 3 * i]) +
+        value = value - load(c + k - i) * splat(corr_interp_filter[f + 3 * i]) -
                 load(c + k + 1 + i) * splat(corr_interp_filter[3 - f + 3 * i]);
       store(fine[f] + k, value);
     }
+    const auto [low, high] = reach_of(f, in);
+    std::fill(fine[f] + kLooked, fine[f] + low, kOut);
+    std::fill(fine[f] + high + 1, fine[f] + kLookedEnd, kOut);
+  }
 }
 
-// Whether a subframe can send the lag of so many thirds.
-bool can_send(int thirds, const LagInput& in) {
-  const bool whole = thirds % 3 == 0;
-  if (in.i_subfr == 0) return whole || thirds < 3 * (kLastFractionalLag + 1);
-  if (in.rate != kRate6k4) return true;
-  const int offset = thirds - 3 * in.range.t0_min;
-  if (offset < 0 || offset > 3 * (kLagWidth - 1)) return false;
-  return whole || (offset >= 3 * 3 && offset <= 3 * 6);
+// Takes out the lag of the greatest correlation; the integer lag at 0 is `first`.
+LagCandidate take_best(double fine[3][kRoom], int first) {
+  LaneMinimum least;
+  for (int f = 0; f < 3; ++f)
+    for (int k = kLooked; k < kLookedEnd; k += kLanes)
+      consider(&least, load(fine[f] + k), kRoom * f + k);
+  const int best = lowest_index(least), f = best / kRoom, k = best % kRoom;
+  const double correlation = -fine[f][k];
+  fine[f][k] = kOut;
+  const int nearest = first + k + f / 2;
+  return {{nearest, f == 2 ? -1 : f}, correlation};
 }
 
 }  // namespace
@@ -60,15 +89,9 @@ int lag_candidates(const LagInput& in, int count, LagCandidate lag[kMostLags]) {
   double corr[kRoom], fine[3][kRoom];
   const int first = in.range.t0_min - kLagMargin;
   correlate_lags(in, first, corr);
-  interpolate(corr, fine);
-  Pool<int, kMostLags> best(count);
-  for (int thirds = 3 * in.range.t0_min - 2; thirds <= 3 * in.range.t0_max + 2; ++thirds)
-    if (can_send(thirds, in)) best.offer(-fine[thirds % 3][thirds / 3 - first], thirds);
-  for (int i = 0; i < best.size(); ++i) {
-    const int t0 = (best[i].value + 1) / 3;
-    lag[i] = {{t0, best[i].value - 3 * t0}, -best[i].error};
-  }
-  return best.size();
+  interpolate(corr, in, fine);
+  for (int i = 0; i < count; ++i) lag[i] = take_best(fine, first);
+  return count;
 }
 
 }  // namespace KELG729F_TARGET
