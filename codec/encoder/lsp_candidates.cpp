@@ -1,12 +1,11 @@
 #include "codec/encoder/lsp_candidates.h"
 
-#include <bit>
-#include <cstdint>
 #include <span>
 
 #include "codec/dsp/simd/across.h"
 #include "codec/dsp/tables/lsp_predictors.h"
 #include "codec/dsp/tables/lsp_tables.h"
+#include "codec/encoder/lsp_screen.h"
 #include "codec/encoder/pool.h"
 
 namespace g729 {
@@ -16,32 +15,24 @@ namespace {
 constexpr int kMostRows = 8;
 constexpr float kFarAway = 1e30F;
 
-using Rows = Pool<int, kMostRows>;
-
-// The nearest rows of the first stage. A row c has the score |c|^2 / 2 - t c, half of |c - t|^2 but
-// for |t|^2; single precision ranks them well enough.
-void nearest_rows(const double* target, int count, Rows* rows) {
-  alignas(64) float score[kFirstStage];
-  Float16 t[kOrder];
+// The nearest rows of the first stage, the nearest first. A row c has the score |c|^2 / 2 - t c,
+// half of |c - t|^2 but for |t|^2; single precision ranks them well enough.
+void nearest_rows(const double* target, int count, int row[kMostRows]) {
+  Float16 score[kLspFirstStageBlocks.kCount], t[kOrder];
   for (int j = 0; j < kOrder; ++j) t[j] = splat(static_cast<float>(target[j]));
   for (int b = 0; b < kLspFirstStageBlocks.kCount; ++b) {
-    Float16 s = load(kLspFirstStageBlocks.half_square[b]);
-    for (int j = 0; j < kOrder; ++j) s = s - t[j] * load(kLspFirstStageBlocks.block[b][j]);
-    store(score + b * kFloatLanes, s);
+    score[b] = load(kLspFirstStageBlocks.half_square[b]);
+    for (int j = 0; j < kOrder; ++j)
+      score[b] = score[b] - t[j] * load(kLspFirstStageBlocks.block[b][j]);
   }
   // One after the other; a row once found is out.
-  while (rows->size() < count) {
-    Float16 least = load(score);
-    for (int b = kFloatLanes; b < kFirstStage; b += kFloatLanes)
-      least = smaller(least, load(score + b));
-    const Float16 limit = splat(smallest_lane(least));
-    uint64_t word[2] = {};
-    for (int b = 0; b < kLspFirstStageBlocks.kCount; ++b)
-      word[b / 4] |= uint64_t{lanes_at_most(load(score + b * kFloatLanes), limit)}
-                     << (b % 4 * kFloatLanes);
-    const int row = word[0] ? std::countr_zero(word[0]) : 64 + std::countr_zero(word[1]);
-    rows->offer(score[row], row);
-    score[row] = kFarAway;
+  for (int n = 0; n < count; ++n) {
+    row[n] = lowest_row(rows_within(score, 0.0F));
+    Float16& block = score[row[n] / kFloatLanes];
+    alignas(64) float lane[kFloatLanes];
+    store(lane, block);
+    lane[row[n] % kFloatLanes] = kFarAway;
+    block = load(lane);
   }
 }
 
@@ -58,14 +49,7 @@ int nearest_half(const double* rest, const double* weight, int from) {
     }
     score[b] = s;
   }
-  Float16 least = score[0];
-  for (int b = 1; b < kBlocks; ++b) least = smaller(least, score[b]);
-  const Float16 limit = splat(smallest_lane(least));
-  for (int b = 0; b < kBlocks; ++b)
-    if (const unsigned lanes = lanes_at_most(score[b], limit)) {
-      return b * kFloatLanes + __builtin_ctz(lanes);
-    }
-  return 0;
+  return lowest_row(rows_within(score, 0.0F));
 }
 
 double distortion(const LspRows& c, const double* target, const double* weight) {
@@ -88,11 +72,11 @@ int lsp_candidates(const LspHistory& history, std::span<const double, kOrder> ls
   for (int m = 0; m < kPredictorModes; ++m) {
     double target[kOrder], rest[kOrder];
     lsp_residual(kSpeechPredictor[m], history, lsf.data(), target);
-    Rows rows(effort.spectrum_rows);
-    nearest_rows(target, effort.spectrum_rows, &rows);
-    for (const auto& row : rows) {
-      for (int j = 0; j < kOrder; ++j) rest[j] = target[j] - kLspFirstStage[row.value][j];
-      const LspRows c = {m, row.value, nearest_half(rest, weight, 0),
+    int row[kMostRows];
+    nearest_rows(target, effort.spectrum_rows, row);
+    for (int i = 0; i < effort.spectrum_rows; ++i) {
+      for (int j = 0; j < kOrder; ++j) rest[j] = target[j] - kLspFirstStage[row[i]][j];
+      const LspRows c = {m, row[i], nearest_half(rest, weight, 0),
                          nearest_half(rest, weight, kHalf)};
       best.offer(distortion(c, target, weight), c);
     }

@@ -19,7 +19,7 @@ template <typename Error>
 int nearest_row(const NearRows& near, Error error) {
   const auto [low, high] = near.word;
   if (((low & (low - 1)) | (high & (high - 1))) == 0 && (low == 0 || high == 0))  // a single one
-    return low ? std::countr_zero(low) : 64 + std::countr_zero(high);
+    return lowest_row(near);
   int nearest = 0;
   double least = 1e38;
   for (int w = 0; w < 2; ++w)

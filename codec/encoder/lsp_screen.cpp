@@ -16,20 +16,6 @@ float rounding_margin(double terms) {
   return static_cast<float>(0x1p-19 * terms);
 }
 
-// The rows within `margin` of the least score.
-template <int kBlocks>
-KELG729F_VEC NearRows rows_within(const Float16 (&score)[kBlocks], float margin) {
-  Float16 least = score[0];
-  for (int b = 1; b < kBlocks; ++b) least = smaller(least, score[b]);
-  const Float16 limit = splat(smallest_lane(least) + margin);
-  constexpr int kBlocksOfWord = 64 / kFloatLanes;
-  NearRows near = {};
-  for (int b = 0; b < kBlocks; ++b)
-    near.word[b / kBlocksOfWord] |= uint64_t{lanes_at_most(score[b], limit)}
-                                    << (b % kBlocksOfWord * kFloatLanes);
-  return near;
-}
-
 }  // namespace
 
 // Both modes in one pass over the codebook. A row c has the score |c|^2 / 2 - t c, half of
