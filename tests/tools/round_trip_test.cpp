@@ -174,7 +174,8 @@ TEST_F(RoundTrip, AKilledBatchIsResumed) {
   EXPECT_EQ(contents(folder / "out/100.g729").size(), 1000u);
 }
 
-// Half the level, 25 samples late: the difference is half the signal.
+// Half the level, 25 samples late: the difference is half the signal. The other way round it is as
+// much as the signal.
 TEST_F(RoundTrip, CompareMeasuresAKnownChange) {
   std::vector<int16_t> late(25);
   for (const int16_t sample : voice(16040)) late.push_back(static_cast<int16_t>(sample / 2));
@@ -182,6 +183,9 @@ TEST_F(RoundTrip, CompareMeasuresAKnownChange) {
   EXPECT_EQ(compare("voice.wav late.wav", "as_it_is"),
             nlohmann::json::parse(R"({"delay_samples": 25, "snr_db": 6.02, "segmental_snr_db": 6.02,
               "level_difference_db": -6.02, "log_spectral_distance_db": 6.02})"));
+  EXPECT_EQ(compare("late.wav voice.wav", "as_it_is"),
+            nlohmann::json::parse(R"({"delay_samples": -25, "snr_db": 0.0, "segmental_snr_db": 0.0,
+              "level_difference_db": 6.02, "log_spectral_distance_db": 6.02})"));
   EXPECT_NE(
       run("kelg729f compare voice.wav late.wav").out.find("segmental SNR                  6.02"),
       std::string::npos);
