@@ -1,0 +1,79 @@
+// Decisions that hang on a threshold, at both sides of it.
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <cstdint>
+#include <string>
+
+#include "codec/dsp/backward_mode.h"
+#include "codec/encoder/music_detector.h"
+#include "codec/encoder/weighting.h"
+#include "tests/codec/random_signals.h"
+
+namespace g729 {
+inline namespace KELG729F_TARGET {
+namespace {
+
+// Clause 3.3 with its logarithms; the area ratios lie near the thresholds, of one of the subframes.
+TEST(Weighting, JudgesByLogAreaRatios) {
+  test::Random random;
+  double lsf[kSubframes * kOrder];
+  for (int j = 0; j < kSubframes * kOrder; ++j) lsf[j] = 0.28 * (j % kOrder + 1);
+  for (int trial = 0; trial < 2000; ++trial) {
+    WeightingState state;
+    bool flat = true;
+    double old[2] = {0, 0};
+    for (int frame = 0; frame < 4; ++frame) {
+      const bool mean = random.integer(0, 1) == 0;
+      double o[2], rc[kOrder] = {};
+      for (int i = 0; i < 2; ++i) {
+        const double threshold =
+            i == 0 ? (random.integer(0, 1) ? -1.74 : -1.52) : (random.integer(0, 1) ? 0.65 : 0.43);
+        const double wanted = threshold + random.uniform(-0.002, 0.002);
+        o[i] = mean ? 2 * wanted - old[i] : wanted;
+        rc[i] = std::tanh(0.5 * std::log(10.0) * o[i]);
+      }
+      const WeightingFactors factors = perceptual_weighting_factors(lsf, rc, &state);
+      for (int k = 0; k < kSubframes; ++k) {
+        const double o0 = k == 0 ? (old[0] + o[0]) / 2 : o[0];
+        const double o1 = k == 0 ? (old[1] + o[1]) / 2 : o[1];
+        flat = flat ? !(o0 < -1.74 && o1 > 0.65) : o0 > -1.52 || o1 < 0.43;
+        ASSERT_EQ(factors.gamma1[k], flat ? 0.94 : 0.98) << trial << " " << o0 << " " << o1;
+      }
+      for (int i = 0; i < 2; ++i) old[i] = o[i];
+    }
+  }
+}
+
+// Of frames that are music (M) and not (.), what becomes voice.
+TEST(Music, EvidenceRisesSlowlyAndFallsFast) {
+  const std::string frames = "MMMMMMMM......" + std::string(60, 'M') + ".M.........";
+  const std::string wanted =
+      "       V      " + std::string(7, ' ') + std::string(53, 'V') + "VVVVVVVVV  ";
+  MusicDetectorState state;
+  const double rc[kOrder] = {}, gains[kMusicHistory] = {};
+  const int lags[kMusicHistory] = {20, 40, 60, 80, 100};
+  std::string found;
+  for (const char frame : frames) {
+    const LpMode mode = frame == 'M' ? kBackward : kForward;
+    found +=
+        music_detect(&state, {kRate11k8, rc, lags, gains, mode, false, 50.0, false}) ? 'V' : ' ';
+  }
+  EXPECT_EQ(found, wanted);
+}
+
+TEST(SynthesisEnergy, KeepsFiveLeadingBits) {
+  test::Random random;
+  for (int trial = 0; trial < 2000; ++trial) {
+    const auto energy = static_cast<uint32_t>(std::exp2(random.uniform(4.1, 30.9)));
+    if (std::has_single_bit(energy)) continue;
+    const double x[] = {std::sqrt(energy)};
+    const int cleared = std::bit_width(energy) - 5;
+    ASSERT_NEAR(synthesis_energy_db(x, 1), 10 * std::log10(energy >> cleared << cleared), 1e-6);
+  }
+}
+
+}  // namespace
+}  // namespace KELG729F_TARGET
+}  // namespace g729
