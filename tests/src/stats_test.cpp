@@ -1,4 +1,5 @@
 // What applications and payloaders read off the elements: counters and tags.
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -80,6 +81,7 @@ TEST(Stats, LossesAndParity) {
   Harness encoder = make_encoder(1), h = make_decoder();
   const auto element = find(h, "kelg729fdec");
   g_object_set(element.get(), "plc", TRUE, nullptr);
+  testing::internal::CaptureStdout();
   for (gsize i = 0; i < 12; i++) {
     gst_harness_push(encoder.get(), make_buffer(kPcm, i * kTick));
     GstBuffer* frame = gst_buffer_make_writable(pull(encoder).release());
@@ -97,6 +99,8 @@ TEST(Stats, LossesAndParity) {
   EXPECT_EQ(got.at("loss-events"), 3u);
   EXPECT_EQ(got.at("longest-loss"), 3u);
   EXPECT_EQ(got.at("parity-errors"), 2u);
+  const std::string said = testing::internal::GetCapturedStdout();
+  EXPECT_EQ(std::ranges::count(said, 'W'), 2) << said;  // as the codec says it
 }
 
 TEST(Tags, CodecAndBitRate) {

@@ -39,6 +39,8 @@ TEST_F(RoundTrip, FilesAndPipesHoldWhatTheByteInterfaceMakes) {
   g729_decoder_destroy(decoder);
   run_well("kelg729f encode voice.wav a.g729 && kelg729f decode a.g729 a.wav");
   EXPECT_EQ(contents(folder / "a.g729"), stream);
+  EXPECT_EQ(run("umask 026; kelg729f decode a.g729 a.wav; stat -c %a a.wav").out, "640\n");
+  EXPECT_EQ(run("kelg729f decode a.g729 a.wav").err, "");
   EXPECT_EQ(load_wav(folder / "a.wav"), decoded);
   run_well("kelg729f encode voice.wav a.bit && kelg729f decode a.bit b.wav && cmp a.wav b.wav");
   run_well("cat voice.wav | kelg729f encode --format g729 - - | cat >b.g729 && cmp a.g729 b.g729");

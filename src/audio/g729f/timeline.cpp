@@ -47,7 +47,6 @@ Entry timeline_packet(Timeline& line, Time pts, Time duration, bool descriptor) 
 }
 
 Entry timeline_gap(Timeline& line, Time pts, Time duration) {
-  duration = std::min(duration, kMostMissing);
   if (new_time(line, pts)) line.end = pts;
   Entry entry{line.end, 0, 0};
   if (line.silent) {
