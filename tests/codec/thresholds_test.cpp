@@ -1,12 +1,15 @@
 // Decisions that hang on a threshold, at both sides of it.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstdint>
 #include <string>
+#include <utility>
 
 #include "codec/dsp/backward_mode.h"
+#include "codec/dtx/vad.h"
 #include "codec/encoder/music_detector.h"
 #include "codec/encoder/weighting.h"
 #include "tests/codec/random_signals.h"
@@ -72,6 +75,39 @@ TEST(SynthesisEnergy, KeepsFiveLeadingBits) {
     const int cleared = std::bit_width(energy) - 5;
     ASSERT_NEAR(synthesis_energy_db(x, 1), 10 * std::log10(energy >> cleared << cleared), 1e-6);
   }
+}
+
+// Frames around the detector's background, so that each of its lines decides some: decisions and
+// means are those recorded.
+TEST(Vad, DecidesAsEver) {
+  test::Random random;
+  VadState state;
+  bool past = true, before = true;
+  int voice = 0, changes = 0;
+  double means = 0;
+  for (int frame = 1; frame <= 100000; ++frame) {
+    double lsf[kOrder], r[kVadOrder + 1], speech[kWindow] = {};
+    const bool start = state.mean_se == 0;
+    const double level = start ? 50 : state.mean_se + random.uniform(-6, 8);
+    const double shape = random.uniform(-0.9, 0.99), crossings = random.uniform(0, 0.8);
+    const double away = random.uniform(0, 0.12);
+    r[0] = kWindow * std::pow(10, std::clamp(level, 20.0, 80.0) / 10);
+    for (int i = 1; i <= kVadOrder; ++i) r[i] = r[i - 1] * shape;
+    for (int j = 0; j < kOrder; ++j)
+      lsf[j] = start ? 0.28 * (j + 1) : 2 * M_PI * state.mean_lsf[j] + random.uniform(-away, away);
+    speech[120] = 1;
+    for (int n = 121; n <= 200; ++n)
+      speech[n] = random.uniform(0, 1) < crossings ? -speech[n - 1] : speech[n - 1];
+    const VadDecision decision = vad_decide(
+        &state, {random.uniform(0.3, 0.9), lsf, r, speech, std::min(frame, 1000), past, before});
+    voice += decision.voice;
+    changes += decision.voice != past;
+    before = std::exchange(past, decision.voice);
+    means += state.mean_se + state.mean_sle + state.mean_szc + state.mean_lsf[4];
+  }
+  EXPECT_EQ(voice, 47952);
+  EXPECT_EQ(changes, 47374);
+  EXPECT_NEAR(means / 100000, 35.668307393, 1e-8);
 }
 
 }  // namespace
