@@ -18,7 +18,7 @@
 // Fails when a pipeline reports an error, when a state change takes more than five seconds, when a
 // call falls silent, when nothing is concealed or there is no comfort noise, and when the heap in
 // use at the end is more than 1 % above that after the first minute. Resident memory is printed
-// only: threads of new calls get stacks of old ones, and use some of them deeper, for hours.
+// only: the stacks of a thousand threads deepen for an hour, as they go by rarer paths.
 //
 // The C library and GLib keep freed memory back, per thread and arena. With a thousand threads such
 // caches fill for hours, and a leak would not stand out. So the program runs itself without the

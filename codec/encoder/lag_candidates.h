@@ -14,8 +14,8 @@ struct LagCandidate {
 };
 
 // The `count` lags of greatest interpolated normalized correlation, the best first, among those
-// that the subframe can send: what closed_loop_pitch finds the first of. Returns how many there
-// are.
+// that the subframe can send, which are kMostLags at least: what closed_loop_pitch finds the first
+// of. Returns count.
 int lag_candidates(const LagInput& in, int count, LagCandidate lag[kMostLags]);
 
 }  // namespace KELG729F_TARGET
