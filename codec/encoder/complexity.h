@@ -1,5 +1,7 @@
 // How far the encoder searches. Level 0 decides stage by stage (clause 3); the levels above it keep
-// several possibilities of every stage and let the weighted error of the whole frame decide.
+// several possibilities of every stage and let the weighted error of the whole frame decide. They
+// find the spectrum (search_autocorrelation) and weigh the error (kSearchWeightingFactors) in their
+// own way, too.
 #pragma once
 
 #include "codec/dsp/constants.h"

@@ -39,6 +39,14 @@ void analyse_spectrum(EncoderCoreState* state, FrameWork* w, int highest_lag) {
   lpc_to_lsp(a, w->lsp_new, state->lsp_old);
 }
 
+// The spectrum to code at complexity 1 and above.
+void analyse_spectrum_for_search(EncoderCoreState* state, FrameWork* w) {
+  double r[kCoeffs], a[kCoeffs], rc[kOrder];
+  search_autocorrelation(state->old_speech, r);
+  levinson_durbin_10(r, a, rc, &state->levinson);
+  lpc_to_lsp(a, w->lsp_new, state->lsp_old);
+}
+
 // The LSFs of lsp_new.
 std::span<const double, kOrder> lsf_new(const FrameWork& w) {
   return std::span<const double, kOrder>(w.lsf + kOrder, kOrder);
@@ -107,9 +115,12 @@ void choose_filters(FrameWork* w, bool bwd_dominant) {
 }
 
 void choose_weighting(EncoderCoreState* state, FrameWork* w) {
-  w->factors = w->lp_mode == kBackward
-                   ? fixed_weighting_factors(state->mode.bwd_dominant)
-                   : perceptual_weighting_factors(w->lsf, w->rc, &state->weighting);
+  if (w->lp_mode == kBackward)
+    w->factors = fixed_weighting_factors(state->mode.bwd_dominant);
+  else if (state->complexity > 0)
+    w->factors = kSearchWeightingFactors;
+  else
+    w->factors = perceptual_weighting_factors(w->lsf, w->rc, &state->weighting);
   choose_filters(w, state->mode.bwd_dominant);
 }
 
@@ -156,14 +167,20 @@ ParameterSet encoder_process_frame(EncoderCoreState* state, std::span<const doub
   const bool jointly = state->complexity > 0;
   double* const new_speech = state->old_speech + kNewSpeech;
   copy_vector(input.data(), new_speech, kFrame);
-  // Only the voice activity detector looks beyond the order of the filter.
-  analyse_spectrum(state, &w, state->dtx_enabled ? kAutocorrelations : kOrder);
-  interpolate_unquantized(*state, &w);
-  w.vad = state->dtx_enabled ? detect_voice(state, w, rate) : true;
-  if (w.vad && jointly)
+  w.vad = true;
+  if (state->dtx_enabled || !jointly) {
+    // Only the voice activity detector looks beyond the order of the filter.
+    analyse_spectrum(state, &w, state->dtx_enabled ? kAutocorrelations : kOrder);
+    interpolate_unquantized(*state, &w);
+    if (state->dtx_enabled) w.vad = detect_voice(state, w, rate);
+  }
+  if (w.vad && jointly) {
+    analyse_spectrum_for_search(state, &w);
+    interpolate_unquantized(*state, &w);
     find_spectra(*state, lsf_new(w), &w, &spectra);
-  else if (w.vad)
+  } else if (w.vad) {
     quantize_spectrum(state, &w);
+  }
   decide_mode(state, &w, rate);
   shift(state->synthesis, kSynthesisPast + kFrame, kSynthesisPast);
   copy_vector(w.lsp_new, state->lsp_old, kOrder);

@@ -1,6 +1,7 @@
 #include "codec/encoder/lp_analysis.h"
 
 #include <algorithm>
+#include <array>
 
 #include "codec/dsp/filters.h"
 #include "codec/dsp/lpc.h"
@@ -13,7 +14,7 @@ inline namespace KELG729F_TARGET {
 // last decimal, and must not be computed anew.
 
 // w[n] = 0.54 - 0.46 cos(2 pi n / 399), n = 0..199; cos(2 pi (n - 200) / 159), n = 200..239.
-const double lp_window[kWindow] = {
+constexpr double lp_window[kWindow] = {
     0.08,       0.08005703, 0.08022812, 0.08051322, 0.08091226, 0.08142514, 0.08205173, 0.08279189,
     0.08364542, 0.08461211, 0.08569173, 0.086884,   0.08818864, 0.08960531, 0.09113366, 0.09277333,
     0.09452389, 0.09638492, 0.09835596, 0.10043651, 0.10262606, 0.10492407, 0.10732996, 0.10984315,
@@ -54,6 +55,16 @@ const double lag_window[kAutocorrelations] = {
 
 namespace {
 
+constexpr int kOlder = 200;  // samples of the window's first part
+
+constexpr std::array<double, kWindow> search_window() {
+  std::array<double, kWindow> w;
+  for (int n = 0; n < kWindow; ++n) w[n] = n < kOlder ? lp_window[n] * lp_window[n] : lp_window[n];
+  return w;
+}
+alignas(kAlign) constexpr std::array<double, kWindow> kSearchWindow = search_window();
+constexpr double kSearchNoiseFloor = 1.00002;  // white-noise correction, -47 dB
+
 // Lags in tiles of as many running sums as the registers hold; the last tile may run past the
 // highest lag, over zeros kept before the signal.
 constexpr int kTileMost = kNativeLanes == 8 ? 13 : kNativeLanes == 4 ? 5 : 3;
@@ -79,18 +90,27 @@ void correlate(const double* y, double* r) {
   for (int first = 0; first < kLags; first += kTile) correlate_tile<kTile>(y, first, kLags, r);
 }
 
-}  // namespace
-
-void autocorrelation(const double* x, int highest, double* r) {
+void autocorrelation_of(const double* x, const double* window, int highest, double* r) {
   alignas(64) double buffer[kLead + kWindow];
   double* const y = buffer + kLead;
   zero_vector(buffer, kLead);
-  for (int n = 0; n < kWindow; n += kLanes) store(y + n, load(x + n) * load(lp_window + n));
+  for (int n = 0; n < kWindow; n += kLanes) store(y + n, load(x + n) * load(window + n));
   if (highest == kOrder)
     correlate<kOrder + 1>(y, r);
   else
     correlate<kAutocorrelations + 1>(y, r);
   r[0] = std::max(r[0], 1.0);
+}
+
+}  // namespace
+
+void autocorrelation(const double* x, int highest, double* r) {
+  autocorrelation_of(x, lp_window, highest, r);
+}
+
+void search_autocorrelation(const double* x, double* r) {
+  autocorrelation_of(x, kSearchWindow.data(), kOrder, r);
+  r[0] *= kSearchNoiseFloor;
 }
 
 void apply_lag_window(int highest, double* r) {

@@ -23,6 +23,12 @@ void autocorrelation(const double* x, int highest, double* r);
 // r[i] *= lag window, i = 1..highest; r[0] stays.
 void apply_lag_window(int highest, double* r);
 
+// r[0..10] of the spectrum that complexity 1 and above code, a sharper one: the older part of the
+// window is squared, so that the frame itself counts more than the past, there is no lag window,
+// and the white-noise correction is 1.00002. Whoever judges the signal by thresholds (silence,
+// music) sees the one above.
+void search_autocorrelation(const double* x, double* r);
+
 // LP vectors of both subframes, a[0..10] from the mean of old and new LSPs and a[11..21] from the
 // new, with the LSFs (radians) of the two sets, lsf[0..9] and lsf[10..19].
 void interpolate_lpc(const double* lsp_old, const double* lsp_new, double* lsf, double* a);

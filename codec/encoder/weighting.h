@@ -24,6 +24,9 @@ WeightingFactors perceptual_weighting_factors(std::span<const double, kSubframes
                                               std::span<const double, kOrder> rc,
                                               WeightingState* state);
 
+// Those of complexity 1 and above, of every subframe.
+inline constexpr WeightingFactors kSearchWeightingFactors = {{0.92, 0.92}, {0.57, 0.57}};
+
 // Factors of backward-mode frames (Annex E), the same for both subframes.
 WeightingFactors fixed_weighting_factors(bool bwd_dominant);
 

@@ -1,4 +1,5 @@
-// Each level codes a signal with no greater weighted error than the level below it.
+// Each level codes a signal with no greater weighted error than the level below it; level 0, which
+// weighs by other factors, by its own.
 #include <gtest/gtest.h>
 
 #include <vector>
