@@ -8,11 +8,14 @@
 #include <string>
 #include <utility>
 
+#include "codec/decoder/decoder_state.h"
 #include "codec/dsp/backward_mode.h"
 #include "codec/dtx/vad.h"
 #include "codec/encoder/music_detector.h"
 #include "codec/encoder/weighting.h"
+#include "codec/frame_coder.h"
 #include "tests/codec/random_signals.h"
+#include "tests/support/signals.h"
 
 namespace g729 {
 inline namespace KELG729F_TARGET {
@@ -108,6 +111,27 @@ TEST(Vad, DecidesAsEver) {
   EXPECT_EQ(voice, 47952);
   EXPECT_EQ(changes, 47374);
   EXPECT_NEAR(means / 100000, 35.668307393, 1e-8);
+}
+
+// A frame that goes beyond 20 dB above full scale is silence from its first sample on.
+TEST(Render, DropsWhatRunsAway) {
+  const signals::Samples speech = signals::loud_speech(20, 3);
+  for (const Rate rate : {kRate6k4, kRate8k, kRate11k8}) {
+    EncoderCoreState encoder;
+    encoder_core_init(&encoder, false);
+    SerialFrame frame;
+    for (size_t n = 0; n < speech.size(); n += kFrame)
+      encode_serial_frame(&encoder, speech.data() + n, rate, &frame);
+    for (const bool runs_away : {false, true}) {
+      DecoderCoreState decoder;
+      decoder_core_init(&decoder);
+      std::ranges::fill(decoder.old_exc, runs_away ? 1e8 : 100.0);
+      SerialFrame again = frame;
+      int16_t samples[kFrame];
+      decode_serial_frame(&decoder, &again, samples);
+      EXPECT_EQ(std::ranges::count(samples, 0) == kFrame, runs_away) << "rate " << rate;
+    }
+  }
 }
 
 }  // namespace
