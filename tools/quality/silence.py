@@ -97,7 +97,7 @@ class Noise:
 
     def __init__(self, tool, x, complexity):
         self.sent, out = transcode(tool, x, "--complexity", complexity)
-        n = min(len(self.sent), len(out))
+        n = min(len(self.sent), len(out), len(x) // FRAME)
         self.speech = 100 * np.mean(self.sent == VOICE)
         self.descriptors = np.mean(self.sent == SID) * RATE / FRAME
         at = np.flatnonzero(self.sent[:n] != VOICE)
