@@ -31,11 +31,12 @@ LagRange second_range(PitchLag first) {
 // Offers the branch with its lags, by the error that the correlation at the lag promises.
 void offer_lags(const JointFrame& f, const Branch& b, int k,
                 Pool<LaggedBranch, looks(kMostPairs)>* pool) {
-  LagCandidate lag[kMostLags];
-  const int count = find_lags(f, b, k, lag);
-  for (int i = 0; i < count; ++i) {
-    const double match = std::max(lag[i].correlation, 0.0);
-    pool->offer(b.error - match * match, {&b, lag[i].lag});
+  LagCandidate room[kMostLags];
+  const std::span lags(room, static_cast<size_t>(f.effort.lags[k]));
+  find_lags(f, b, k, lags);
+  for (const auto& [lag, correlation] : lags) {
+    const double match = std::max(correlation, 0.0);
+    pool->offer(b.error - match * match, {&b, lag});
   }
 }
 

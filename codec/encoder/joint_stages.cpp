@@ -1,6 +1,7 @@
 #include "codec/encoder/joint_stages.h"
 
 #include <algorithm>
+#include <span>
 
 #include "codec/dsp/filters.h"
 #include "codec/dsp/pitch.h"
@@ -30,10 +31,10 @@ void start_branch(const JointFrame& f, Path* path, int spectrum, LagRange range,
   b->error = path->error + dot(b->xn, b->xn, kSubframe);
 }
 
-int find_lags(const JointFrame& f, const Branch& b, int k, LagCandidate lag[kMostLags]) {
+void find_lags(const JointFrame& f, const Branch& b, int k, std::span<LagCandidate> lags) {
   double* const exc = excitation_of(b.path, k);
   copy_vector(b.residual, exc, kSubframe);
-  return lag_candidates({exc, b.xn, b.h, b.range, k * kSubframe, f.rate}, f.effort.lags[k], lag);
+  lag_candidates({exc, b.xn, b.h, b.range, k * kSubframe, f.rate}, lags);
 }
 
 double start_pair(const Branch& b, PitchLag lag, int k, LagPair* pair) {

@@ -1,6 +1,8 @@
 // The stages of a subframe coded by delayed decision: branch, lag, innovation, gains.
 #pragma once
 
+#include <span>
+
 #include "codec/encoder/adaptive_codebook.h"
 #include "codec/encoder/complexity.h"
 #include "codec/encoder/frame_work.h"
@@ -70,8 +72,8 @@ inline double* excitation_of(Path* path, int k) {
 // Residual, target and impulse response of the path with the spectrum.
 void start_branch(const JointFrame& f, Path* path, int spectrum, LagRange range, int k, Branch* b);
 
-// The branch's lags of greatest correlation; returns their count.
-int find_lags(const JointFrame& f, const Branch& b, int k, LagCandidate lag[kMostLags]);
+// Fills `lags` with the branch's of greatest correlation.
+void find_lags(const JointFrame& f, const Branch& b, int k, std::span<LagCandidate> lags);
 
 // Fills the pair; returns the error so far with the best pitch gain.
 double start_pair(const Branch& b, PitchLag lag, int k, LagPair* pair);

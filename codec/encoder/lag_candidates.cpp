@@ -85,13 +85,12 @@ LagCandidate take_best(double fine[3][kRoom], int first) {
 
 }  // namespace
 
-int lag_candidates(const LagInput& in, int count, LagCandidate lag[kMostLags]) {
+void lag_candidates(const LagInput& in, std::span<LagCandidate> lags) {
   double corr[kRoom], fine[3][kRoom];
   const int first = in.range.t0_min - kLagMargin;
   correlate_lags(in, first, corr);
   interpolate(corr, in, fine);
-  for (int i = 0; i < count; ++i) lag[i] = take_best(fine, first);
-  return count;
+  for (LagCandidate& lag : lags) lag = take_best(fine, first);
 }
 
 }  // namespace KELG729F_TARGET

@@ -1,6 +1,8 @@
 // Several lags of a subframe (clause 3.7), for the codebooks to decide between.
 #pragma once
 
+#include <span>
+
 #include "codec/encoder/adaptive_codebook.h"
 #include "codec/encoder/complexity.h"
 
@@ -13,10 +15,10 @@ struct LagCandidate {
                        // that the vector can take off the target's
 };
 
-// The `count` lags of greatest interpolated normalized correlation, the best first, among those
-// that the subframe can send, which are kMostLags at least: what closed_loop_pitch finds the first
-// of. Returns count.
-int lag_candidates(const LagInput& in, int count, LagCandidate lag[kMostLags]);
+// Fills `lags`, kMostLags of them at most, with those of greatest interpolated normalized
+// correlation, the best first, among what the subframe can send: what closed_loop_pitch finds the
+// first of.
+void lag_candidates(const LagInput& in, std::span<LagCandidate> lags);
 
 }  // namespace KELG729F_TARGET
 }  // namespace g729
