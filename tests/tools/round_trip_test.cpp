@@ -1,6 +1,5 @@
 #include <cmath>
 #include <cstdint>
-#include <nlohmann/json.hpp>
 #include <numbers>
 #include <string>
 #include <utility>
@@ -15,13 +14,7 @@ void tool::say(const std::string&) {}
 namespace test {
 namespace {
 
-class RoundTrip : public ToolTest {
- protected:
-  // against: what the measures are of, "as_it_is" or "high_passed" by the codec's own filters.
-  nlohmann::json compare(const std::string& files, const char* against) {
-    return nlohmann::json::parse(run("kelg729f compare --json " + files).out)[against];
-  }
-};
+using RoundTrip = ToolTest;
 
 TEST_F(RoundTrip, FilesAndPipesHoldWhatTheByteInterfaceMakes) {
   std::vector<int16_t> samples = voice(16040), decoded(16080);
@@ -56,7 +49,9 @@ TEST_F(RoundTrip, EveryRateComesBackRecognisable) {
     const Result info = run("kelg729f info x.bit");
     EXPECT_NE(info.out.find(std::string("speech ") + rate + " kbit/s"), std::string::npos);
     run_well("kelg729f decode x.bit x.wav");
-    EXPECT_GT(compare("voice.wav x.wav", "high_passed")["segmental_snr_db"], 5.0) << rate;
+    const std::string measures = run("kelg729f compare --json voice.wav x.wav").out;
+    const size_t segmental = measures.find("segmental_snr_db", measures.find("high_passed"));
+    EXPECT_GT(std::stod(measures.substr(measures.find(' ', segmental))), 5.0) << measures;
   }
 }
 
@@ -183,12 +178,15 @@ TEST_F(RoundTrip, CompareMeasuresAKnownChange) {
   std::vector<int16_t> late(25);
   for (const int16_t sample : voice(16040)) late.push_back(static_cast<int16_t>(sample / 2));
   store_wav(folder / "late.wav", late);
-  EXPECT_EQ(compare("voice.wav late.wav", "as_it_is"),
-            nlohmann::json::parse(R"({"delay_samples": 25, "snr_db": 6.02, "segmental_snr_db": 6.02,
-              "level_difference_db": -6.02, "log_spectral_distance_db": 6.02})"));
-  EXPECT_EQ(compare("late.wav voice.wav", "as_it_is"),
-            nlohmann::json::parse(R"({"delay_samples": -25, "snr_db": 0.0, "segmental_snr_db": 0.0,
-              "level_difference_db": 6.02, "log_spectral_distance_db": 6.02})"));
+  const std::pair<std::string, std::string> cases[] = {
+      {"voice.wav late.wav", R"("delay_samples": 25, "snr_db": 6.02, "segmental_snr_db": 6.02, )"
+                             R"("level_difference_db": -6.02, "log_spectral_distance_db": 6.02 })"},
+      {"late.wav voice.wav", R"("delay_samples": -25, "snr_db": 0.0, "segmental_snr_db": 0.0, )"
+                             R"("level_difference_db": 6.02, "log_spectral_distance_db": 6.02 })"}};
+  for (const auto& [files, measures] : cases) {
+    const std::string found = run("kelg729f compare --json " + files + " | tr -s ' \\n' ' '").out;
+    EXPECT_TRUE(found.starts_with(R"({ "as_it_is": { )" + measures)) << found;
+  }
   EXPECT_NE(
       run("kelg729f compare voice.wav late.wav").out.find("segmental SNR                  6.02"),
       std::string::npos);
