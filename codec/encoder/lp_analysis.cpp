@@ -1,7 +1,6 @@
 #include "codec/encoder/lp_analysis.h"
 
 #include <algorithm>
-#include <array>
 
 #include "codec/dsp/filters.h"
 #include "codec/dsp/lpc.h"
@@ -57,12 +56,15 @@ namespace {
 
 constexpr int kOlder = 200;  // samples of the window's first part
 
-constexpr std::array<double, kWindow> search_window() {
-  std::array<double, kWindow> w;
-  for (int n = 0; n < kWindow; ++n) w[n] = n < kOlder ? lp_window[n] * lp_window[n] : lp_window[n];
-  return w;
-}
-alignas(kAlign) constexpr std::array<double, kWindow> kSearchWindow = search_window();
+struct SearchWindow {
+  alignas(kAlign) double w[kWindow];
+
+  constexpr SearchWindow() : w{} {
+    for (int n = 0; n < kWindow; ++n)
+      w[n] = n < kOlder ? lp_window[n] * lp_window[n] : lp_window[n];
+  }
+};
+constexpr SearchWindow kSearchWindow;
 constexpr double kSearchNoiseFloor = 1.00002;  // white-noise correction, -47 dB
 
 // Lags in tiles of as many running sums as the registers hold; the last tile may run past the
@@ -109,7 +111,7 @@ void autocorrelation(const double* x, int highest, double* r) {
 }
 
 void search_autocorrelation(const double* x, double* r) {
-  autocorrelation_of(x, kSearchWindow.data(), kOrder, r);
+  autocorrelation_of(x, kSearchWindow.w, kOrder, r);
   r[0] *= kSearchNoiseFloor;
 }
 
