@@ -22,8 +22,7 @@ class Scratch {
         "kelg729f-fuzz-XXXXXX";
     expect(mkdtemp(pattern.data()) != nullptr, "a folder for files");
     folder_ = pattern;
-    // The commands move standard output aside once; what the codec prints from then on is dropped.
-    tool::claim_standard_output();
+    // What the codec and `info` print is dropped.
     expect(std::freopen("/dev/null", "w", stdout) != nullptr, "a null device");
   }
   ~Scratch() { std::filesystem::remove_all(folder_); }

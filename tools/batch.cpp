@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <filesystem>
 #include <thread>
 
@@ -14,12 +13,8 @@ namespace {
 Exit attempt(const std::function<Exit(size_t)>& work, size_t item) {
   try {
     return work(item);
-  } catch (const Failure& failure) {
-    say(failure.what());
-    return failure.exit;
   } catch (const std::exception& error) {
-    say(error.what());
-    return Exit::other;
+    return complain(error);
   }
 }
 
@@ -60,8 +55,7 @@ bool is_done(const std::string& input, const std::string& output) {
   namespace fs = std::filesystem;
   std::error_code error;
   if (!fs::is_regular_file(output, error)) return false;
-  const auto made = fs::last_write_time(output, error);
-  if (error) return false;
+  const auto made = fs::last_write_time(output, error);  // or the earliest of all times
   const auto changed = fs::last_write_time(input, error);
   return !error && made >= changed;
 }

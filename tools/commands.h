@@ -3,6 +3,7 @@
 #define KELG729F_TOOLS_COMMANDS_H
 
 #include <cstdint>
+#include <exception>
 #include <optional>
 #include <set>
 #include <string>
@@ -82,6 +83,13 @@ Exit run_rating(const RatingOptions& options);
 
 // One line on standard error.
 void say(const std::string& message);
+
+// Says what went wrong; the status for it.
+inline Exit complain(const std::exception& error) {
+  say(error.what());
+  const auto* failure = dynamic_cast<const Failure*>(&error);
+  return failure ? failure->exit : Exit::other;
+}
 
 }  // namespace tool
 

@@ -1,14 +1,13 @@
 #include <algorithm>
-#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <future>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "tools/commands.h"
 #include "tools/failure.h"
+#include "tools/json.h"
 #include "tools/quality.h"
 #include "tools/wav_io.h"
 
@@ -46,8 +45,7 @@ void print(const Comparison& plain, const Comparison& filtered) {
   std::printf("(*) by the codec's own input and output filters, which are no coding error\n");
 }
 
-nlohmann::ordered_json to_json(const Comparison& comparison) {
-  const auto rounded = [](double value) { return std::round(100 * value) / 100; };
+Json to_json(const Comparison& comparison) {
   const Quality& q = comparison.quality;
   return {{"delay_samples", comparison.delay},
           {"snr_db", rounded(q.snr)},
@@ -69,9 +67,7 @@ Exit run_compare(const CompareOptions& options) {
     throw Failure(Exit::input, options.reference + ": silent or too short to compare");
   }
   if (options.json) {
-    const nlohmann::ordered_json json{{"as_it_is", to_json(plain)},
-                                      {"high_passed", to_json(filtered)}};
-    std::puts(json.dump(2).c_str());
+    print_json({{"as_it_is", to_json(plain)}, {"high_passed", to_json(filtered)}});
   } else {
     print(plain, filtered);
   }

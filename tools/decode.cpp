@@ -20,8 +20,8 @@ namespace tool {
 namespace {
 
 void check_output(const std::string& path) {
-  const bool named = path == "-" || !std::filesystem::path(path).has_extension();
-  if (!named && std::filesystem::path(path).extension() != ".wav") {
+  const std::filesystem::path suffix = std::filesystem::path(path).extension();
+  if (!suffix.empty() && suffix != ".wav") {
     throw Failure(Exit::usage, path + ": decoded audio is a WAV file; end its name in .wav");
   }
 }
@@ -29,7 +29,7 @@ void check_output(const std::string& path) {
 Exit report(const FrameReader& reader, const Channel& channel, const Parity& parity,
             const std::string& name) {
   if (parity.foreign()) say(name + ": " + parity.remark());
-  if (channel.lost() > 0) {
+  if (channel.lost()) {
     say(name + ": " + std::to_string(channel.lost()) + " of " + std::to_string(reader.frames()) +
         " frames erased");
   }
@@ -56,7 +56,7 @@ Exit decode_stream(const Job& job, StreamFormat format, const DecodeOptions& opt
       channel.pass(&frame);
       decode(decoder, frame, samples);
       wav.write(samples, G729_FRAME_SAMPLES);
-      progress.update(reader.progress());
+      progress.show(reader.progress());
     }
   }
   if (reader.frames() == 0) throw Failure(Exit::input, input.name() + ": has no whole frame");
@@ -79,7 +79,6 @@ Exit decode_file(const Job& job, const DecodeOptions& options,
 }  // namespace
 
 Exit run_decode(const DecodeOptions& options) {
-  claim_standard_output();
   loss_model(options);  // refuses what no model can do before anything is written
   const std::vector<Job> jobs = plan_jobs(options.names, options.raw ? ".raw" : ".wav");
   std::set<std::string> outputs;

@@ -8,6 +8,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "codec/g729.h"
@@ -36,16 +37,17 @@ class Player {
         longest_pause_(options.capture.longest_pause),
         channel_(options) {}
 
-  // Returns how many samples there were, less than count only at the end.
-  size_t read(int16_t* samples, size_t count) {
+  // The next samples, fewer than count only at the end.
+  std::vector<int16_t> read(size_t count) {
     while (ready_.size() < count && (silent_ > 0 || decode_frame() || begin_part())) rest();
-    count = std::min(count, ready_.size());
-    std::copy_n(ready_.begin(), count, samples);
-    ready_.erase(ready_.begin(), ready_.begin() + static_cast<ptrdiff_t>(count));
-    return count;
+    const auto end = ready_.begin() + static_cast<ptrdiff_t>(std::min(count, ready_.size()));
+    std::vector<int16_t> samples(ready_.begin(), end);
+    ready_.erase(ready_.begin(), end);
+    return samples;
   }
 
-  double progress() const { return playout_ ? playout_->progress() : 0; }
+  // After the first read().
+  double progress() const { return playout_->progress(); }
   const Channel& channel() const { return channel_; }
   const Parity& parity() const { return parity_; }
   bool cut_short() const { return cut_; }
@@ -106,19 +108,19 @@ class Player {
 // One channel each, by turns, as long as the longest of them.
 void write_channels(std::vector<Player>* players, Progress* progress, WavWriter* wav) {
   const size_t channels = players->size();
-  std::vector<int16_t> block(channels * G729_FRAME_SAMPLES);
-  for (size_t longest = 1; longest > 0;) {
+  size_t longest;
+  do {
+    std::vector<int16_t> block(channels * G729_FRAME_SAMPLES);
     longest = 0;
-    std::fill(block.begin(), block.end(), int16_t{0});
     for (size_t c = 0; c < channels; ++c) {
-      int16_t samples[G729_FRAME_SAMPLES];
-      const size_t count = (*players)[c].read(samples, G729_FRAME_SAMPLES);
-      for (size_t i = 0; i < count; ++i) block[i * channels + c] = samples[i];
-      longest = std::max(longest, count);
+      const std::vector<int16_t> samples = (*players)[c].read(G729_FRAME_SAMPLES);
+      for (size_t at = c; const int16_t sample : samples)
+        block[std::exchange(at, at + channels)] = sample;
+      longest = std::max(longest, samples.size());
     }
     wav->write(block.data(), longest * channels);
-    progress->update((*players)[0].progress());
-  }
+    progress->show(players->front().progress());
+  } while (longest);
   wav->close();
 }
 
@@ -130,7 +132,7 @@ void remark(const std::vector<Player>& players, const CaptureOptions& options,
       say(name + ": a pause of more than " + std::to_string(options.longest_pause) +
           " s is left out");
     }
-    if (player.channel().lost() > 0) {
+    if (player.channel().lost()) {
       say(name + ": " + std::to_string(player.channel().lost()) + " of " +
           std::to_string(player.channel().frames()) + " frames erased");
     }
@@ -139,8 +141,7 @@ void remark(const std::vector<Player>& players, const CaptureOptions& options,
 
 void write_recording(const Capture& capture, const std::vector<size_t>& directions,
                      const std::string& path, const DecodeOptions& options) {
-  int64_t from = capture.directions[directions[0]].begin();
-  for (const size_t d : directions) from = std::min(from, capture.directions[d].begin());
+  const int64_t from = capture.directions[directions.front()].begin();  // the first to begin
   std::vector<Player> players;
   for (const size_t d : directions) players.emplace_back(capture.directions[d], from, options);
   OutputFile output(path);
@@ -165,14 +166,14 @@ Exit report(const Capture& capture, const std::string& name) {
   for (const Direction& direction : capture.directions) {
     for (const auto& part : direction.parts) cut += part.stream.cut();
   }
-  if (cut > 0) {
+  if (cut) {
     say(name + ": " + std::to_string(cut) +
         " packets were captured only in part and count as lost");
   }
   if (!capture.fault.empty()) {
     say(name + ": ends early (" + capture.fault + "); decoded what there is");
   }
-  return cut > 0 || !capture.fault.empty() ? Exit::truncated : Exit::ok;
+  return cut || !capture.fault.empty() ? Exit::truncated : Exit::ok;
 }
 
 }  // namespace

@@ -61,7 +61,8 @@ Exit encode_file(const Job& job, const EncodeOptions& options) {
     g729_encoder_encode_serial(encoder.get(), samples, rate, frame.words.data());
     write_frame(frame, format, output);
     done += count;
-    progress.update(static_cast<double>(done) / static_cast<double>(wav.samples()));
+    const uint64_t all = std::max(done, wav.samples());
+    progress.show(static_cast<double>(done) / static_cast<double>(all));
   }
   if (done == 0) throw Failure(Exit::input, input.name() + ": has no samples");
   output.commit();
@@ -74,7 +75,6 @@ Exit encode_file(const Job& job, const EncodeOptions& options) {
 }  // namespace
 
 Exit run_encode(const EncodeOptions& options) {
-  claim_standard_output();
   const bool plain = options.rate == "8" && !options.annexb;
   const std::string suffix = options.format.empty() ? (plain ? "g729" : "bit") : options.format;
   return run_jobs(plan_jobs(options.names, "." + suffix), options.batch,

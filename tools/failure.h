@@ -8,12 +8,12 @@
 namespace tool {
 
 enum class Exit {
-  ok = 0,
-  other = 1,      // what the tool cannot know of, such as too little memory
-  usage = 2,      // options or arguments that make no sense
-  input = 3,      // an input that cannot be read or is not what it should be
-  output = 4,     // an output that cannot be written
-  truncated = 5,  // done, but an input was cut short
+  ok,         // 0, and so on
+  other,      // what the tool cannot know of, such as too little memory
+  usage,      // options or arguments that make no sense
+  input,      // an input that cannot be read or is not what it should be
+  output,     // an output that cannot be written
+  truncated,  // done, but an input was cut short
 };
 
 // The message is one line: what is wrong and what to do.

@@ -34,7 +34,7 @@ namespace {
 
 // Copies to the end of `from`; false when reading or writing failed.
 bool copy(std::FILE* from, std::FILE* to) {
-  std::array<char, 65536> block;
+  std::array<char, BUFSIZ> block;
   while (const size_t count = std::fread(block.data(), 1, block.size(), from)) {
     if (std::fwrite(block.data(), 1, count, to) != count) return false;
   }
@@ -46,11 +46,6 @@ FileHandle seekable_copy(std::FILE* from, const std::string& name) {
   if (!unnamed || !copy(from, unnamed.get())) fail_reading(name);
   std::rewind(unnamed.get());
   return unnamed;
-}
-
-bool is_special(const std::string& path) {
-  struct stat status;
-  return stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
 }
 
 // The names of unfinished outputs, for the signal handler; empty when a slot is free.
@@ -69,7 +64,7 @@ size_t remember_unfinished(const std::string& path) {
   static std::mutex mutex;
   const std::lock_guard<std::mutex> lock(mutex);
   size_t slot = 0;
-  while (slot + 1 < kMostThreads && unfinished[slot][0]) ++slot;
+  while (unfinished[slot][0]) ++slot;  // one is free, as there is one for every thread
   std::strcpy(unfinished[slot] + 1, path.c_str() + 1);
   std::atomic_signal_fence(std::memory_order_release);
   unfinished[slot][0] = path[0];
@@ -88,11 +83,9 @@ void make_folder(const std::string& path) {
 std::vector<Job> pair_up(const std::vector<std::string>& names, const std::string& suffix) {
   const std::string& last = names.back();
   const bool several = names.size() > 2;
-  const bool ends_in_slash = !last.empty() && last.back() == '/';
   std::error_code unknown;
   const bool folder = fs::is_directory(last, unknown);
-  if (!several && !ends_in_slash && !folder) return {{names[0], last}};
-  if (!folder) make_folder(last);
+  if (!several && !last.ends_with('/') && !folder) return {{names[0], last}};
   std::vector<Job> jobs;
   std::set<std::string> seen;
   for (size_t i = 0; i + 1 < names.size(); ++i) {
@@ -106,6 +99,7 @@ std::vector<Job> pair_up(const std::vector<std::string>& names, const std::strin
     }
     jobs.push_back({names[i], output});
   }
+  if (!folder) make_folder(last);
   return jobs;
 }
 
@@ -127,33 +121,30 @@ InputFile::InputFile(const std::string& path)
 }
 
 OutputFile::OutputFile(const std::string& path) : name_(path == "-" ? "standard output" : path) {
-  if (path == "-" && isatty(claim_standard_output())) {
+  if (path == "-" && isatty(STDOUT_FILENO)) {
     throw Failure(Exit::usage, "standard output is a terminal; redirect it or name a file");
   }
-  if (path == "-" || is_special(path)) {
+  std::error_code missing;
+  if (path == "-" || fs::is_other(path, missing)) {
     file_.reset(std::tmpfile());
     if (!file_) fail_writing(name_);
   } else {
-    std::error_code missing;
     const fs::path target = fs::canonical(path, missing);  // through symbolic links
     open_beside(missing ? path : target.string());
   }
 }
 
 OutputFile::~OutputFile() {
-  if (!temporary_.empty()) unlink(temporary_.c_str());
-  if (!target_.empty()) unfinished[slot_][0] = 0;
+  if (target_.empty()) return;
+  unlink(temporary_.c_str());  // not there any more behind commit()
+  unfinished[slot_][0] = '\0';
 }
 
 void OutputFile::open_beside(const std::string& target) {
-  const fs::path path(target);
-  std::string pattern = path.parent_path() / ".";
-  // Shorter than the name, which may be as long as the file system lets it.
-  pattern += path.filename().string().substr(0, 200) + ".XXXXXX";
-  const int descriptor = mkstemp(pattern.data());
-  if (descriptor < 0) fail_writing(name_);
+  temporary_ = fs::path(target).parent_path() / ".kelg729f.XXXXXX";
+  const int descriptor = mkstemp(temporary_.data());
+  if (descriptor == -1) fail_writing(name_);
   target_ = target;
-  temporary_ = pattern;
   slot_ = remember_unfinished(temporary_);
   // Which can only be read by changing it, so once for all threads.
   static const mode_t mask = [] {
@@ -171,23 +162,12 @@ void OutputFile::commit() {
     // After a power cut too, what stands under its name is complete.
     if (fsync(fileno(file_.get())) != 0) fail_writing(name_);
     if (std::rename(temporary_.c_str(), target_.c_str()) != 0) fail_writing(name_);
-    temporary_.clear();
     return;
   }
   std::rewind(file_.get());
-  const FileHandle out(name_ == "standard output" ? fdopen(dup(claim_standard_output()), "wb")
+  const FileHandle out(name_ == "standard output" ? fdopen(dup(STDOUT_FILENO), "wb")
                                                   : std::fopen(name_.c_str(), "wb"));
   if (!out || !copy(file_.get(), out.get())) fail_writing(name_);
-}
-
-int claim_standard_output() {
-  static const int stream = [] {
-    std::fflush(stdout);
-    const int copy = dup(STDOUT_FILENO);
-    dup2(STDERR_FILENO, STDOUT_FILENO);
-    return copy;
-  }();
-  return stream;
 }
 
 void guard_standard_streams() {

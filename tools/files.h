@@ -57,14 +57,10 @@ class OutputFile {
 
   std::string name_;
   std::string target_;     // empty: the bytes are copied at commit()
-  std::string temporary_;  // empty: an unnamed file
-  size_t slot_ = 0;        // where the signal handler finds it
+  std::string temporary_;  // what is at target_ in the end
+  size_t slot_;            // where the signal handler finds it
   FileHandle file_;
 };
-
-// From the first call on, whatever else the process prints on standard output goes to standard
-// error, so that a stream written there stays clean. Returns the descriptor for the stream.
-int claim_standard_output();
 
 // Where a standard stream is closed, its use fails from now on, as it should; else the next file
 // opened would get its number and all that is printed.

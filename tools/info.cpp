@@ -1,10 +1,8 @@
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -16,13 +14,12 @@
 #include "tools/commands.h"
 #include "tools/failure.h"
 #include "tools/files.h"
+#include "tools/json.h"
 #include "tools/parity.h"
 #include "tools/stream_io.h"
 
 namespace tool {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 struct FrameKind {
   int bits;
@@ -85,11 +82,6 @@ void print(const std::string& title, const Counts& counts) {
   print_row("erased", counts.erased, counts.frames);
 }
 
-// Two decimals are what is measured; more would only look so.
-double rounded(double value) {
-  return std::round(100 * value) / 100;
-}
-
 void add(const Counts& counts, Json* json) {
   (*json)["frames"] = counts.frames;
   (*json)["seconds"] = rounded(counts.seconds());
@@ -103,7 +95,7 @@ void add(const Counts& counts, Json* json) {
 }
 
 std::string hexadecimal(uint32_t number) {
-  char text[16];
+  char text[sizeof "0x00000000"];
   std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(number));
   return text;
 }
@@ -143,9 +135,7 @@ class Report {
   }
 
   void finish() const {
-    if (!options_.json) return;
-    // A file's name may hold any bytes; what is no UTF-8 is replaced.
-    std::puts(all_.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
+    if (options_.json) print_json(all_);
   }
 
  private:
@@ -193,7 +183,7 @@ class Report {
   void show_part(const std::string& file, const Capture& capture, size_t direction,
                  const Direction::Part& part, Json* list) const {
     const Flow& flow = capture.directions[direction].flow;
-    const int64_t since = std::max<int64_t>(0, part.stream.begin() - capture.begin);
+    const int64_t since = std::max(capture.begin, part.stream.begin()) - capture.begin;
     const double begin = static_cast<double>(since) / kSecond;
     Playout playout(part.stream, options_.capture.longest_pause);
     const Counts counts = count_all(&playout);

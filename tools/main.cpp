@@ -1,11 +1,12 @@
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <charconv>
 #include <cstdint>
 #include <cstdio>
-#include <functional>
 #include <optional>
 #include <set>
-#include <stdexcept>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "codec/g729.h"
@@ -41,18 +42,19 @@ CLI::Validator number_from(double least, double greatest) {
       "");
 }
 
-// The reason why text is no source's number; empty when it is one.
-std::string is_ssrc(std::string& text) {
-  const size_t prefix = text.starts_with("0x") || text.starts_with("0X") ? 2 : 0;
-  const size_t digits = text.size() - prefix;
-  const bool number = digits >= 1 && digits <= 8 &&
-                      text.find_first_not_of("0123456789abcdefABCDEF", prefix) == std::string::npos;
-  return number ? "" : text + " is no SSRC, up to eight hexadecimal digits";
+// With 0x in front or without.
+uint32_t to_ssrc(const std::string& text) {
+  const bool prefixed = text.starts_with("0x") || text.starts_with("0X");
+  const char* end = text.data() + text.size();
+  uint32_t ssrc;
+  const auto [at, error] = std::from_chars(text.data() + (prefixed ? 2 : 0), end, ssrc, 16);
+  if (error == std::errc() && at == end) return ssrc;
+  throw CLI::ValidationError(text + " is no SSRC, up to eight hexadecimal digits");
 }
 
 // Files by command: inputs, and behind them the output where there is one.
 void add_files(CLI::App* app, std::vector<std::string>* names, const std::string& help) {
-  app->add_option("FILES", *names, help)->required()->expected(1, -1);
+  app->add_option("FILES", *names, help)->required();
 }
 
 void add_format(CLI::App* app, std::string* format, std::set<std::string> formats) {
@@ -82,9 +84,8 @@ void add_capture(CLI::App* app, tool::CaptureOptions* options) {
   app->add_option("--payload-type", options->payload_type, "of G.729 in a capture; 18 unless given")
       ->check(number_from(0, 127));
   app->add_option_function<std::string>(
-         "--ssrc", [=](const std::string& text) { options->ssrc = std::stoul(text, nullptr, 16); },
-         "of a capture, only this source (hexadecimal)")
-      ->check(CLI::Validator(is_ssrc, ""));
+      "--ssrc", [=](const std::string& text) { options->ssrc = to_ssrc(text); },
+      "of a capture, only this source (hexadecimal)");
 }
 
 void add_decode(CLI::App* app, tool::DecodeOptions* options) {
@@ -128,7 +129,7 @@ void add_rating(CLI::App* app, tool::RatingOptions* options) {
 // The reason on one line, wherever the parser breaks its own.
 Exit refuse(const CLI::ParseError& error) {
   std::string reason = error.what();
-  reason = reason.substr(0, reason.find('\n'));
+  reason.resize(std::min(reason.find('\n'), reason.size()));
   tool::say(reason + " (kelg729f --help tells more)");
   return Exit::usage;
 }
@@ -173,15 +174,12 @@ void tool::say(const std::string& message) {
 int main(int argc, char** argv) {
   tool::guard_standard_streams();
   tool::clean_up_on_signals();
+  Exit status;
   try {
-    const Exit status = run(argc, argv);
+    status = run(argc, argv);
     tool::finish_standard_output();
-    return static_cast<int>(status);
-  } catch (const tool::Failure& failure) {
-    tool::say(failure.what());
-    return static_cast<int>(failure.exit);
   } catch (const std::exception& error) {
-    tool::say(error.what());
-    return 1;
+    status = tool::complain(error);
   }
+  return static_cast<int>(status);
 }

@@ -4,13 +4,14 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <string>
 #include <utility>
 
 namespace tool {
+
+using namespace std::chrono_literals;
 
 class Progress {
  public:
@@ -24,17 +25,12 @@ class Progress {
   Progress& operator=(const Progress&) = delete;
 
   // share: of the work done, 0 to 1. Cheap enough to be called for every frame.
-  void update(double share) {
-    if (shown_ && ++calls_ % 1024 == 0) show(share);
-  }
-
-  // The same for steps that take long themselves.
   void show(double share) {
     if (!shown_) return;
     const auto now = std::chrono::steady_clock::now();
     if (now < next_) return;
-    next_ = now + std::chrono::milliseconds(100);
-    draw(std::clamp(share, 0.0, 1.0));
+    next_ = now + 100ms;
+    draw(share);
   }
 
  private:
@@ -48,10 +44,7 @@ class Progress {
   std::string label_;
   bool shown_;
   bool drawn_ = false;
-  unsigned calls_ = 0;
-  // Nothing is drawn for work done within the first half second.
-  std::chrono::steady_clock::time_point next_ =
-      std::chrono::steady_clock::now() + std::chrono::milliseconds(500);
+  std::chrono::steady_clock::time_point next_;
 };
 
 }  // namespace tool

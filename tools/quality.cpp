@@ -5,7 +5,9 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdlib>
+#include <functional>
 #include <numbers>
+#include <numeric>
 
 namespace tool {
 namespace {
@@ -15,23 +17,14 @@ constexpr size_t kWindow = 256;        // 32 ms
 constexpr double kActiveRange = 1e-4;  // 40 dB
 constexpr size_t kLongestSearch = 120 * 8000;
 
-int64_t correlation(const int16_t* a, const int16_t* b, size_t count) {
-  int64_t sum = 0;
-  for (size_t i = 0; i < count; ++i) sum += int32_t{a[i]} * b[i];
-  return sum;
-}
-
 double energy(Samples x) {
-  return static_cast<double>(correlation(x.data(), x.data(), x.size()));
+  return std::inner_product(x.begin(), x.end(), x.begin(), 0.0);
 }
 
 double difference_energy(Samples a, Samples b) {
-  double sum = 0;
-  for (size_t i = 0; i < a.size(); ++i) {
-    const double d = double{1} * a[i] - b[i];
-    sum += d * d;
-  }
-  return sum;
+  const auto square = [](double d) { return d * d; };
+  return std::inner_product(a.begin(), a.end(), b.begin(), 0.0, std::plus(),
+                            [&](int16_t x, int16_t y) { return square(x - y); });
 }
 
 double decibel(double above, double below) {
@@ -103,9 +96,8 @@ using Powers = std::array<Lanes, kWindow / 2>;
 
 // The rms distance over the bins within range of the greatest, of one lane.
 double distance(const Powers& wanted, const Powers& found, size_t lane) {
-  float greatest = 0;
-  for (const Lanes& power : wanted) greatest = std::max(greatest, power[lane]);
-  const double floor = kActiveRange * static_cast<double>(greatest);
+  const auto weaker = [&](const Lanes& a, const Lanes& b) { return a[lane] < b[lane]; };
+  const double floor = kActiveRange * (*std::ranges::max_element(wanted, weaker))[lane];
   double sum = 0;
   int bins = 0;
   for (size_t k = 0; k < wanted.size(); ++k) {
@@ -175,8 +167,7 @@ std::vector<size_t> active_segments(Samples reference) {
   for (size_t start = 0; start + kWindow <= reference.size(); start += kSegment) {
     energies.push_back(energy(reference.subspan(start, kSegment)));
   }
-  double loudest = 0;
-  for (const double e : energies) loudest = std::max(loudest, e);
+  const double loudest = energies.empty() ? 0 : *std::ranges::max_element(energies);
   std::vector<size_t> starts;
   for (size_t i = 0; i < energies.size(); ++i) {
     if (energies[i] > 0 && energies[i] >= kActiveRange * loudest) starts.push_back(i * kSegment);
@@ -190,26 +181,20 @@ constexpr size_t kBlock = 256;
 
 // What a search for the delay looks at.
 std::vector<int16_t> scaled_down(Samples x) {
-  x = x.first(std::min(x.size(), 2 * kLongestSearch));
-  int greatest = 0;
-  for (const int16_t sample : x) greatest = std::max(greatest, std::abs(int{sample}));
-  int shift = 0;
-  while (greatest >> shift >= kLoudest) ++shift;
+  int divisor = 1;
+  for (const int sample : x) {
+    while (std::abs(sample) >= kLoudest * divisor) divisor *= 2;
+  }
   std::vector<int16_t> y(x.begin(), x.end());
-  for (int16_t& sample : y) sample = static_cast<int16_t>(sample / (1 << shift));
+  for (int16_t& sample : y) sample = static_cast<int16_t>(sample / divisor);
   return y;
 }
 
 int64_t short_correlation(const int16_t* a, const int16_t* b, size_t count) {
   int64_t sum = 0;
   for (size_t start = 0; start < count; start += kBlock) {
-    int32_t block = 0;
-    if (count - start >= kBlock) {  // a loop of a known length is faster
-      for (size_t i = start; i < start + kBlock; ++i) block += int32_t{a[i]} * b[i];
-    } else {
-      for (size_t i = start; i < count; ++i) block += int32_t{a[i]} * b[i];
-    }
-    sum += block;
+    const size_t end = std::min(start + kBlock, count);
+    sum += std::inner_product(a + start, a + end, b + start, int32_t{});
   }
   return sum;
 }
@@ -219,10 +204,10 @@ int64_t short_correlation(const int16_t* a, const int16_t* b, size_t count) {
 std::vector<int16_t> through_high_pass_filters(Samples x) {
   Filter in(kInputFilter);
   Filter back(kOutputFilter);
-  std::vector<int16_t> out(x.size());
-  for (size_t i = 0; i < out.size(); ++i) {
-    const double y = back.next(in.next(x[i]));
-    out[i] = static_cast<int16_t>(std::lrint(std::clamp(y, -32768.0, 32767.0)));
+  std::vector<int16_t> out;
+  for (const int16_t sample : x) {
+    const double y = back.next(in.next(sample));
+    out.push_back(static_cast<int16_t>(std::lrint(std::clamp(y, -32768.0, 32767.0))));
   }
   return out;
 }
@@ -265,7 +250,7 @@ Quality measure_quality(Samples reference, Samples output) {
     found += energy(o);
   }
   quality.active = static_cast<int64_t>(starts.size());
-  const double segments = std::max<double>(1, static_cast<double>(starts.size()));
+  const auto segments = static_cast<double>(starts.size());
   quality.segmental /= segments;
   quality.log_spectral /= segments;
   quality.level = decibel(found, wanted);

@@ -28,7 +28,7 @@ struct Quality {
   int64_t active;       // segments within 40 dB of the loudest one
 };
 
-// Both signals aligned and equally long.
+// Both signals aligned and equally long. Where no segment is active only the SNR means anything.
 Quality measure_quality(Samples reference, Samples output);
 
 }  // namespace tool

@@ -15,7 +15,7 @@ constexpr int kPackedBits = 8 * G729_SPEECH_BYTES;
 constexpr uint16_t kSyncErased = 0x6B20;
 
 std::string hexadecimal(uint16_t word) {
-  char text[8];
+  char text[sizeof "0x0000"];
   std::snprintf(text, sizeof text, "0x%04X", static_cast<unsigned>(word));
   return text;
 }
@@ -101,7 +101,7 @@ bool FrameReader::next(Frame* frame) {
 }
 
 double FrameReader::progress() const {
-  return input_.size() ? static_cast<double>(position_) / static_cast<double>(input_.size()) : 1.0;
+  return static_cast<double>(position_) / static_cast<double>(input_.size());
 }
 
 bool FrameReader::next_packed(Frame* frame) {

@@ -57,7 +57,7 @@ class FrameReader {
 
   uint64_t frames() const { return frames_; }
   uint64_t dropped_bytes() const { return dropped_; }  // behind the last whole frame
-  double progress() const;                             // 0 to 1
+  double progress() const;                             // 0 to 1, after the first frame
 
  private:
   bool next_packed(Frame* frame);

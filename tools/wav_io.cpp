@@ -3,9 +3,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
+#include <new>
+#include <numeric>
+#include <utility>
 
 #include "tools/failure.h"
 
@@ -38,7 +43,7 @@ int16_t to_sample(float value) {
 }
 
 // Samples read or written at once: a call for every frame would cost as much as the codec.
-constexpr size_t kBlock = 65536;
+constexpr size_t kBlock = BUFSIZ;
 
 // Sizes from here on stand for "not known yet" in the headers of programs that write to a pipe.
 constexpr uint32_t kUnknownSize = 0x7F000000;
@@ -83,7 +88,9 @@ uint64_t missing_sound(const InputFile& input) {
 WavReader::WavReader(const InputFile& input, SoundForm form) {
   SF_INFO info{};
   if (form == SoundForm::raw) {
-    info = {0, kSampleRate, 1, SF_FORMAT_RAW | SF_FORMAT_PCM_16 | SF_ENDIAN_LITTLE, 0, 0};
+    info.samplerate = kSampleRate;
+    info.channels = 1;
+    info.format = SF_FORMAT_RAW | SF_FORMAT_PCM_16 | SF_ENDIAN_LITTLE;
     missing_ = input.size() % 2;
   } else {
     missing_ = missing_sound(input);
@@ -95,71 +102,55 @@ WavReader::WavReader(const InputFile& input, SoundForm form) {
   }
   if (form == SoundForm::telephone) check_telephone(input.name(), info);
   check_rate(input.name(), info);
-  if (info.frames <= 0) throw Failure(Exit::input, input.name() + ": has no samples");
   channels_ = static_cast<size_t>(info.channels);
   ratio_ = static_cast<double>(kSampleRate) / info.samplerate;
   samples_ = static_cast<uint64_t>(std::llround(static_cast<double>(info.frames) * ratio_));
-  sf_command(sound_.get(), SFC_SET_CLIPPING, nullptr, SF_TRUE);
-  // The library would scale such a file to its loudest sample.
-  const int coding = info.format & SF_FORMAT_SUBMASK;
-  floats_ = coding == SF_FORMAT_FLOAT || coding == SF_FORMAT_DOUBLE;
   if (info.samplerate == kSampleRate) return;
-  int error = 0;
-  resampler_.reset(src_new(SRC_SINC_MEDIUM_QUALITY, 1, &error));
-  if (!resampler_) throw Failure(Exit::other, src_strerror(error));
+  resampler_.reset(src_new(SRC_SINC_MEDIUM_QUALITY, 1, nullptr));
+  if (!resampler_) throw std::bad_alloc();
 }
 
-// Samples that need no conversion come as they are.
-void WavReader::read_block() {
-  next_ = 0;
-  if (channels_ > 1 || resampler_ || floats_) {
-    convert_block();
-    return;
-  }
-  block_.resize(kBlock);
-  block_.resize(static_cast<size_t>(sf_readf_short(sound_.get(), block_.data(), kBlock)));
-}
-
+// Floats hold samples of 16 bits as they are; the library would scale others to the loudest one.
 void WavReader::read_mixed() {
-  std::vector<float> all(kBlock / channels_ * channels_);
-  const auto wanted = static_cast<sf_count_t>(kBlock / channels_);
-  const auto count = static_cast<size_t>(sf_readf_float(sound_.get(), all.data(), wanted));
-  ended_ = count == 0;
-  for (size_t i = 0; i < count; ++i) {
-    float sum = 0;
-    for (size_t c = 0; c < channels_; ++c) sum += all[i * channels_ + c];
-    mixed_.push_back(sum / static_cast<float>(channels_));
+  std::vector<float> all(kBlock * channels_);
+  mixed_.resize(static_cast<size_t>(sf_readf_float(sound_.get(), all.data(), kBlock)));
+  ended_ = mixed_.empty();
+  auto frame = all.begin();
+  for (float& mean : mixed_) {
+    const auto next = frame + static_cast<ptrdiff_t>(channels_);
+    mean = std::accumulate(frame, next, 0.0F) / static_cast<float>(channels_);
+    frame = next;
   }
+}
+
+// Of what is mixed, as much as fits the result, at 8000 Hz.
+std::vector<float> WavReader::convert() {
+  if (!resampler_) return std::exchange(mixed_, {});
+  std::vector<float> converted(kBlock);
+  SRC_DATA data{};
+  data.data_in = mixed_.data();
+  data.input_frames = std::ssize(mixed_);
+  data.data_out = converted.data();
+  data.output_frames = std::ssize(converted);
+  data.end_of_input = ended_;
+  data.src_ratio = ratio_;
+  const int error = src_process(resampler_.get(), &data);
+  if (error) throw Failure(Exit::other, src_strerror(error));
+  mixed_.erase(mixed_.begin(), mixed_.begin() + data.input_frames_used);
+  converted.resize(static_cast<size_t>(data.output_frames_gen));
+  return converted;
 }
 
 // Fills the block, or leaves it empty at the end.
-void WavReader::convert_block() {
+void WavReader::read_block() {
+  next_ = 0;
   block_.clear();
-  std::vector<float> converted(kBlock);
   while (block_.empty()) {
-    if (mixed_.empty() && !ended_) read_mixed();
-    size_t used = mixed_.size();
-    size_t made = used;
-    if (resampler_) {
-      SRC_DATA data{mixed_.data(),
-                    converted.data(),
-                    static_cast<long>(mixed_.size()),
-                    static_cast<long>(kBlock),
-                    0,
-                    0,
-                    ended_,
-                    ratio_};
-      if (const int error = src_process(resampler_.get(), &data); error != 0) {
-        throw Failure(Exit::other, src_strerror(error));
-      }
-      used = static_cast<size_t>(data.input_frames_used);
-      made = static_cast<size_t>(data.output_frames_gen);
-    } else {
-      converted = mixed_;
-    }
-    for (size_t i = 0; i < made; ++i) block_.push_back(to_sample(converted[i]));
-    mixed_.erase(mixed_.begin(), mixed_.begin() + static_cast<ptrdiff_t>(used));
-    if (ended_ && made == 0) return;
+    if (mixed_.empty()) read_mixed();
+    const std::vector<float> made = convert();
+    block_.resize(made.size());
+    std::ranges::transform(made, block_.begin(), to_sample);
+    if (ended_ && block_.empty()) return;
   }
 }
 
@@ -183,13 +174,9 @@ std::vector<int16_t> read_telephone_wav(const std::string& path) {
   WavReader reader(input, SoundForm::telephone);
   // Block by block: a header may claim more samples than memory holds, or than the file has bytes.
   std::vector<int16_t> samples;
-  samples.reserve(std::min(reader.samples(), input.size()) + 2 * kBlock);
-  size_t count = kBlock;
-  while (count == kBlock) {
-    const size_t had = samples.size();
-    samples.resize(had + kBlock);
-    count = reader.read(samples.data() + had, kBlock);
-    samples.resize(had + count);
+  std::array<int16_t, kBlock> block;
+  while (const size_t count = reader.read(block.data(), block.size())) {
+    samples.insert(samples.end(), block.begin(), block.begin() + static_cast<ptrdiff_t>(count));
   }
   return samples;
 }

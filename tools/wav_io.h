@@ -46,15 +46,14 @@ class WavReader {
  private:
   void read_block();
   void read_mixed();
-  void convert_block();
+  std::vector<float> convert();
 
   std::unique_ptr<SNDFILE, SoundCloser> sound_;
-  size_t channels_ = 1;
-  bool floats_ = false;                                     // rather than whole numbers
-  double ratio_ = 1.0;                                      // of 8000 Hz to the file's rate
+  size_t channels_;
+  double ratio_;                                            // of 8000 Hz to the file's rate
   std::unique_ptr<SRC_STATE, ResamplerDeleter> resampler_;  // none at 8000 Hz
-  uint64_t samples_ = 0;
-  uint64_t missing_ = 0;
+  uint64_t samples_;
+  uint64_t missing_;
   std::vector<float> mixed_;  // one channel at the file's rate, not converted yet
   bool ended_ = false;
   std::vector<int16_t> block_;  // read ahead, next_ of them handed out

@@ -58,9 +58,10 @@ Link link_of(pcap_t* capture, const std::string& name) {
                                  "; Ethernet, Linux cooked and raw IP are read");
 }
 
+// A file may hold any time; 32 bits of its seconds are kept. The fraction is nanoseconds.
 int64_t time_of(const pcap_pkthdr& header) {
-  const int64_t seconds = std::clamp<int64_t>(header.ts.tv_sec, 0, (int64_t{1} << 33) - 1);
-  return seconds * kSecond + std::clamp<int64_t>(header.ts.tv_usec, 0, kSecond - 1);
+  return static_cast<uint32_t>(header.ts.tv_sec) * kSecond +
+         static_cast<uint32_t>(header.ts.tv_usec);
 }
 
 struct Source {
@@ -132,13 +133,13 @@ std::string nothing_found(const Capture& capture, const Streams& streams,
   uint64_t cut = 0;
   for (const auto& [source, stream] : streams) cut += stream.cut();
   const std::string advice = " captured only in part; capture whole packets (tcpdump -s 0)";
-  if (cut > 0) return "its packets were" + advice;
+  if (cut) return "its packets were" + advice;
   std::string reason = "no stream of RTP payload type " + std::to_string(options.payload_type) +
                        " in " + std::to_string(capture.packets) + " packets";
-  if (capture.fragments > 0) {
+  if (capture.fragments) {
     reason += " (" + std::to_string(capture.fragments) + " of them fragments, which are skipped)";
   }
-  if (capture.cut > 0) return reason + ", " + std::to_string(capture.cut) + " of them" + advice;
+  if (capture.cut) return reason + ", " + std::to_string(capture.cut) + " of them" + advice;
   if (options.ssrc) return reason + " with that SSRC";
   return reason + "; --payload-type names another";
 }
@@ -151,12 +152,14 @@ bool same_hosts(const Flow& a, const Flow& b) {
   return a.from.address == b.to.address && a.to.address == b.from.address;
 }
 
-// How well b answers a; 0: not at all.
-int match(const Direction& a, const Direction& b, bool only_two) {
-  if (!overlap(a, b)) return 0;
-  if (a.flow == b.flow.reversed()) return 3;
-  if (same_hosts(a.flow, b.flow)) return 2;
-  return only_two ? 1 : 0;
+// How well one direction answers another.
+enum class Match { none, only_two, hosts, ports };
+
+Match match(const Direction& a, const Direction& b, bool only_two) {
+  if (!overlap(a, b)) return Match::none;
+  if (a.flow == b.flow.reversed()) return Match::ports;
+  if (same_hosts(a.flow, b.flow)) return Match::hosts;
+  return only_two ? Match::only_two : Match::none;
 }
 
 }  // namespace
@@ -191,18 +194,17 @@ std::vector<std::vector<size_t>> recordings(const Capture& capture, bool stereo)
     if (taken[i]) continue;
     groups.push_back({i});
     if (!stereo) continue;
+    const auto with = [&](size_t k) {
+      return taken[k] ? Match::none : match(all[i], all[k], all.size() == 2);
+    };
+    taken[i] = true;
     size_t best = i;
-    int best_match = 0;
-    for (size_t k = i + 1; k < all.size(); ++k) {
-      const int found = taken[k] ? 0 : match(all[i], all[k], all.size() == 2);
-      if (found > best_match) {
-        best_match = found;
-        best = k;
-      }
+    for (size_t k = i; k < all.size(); ++k) {
+      if (with(k) > with(best)) best = k;
     }
-    if (best_match == 0) continue;
-    taken[best] = true;
+    if (with(best) == Match::none) continue;
     groups.back().push_back(best);
+    taken[best] = true;
   }
   return groups;
 }

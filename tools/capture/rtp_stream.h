@@ -13,7 +13,7 @@
 
 namespace tool {
 
-// Times of a capture are nanoseconds, 0 to 2^33 seconds, so that differences fit.
+// Times of a capture are nanoseconds, 0 to 2^32 seconds and a little, so that differences fit.
 inline constexpr int64_t kSecond = 1'000'000'000;
 inline constexpr int64_t kSampleTime = kSecond / 8000;
 
