@@ -283,9 +283,10 @@ TEST_F(CaptureTest, TwoDirectionsBecomeTwoChannelsInTime) {
   EXPECT_EQ(load_wav(folder / "call-2.wav"), clean);
   left.resize(16000);
   EXPECT_EQ(load_wav(folder / "call-1.wav"), left);
+  run_well("cp call.pcap call.pcapng; kelg729f info call.pcapng");
   EXPECT_EQ(decoded(pcap(packets), "--ssrc 0x99"), clean);
   const Result both_there =
-      run("cp call.pcap call-1.pcap; kelg729f decode call.pcap call-1.pcap calls");
+      run("cp call.pcap call-1.cap; kelg729f decode call.pcap call-1.cap calls");
   EXPECT_NE(both_there.err.find("calls/call-1.wav: two inputs would"), std::string::npos);
   decoded(pcap(packets));
   EXPECT_EQ(said, "kelg729f: call.pcap: holds 2 recordings, written to call-1.wav and so on\n");
@@ -605,6 +606,7 @@ TEST(RtpStream, PlaysInTime) {
       {{{0, 0, 0, 20}, {1, 160, 0.02, 20}, {3, 800, 0.1, 20}}, "sssseeuuuuss"},
       {{{0, 0, 0, 20}, {1, 160, 0.02, 2}, {3, 400, 0.05, 20}}, "ssdeess"},
       {{{0, 0, 0}, {2, 400, 0.05}}, "seuuus"},
+      {{{0, 0, 0, 2}, {2, 400, 0.05}}, "deeuus"},
       {{{0, 0, 0}, {1, 119, 0.01}, {2, 239, 0.02}, {3, 359, 0.03}}, "ssuss"},
       {{{0, 0, 0}, {1, 120, 0.01}, {2, 240, 0.02}, {3, 360, 0.03}},
        "suss"
@@ -628,6 +630,25 @@ TEST(RtpStream, PlaysInTime) {
     }
     EXPECT_EQ(played + (playout.cut_short() ? "+" : ""), wanted);
     EXPECT_EQ(playout.progress(), 1);
+  }
+}
+
+// A packet comes the sooner the later it was sent. No delay is the least one of the first 50, up to
+// where the sender's clock jumps by more than 10 s or its numbers begin anew.
+TEST(RtpStream, BeginsWithoutItsDelay) {
+  for (const auto& [jump, number, wanted] :
+       {std::tuple(0, 0, 51), {80000, 0, 51}, {80101, 0, 91}, {0, 9000, 91}}) {
+    std::vector<Sent> sent;
+    for (int i = 0; i < 60; ++i) {
+      const bool late = i >= 10;
+      sent.push_back({i + (late ? number : 0), 160 * i + (late ? jump : 0), 0.1 + 0.019 * i});
+      if (late && jump == 80000) sent.back().time += 10;
+    }
+    tool::RtpStream stream = stream_of(sent);
+    stream.finish();
+    EXPECT_EQ(stream.begin(), wanted * tool::kSecond / 1000) << jump << number;
+    EXPECT_EQ(stream.end(), std::llround(sent.back().time * tool::kSecond));
+    EXPECT_LT(stream.figures().worst_jitter, 1) << jump;
   }
 }
 

@@ -47,6 +47,11 @@ TEST_F(RoundTrip, FilesAndPipesHoldWhatTheByteInterfaceMakes) {
   EXPECT_EQ(load_wav(folder / "a.wav"), decoded);
   run_well(
       "kelg729f encode --complexity 1 voice.wav a.bit; kelg729f decode a.bit b && cmp a.wav b");
+  run_well(
+      "kelg729f encode voice.wav 0 --format g729 && kelg729f encode --complexity 0 voice.wav "
+      "1.g729");
+  run_well("cmp 0 1.g729 && ! cmp -s 0 a.g729 && kelg729f --version");
+  run_well("kelg729f --help | grep -q 'Exit status: 0 done'");
   run_well("mkfifo pipe; cat voice.wav >pipe & kelg729f encode --complexity 1 pipe b.g729");
   run_well("cat voice.wav | kelg729f encode --complexity 1 --format g729 - - | cmp - b.g729");
   run_well(
@@ -103,6 +108,10 @@ TEST_F(RoundTrip, LossFollowsTheSeed) {
   }
   EXPECT_EQ(contents(folder / "a.wav"), contents(folder / "b.wav"));
   EXPECT_NE(contents(folder / "a.wav"), contents(folder / "c.wav"));
+  run_well(
+      "kelg729f decode --loss 20 voice.g729 d.wav && kelg729f decode --loss 20 --seed 1 voice.g729 "
+      "e.wav");
+  EXPECT_EQ(contents(folder / "d.wav"), contents(folder / "e.wav"));
 }
 
 std::vector<int16_t> as_read(const fs::path& path) {
@@ -149,6 +158,7 @@ TEST_F(RoundTrip, EveryRateAndNumberOfChannelsIsTaken) {
   for (size_t n = 0; n < 7800; ++n) {
     ASSERT_TRUE(n % 40 % 38 < 2 || (halved[n] > 0) == (square[2 * n] > 0)) << n;
   }
+  store_wav(folder / "other.wav", wanted, 8000, 1, SF_FORMAT_AU | SF_FORMAT_PCM_16);
   run_well("kelg729f encode other.wav other.g729");
   EXPECT_EQ(contents(folder / "other.g729").size(), 1000u);
 }
@@ -191,6 +201,8 @@ TEST_F(RoundTrip, AKilledBatchIsResumed) {
   run_well("touch -r in/100.wav out/100.g729");
   EXPECT_EQ(run("kelg729f encode --resume " + inputs + "out").err,
             "kelg729f: 12 of 12 outputs are there already\n");
+  EXPECT_EQ(run("mv in/111.wav . && kelg729f encode --resume " + inputs + "out").status, 3);
+  run_well("mv 111.wav in/");
   store_wav(folder / "in/100.wav", voice(8000));
   run_well("touch -d '1 hour' in/100.wav && kelg729f encode --resume " + inputs + "out");
   EXPECT_EQ(contents(folder / "out/100.g729").size(), 1000u);
@@ -273,10 +285,13 @@ TEST(Quality, IsMeasuredAsItIsDefined) {
 }
 
 TEST_F(RoundTrip, FiguresAreOnLines) {
-  const G729Rating rating = g729_rating(0.05, 1.5, 200);
   char line[100];
-  std::snprintf(line, sizeof line, "R %.1f, MOS %.2f\n", rating.r, rating.mos);
-  EXPECT_EQ(run("kelg729f rating --loss 5 --burst-ratio 1.5 --delay 200").out, line);
+  for (const auto& [options, rating] :
+       {std::pair(" --burst-ratio 1.5 --delay 200", g729_rating(0.05, 1.5, 200)),
+        {"", g729_rating(0.05, 1, 0)}}) {
+    std::snprintf(line, sizeof line, "R %.1f, MOS %.2f\n", rating.r, rating.mos);
+    EXPECT_EQ(run(std::string("kelg729f rating --loss 5") + options).out, line);
+  }
   EXPECT_EQ(run("kelg729f rating --json").out, "{\n  \"r\": 82.21,\n  \"mos\": 4.1\n}\n");
   std::snprintf(line, sizeof line, "\nSNR                      %10.2f ",
                 decibel(energy(voice(16040).data(), 16040), 0));

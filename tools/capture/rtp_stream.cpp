@@ -114,7 +114,7 @@ void RtpStream::measure_jitter(const Packet& packet) {
     const double late = static_cast<double>(packet.time - last_time_) / kSampleTime -
                         distance(last_timestamp_, packet.timestamp);
     if (std::abs(late) < kGreatestSkew) jitter_ += (std::abs(late) - jitter_) / 16;
-    jitter_sum_ += jitter_;
+    figures_.jitter += jitter_ / 8;
     figures_.worst_jitter = std::max(figures_.worst_jitter, jitter_ / 8);
   }
   last_time_ = packet.time;
@@ -128,16 +128,11 @@ bool RtpStream::plausible() const {
 
 void RtpStream::finish() {
   if (stray_) ++figures_.odd;
-  if (packets_.empty()) return;
-  const uint64_t steps = std::max<uint64_t>(2, packets_.size() - others_) - 1;
-  figures_.jitter = jitter_sum_ / 8 / static_cast<double>(steps);
+  figures_.jitter /= static_cast<double>(packets_.size() - others_ - 1);
   sort();
   count_losses();
   recover();
-  for (const Packet& packet : packets_) {
-    figures_.reordered += packet.late;
-    figures_.frames += frames_in(packet.size);
-  }
+  for (const Packet& packet : packets_) figures_.reordered += packet.late;
 }
 
 void RtpStream::sort() {

@@ -39,7 +39,6 @@ class RtpStream {
     uint64_t reordered = 0;
     uint64_t odd = 0;         // of a size that G.729 has not, or out of any order; not taken
     uint64_t cut = 0;         // captured in part, not taken
-    uint64_t frames = 0;      // in the packets, recovered ones too
     double jitter = 0;        // ms, RFC 3550 clause 6.4.1, the mean over the packets
     double worst_jitter = 0;  // ms, the greatest
   };
@@ -52,12 +51,12 @@ class RtpStream {
   void add_cut() { ++figures_.cut; }
   uint64_t cut() const { return figures_.cut; }
 
-  // Sorts what was added; nothing is added from then on.
-  void finish();
-
   // Whether this was RTP at all: enough packets, most of them with the next numbers and the right
   // sizes. For what was added so far.
   bool plausible() const;
+
+  // Sorts what was added, two packets of speech at least; nothing is added from then on.
+  void finish();
 
   // After finish():
   const std::vector<Packet>& packets() const { return packets_; }
@@ -85,15 +84,14 @@ class RtpStream {
   std::vector<Packet> spares_;  // sent again; the number is that of the packet that brought them
   std::vector<uint8_t> payloads_;
   Figures figures_;
-  int64_t highest_ = 0;          // sequence number so far
+  int64_t highest_;              // sequence number so far
   std::optional<Packet> stray_;  // one that jumped; kept when another follows it
   uint64_t following_ = 0;       // packets near their predecessor's number
   uint64_t others_ = 0;          // packets that are no speech
   bool certain_ = false;         // something had the payload type by its own account
-  int64_t last_time_ = 0;
-  uint32_t last_timestamp_ = 0;
+  int64_t last_time_;
+  uint32_t last_timestamp_;
   double jitter_ = 0;  // samples
-  double jitter_sum_ = 0;
 };
 
 // The frames of a stream as a receiver with patience without end plays them: lost packets become
