@@ -3,14 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <bit>
 #include <cfloat>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <iterator>
-#include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "codec/bitstream.h"
@@ -122,10 +121,7 @@ TEST_P(Extremes, SilenceAndLossLeaveNothingDenormal) {
   }
 }
 
-struct Case {
-  std::string name;
-  Samples samples;
-};
+using Case = std::pair<const char*, Samples>;
 
 std::vector<Case> extremes() {
   using namespace signals;
@@ -166,14 +162,14 @@ TEST_P(Extremes, SpeechAfterwardsIsAsLoudAsEver) {
   const Call before = call_;
   const auto level_after = [&](const Case& c) {
     call_ = before;
-    for (size_t n = 0; n < c.samples.size(); n += kFrame) {
-      call_.frame(&c.samples[n]);
-      EXPECT_TRUE(all(finite)) << c.name;
+    for (size_t n = 0; n < c.second.size(); n += kFrame) {
+      call_.frame(&c.second[n]);
+      EXPECT_TRUE(all(finite)) << c.first;
     }
     return level(&call_, speech);
   };
   const double usual = level_after({"pause", signals::noise(100, 4)});
-  for (const Case& c : extremes()) EXPECT_NEAR(level_after(c), usual, tolerance) << c.name;
+  for (const Case& c : extremes()) EXPECT_NEAR(level_after(c), usual, tolerance) << c.first;
 }
 
 // The caller's own arithmetic is what it was.

@@ -2,7 +2,7 @@
 // weighs by other factors, by its own.
 #include <gtest/gtest.h>
 
-#include <vector>
+#include <utility>
 
 #include "codec/encoder/complexity.h"
 #include "codec/frame_coder.h"
@@ -27,17 +27,14 @@ double weighted_error(const signals::Samples& signal, Rate rate, int level) {
 }
 
 TEST(Levels, EachIsAsGoodAsTheOneBelow) {
-  const struct {
-    const char* name;
-    signals::Samples samples;
-    std::vector<Rate> rates;
-  } cases[] = {{"speech", signals::loud_speech(400, 3), {kRate6k4, kRate8k, kRate11k8}},
-               {"another voice", signals::loud_speech(400, 8), {kRate6k4, kRate8k, kRate11k8}},
-               {"noisy speech", signals::noisy_speech(400, 10, 5), {kRate6k4, kRate8k, kRate11k8}},
-               {"noise", signals::noise(200, 1000), {kRate6k4, kRate8k, kRate11k8}},
-               {"chord", signals::chord(200), {kRate8k}}};
-  for (const auto& [name, samples, rates] : cases)
-    for (const Rate rate : rates) {
+  const std::pair<const char*, signals::Samples> cases[] = {
+      {"speech", signals::loud_speech(400, 3)},
+      {"another voice", signals::loud_speech(400, 8)},
+      {"noisy speech", signals::noisy_speech(400, 10, 5)},
+      {"noise", signals::noise(200, 1000)},
+      {"chord", signals::chord(200)}};
+  for (const auto& [name, samples] : cases)
+    for (const Rate rate : {kRate6k4, kRate8k, kRate11k8}) {
       double below = weighted_error(samples, rate, 0);
       for (int level = 1; level <= kHighestComplexity; ++level) {
         const double error = weighted_error(samples, rate, level);

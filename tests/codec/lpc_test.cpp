@@ -75,17 +75,6 @@ TEST(Lpc, LevinsonSolvesTheNormalEquationsOrFallsBackToTheLastStableFilter) {
   }
 }
 
-TEST(LspCodebook, CloseNeighboursAndTheMiddleWeighMore) {
-  double lsf[kOrder], weight[kOrder];
-  for (int j = 0; j < kOrder; ++j) lsf[j] = (j + 1) * M_PI / 11;
-  lsf_weights(lsf, weight);
-  const double inner = 1 + 10 * std::pow(1 - 2 * M_PI / 11, 2);
-  for (int j = 1; j < kOrder - 1; ++j)
-    EXPECT_NEAR(weight[j], j == 4 || j == 5 ? 1.2 * inner : inner, 1e-12) << "LSF " << j + 1;
-  EXPECT_NEAR(weight[0], 1 + 10 * std::pow(1 + 0.04 * M_PI - lsf[1], 2), 1e-12);
-  EXPECT_NEAR(weight[9], 1 + 10 * std::pow(1 + lsf[8] - 0.92 * M_PI, 2), 1e-12);
-}
-
 TEST(LspCodebook, StabilizeOrdersAndSpacesAndRemarksOnTheEnds) {
   double lsf[kOrder] = {0.001, 0.3, 0.2, 0.8, 0.81, 1.4, 1.7, 2.0, 2.5, 3.14};
   EXPECT_EQ(lsp_stabilize(lsf), unsigned{kLspLow | kLspHigh});

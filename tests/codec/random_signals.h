@@ -35,8 +35,5 @@ inline std::vector<double> filter_of_reflections(int m, double most, Random& ran
   }
   return a;
 }
-inline std::vector<double> stable_filter(int m, Random& random) {
-  return filter_of_reflections(m, m == kOrder ? 0.9 : 0.4, random);
-}
 
 }  // namespace g729::test

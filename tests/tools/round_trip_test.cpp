@@ -8,6 +8,7 @@
 #include <numeric>
 #include <random>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -60,7 +61,8 @@ TEST_F(RoundTrip, FilesAndPipesHoldWhatTheByteInterfaceMakes) {
 }
 
 TEST_F(RoundTrip, EveryRateComesBackRecognisable) {
-  for (const auto& [rate, bits] : {std::pair("6.4", 64), {"8", 80}, {"11.8", 118}}) {
+  for (const auto& [rate, bits, least] :
+       {std::tuple("6.4", 64, 5.0), {"8", 80, 7.0}, {"11.8", 118, 11.0}}) {
     run_well(std::string("kelg729f encode --rate ") + rate + " voice.wav x.bit");
     EXPECT_EQ(contents(folder / "x.bit").size(), 201u * 2 * static_cast<size_t>(2 + bits)) << rate;
     const Result info = run("kelg729f info x.bit");
@@ -68,7 +70,7 @@ TEST_F(RoundTrip, EveryRateComesBackRecognisable) {
     run_well("kelg729f decode x.bit x.wav");
     const std::string measures = run("kelg729f compare --json voice.wav x.wav").out;
     const size_t segmental = measures.find("segmental_snr_db", measures.find("high_passed"));
-    EXPECT_GT(std::stod(measures.substr(measures.find(' ', segmental))), 5.0) << measures;
+    EXPECT_GT(std::stod(measures.substr(measures.find(' ', segmental))), least) << measures;
   }
 }
 
