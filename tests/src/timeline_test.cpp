@@ -120,17 +120,6 @@ TEST(Timeline, RandomCalls) {
   }
 }
 
-// By the clock alone, and a pause that does not count.
-TEST(Timeline, ByTheClock) {
-  Timeline line;
-  timeline_begin_noise(line, 7);
-  for (Time i = 1; i <= 9; i++) {
-    EXPECT_EQ(timeline_due(line), 7 + i * kLineFrame + (i > 5 ? 1000 : 0));
-    timeline_noise(line);
-    if (i == 5) timeline_resume(line, 1000);
-  }
-}
-
 // Times so far off that nothing explains them.
 TEST(Timeline, NewTimes) {
   for (const Time off : {kMostMissing + 1, -kMostBack - 1}) {
