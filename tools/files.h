@@ -34,7 +34,7 @@ class InputFile {
  private:
   std::string name_;
   FileHandle file_;
-  uint64_t size_ = 0;
+  uint64_t size_;
 };
 
 // A file that appears under its name at commit(), whole; without commit() nothing is left behind.

@@ -34,7 +34,7 @@ CLI::Validator number_from(double least, double greatest) {
       CLI::detail::to_string(least) + " to " + CLI::detail::to_string(greatest);
   return CLI::Validator(
       [=](std::string& text) {
-        double value = 0;
+        double value;
         const bool number = CLI::detail::lexical_cast(text, value);
         const bool inside = number && value >= least && value <= greatest;
         return inside ? std::string() : text + " is no number from " + range;

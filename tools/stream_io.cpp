@@ -128,7 +128,7 @@ bool FrameReader::next_serial(Frame* frame) {
 
 // False at the end of the file, after counting what is left of a frame.
 bool FrameReader::read_words(uint16_t* words, size_t count) {
-  uint8_t bytes[2 * G729_SERIAL_WORDS];
+  uint8_t bytes[sizeof(Frame::words)];
   if (std::fread(bytes, 2, count, input_.file()) < count) {
     dropped_ = input_.size() - position_;
     return false;
@@ -167,7 +167,7 @@ void FrameReader::fail(const std::string& what) const {
 }
 
 void write_frame(const Frame& frame, StreamFormat format, const OutputFile& output) {
-  std::array<uint8_t, 2 * G729_SERIAL_WORDS> bytes{};
+  std::array<uint8_t, sizeof(Frame::words)> bytes{};
   size_t count = 0;
   if (format == StreamFormat::packed) {
     for (size_t bit = 0; bit < kPackedBits; ++bit) {

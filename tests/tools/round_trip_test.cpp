@@ -286,6 +286,16 @@ TEST(Quality, IsMeasuredAsItIsDefined) {
   }
 }
 
+// By the gain that their coefficients have for what is constant and at half the sampling rate.
+TEST(Quality, TheHighPassFiltersAreTheCodecs) {
+  std::vector<int16_t> constant(8000, 30000), turning(constant);
+  for (size_t n = 0; n < turning.size(); n += 2) turning[n] = -30000;
+  EXPECT_NEAR(tool::through_high_pass_filters(constant).back(), 3, 1);
+  const double gain =
+      4 * 0.92727436 / (1 + 1.9059465 + 0.9114024) * 4 * 0.93980581 / (1 + 1.9330735 + 0.93589199);
+  EXPECT_NEAR(tool::through_high_pass_filters(turning).back(), 30000 * gain, 1);
+}
+
 TEST_F(RoundTrip, FiguresAreOnLines) {
   char line[100];
   for (const auto& [options, rating] :

@@ -30,12 +30,12 @@ using CaptureHandle = std::unique_ptr<pcap_t, CaptureCloser>;
 
 CaptureHandle open_capture(const InputFile& input) {
   char reason[PCAP_ERRBUF_SIZE] = "";
-  std::FILE* file = fdopen(dup(fileno(input.file())), "rb");
+  FileHandle file(fdopen(dup(fileno(input.file())), "rb"));
   CaptureHandle capture(
-      pcap_fopen_offline_with_tstamp_precision(file, PCAP_TSTAMP_PRECISION_NANO, reason));
-  if (capture) return capture;
-  std::fclose(file);
-  throw Failure(Exit::input, input.name() + ": no capture file (" + reason + ")");
+      pcap_fopen_offline_with_tstamp_precision(file.get(), PCAP_TSTAMP_PRECISION_NANO, reason));
+  if (!capture) throw Failure(Exit::input, input.name() + ": no capture file (" + reason + ")");
+  file.release();  // the capture closes it
+  return capture;
 }
 
 Link link_of(pcap_t* capture, const std::string& name) {
@@ -171,7 +171,7 @@ Capture read_capture(const InputFile& input, const CaptureOptions& options) {
   Streams streams;
   pcap_pkthdr* header = nullptr;
   const u_char* data = nullptr;
-  int status = 0;
+  int status;
   while ((status = pcap_next_ex(handle.get(), &header, &data)) == 1) {
     const int64_t time = time_of(*header);
     if (capture.packets++ == 0) capture.begin = time;

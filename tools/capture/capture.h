@@ -34,7 +34,7 @@ struct Capture {
   uint64_t packets = 0;
   uint64_t cut = 0;        // captured in part
   uint64_t fragments = 0;  // of datagrams, which are not put together
-  int64_t begin = 0;       // time of the first packet
+  int64_t begin;           // time of the first packet
   std::string fault;       // why reading ended before the file's end; empty: it did not
 };
 

@@ -2,6 +2,8 @@
 #ifndef KELG729F_TOOLS_CAPTURE_DATAGRAM_H
 #define KELG729F_TOOLS_CAPTURE_DATAGRAM_H
 
+#include <netinet/in.h>
+
 #include <array>
 #include <compare>
 #include <cstdint>
@@ -17,9 +19,9 @@ using Bytes = std::span<const uint8_t>;
 enum class Link { ethernet, cooked, cooked2, ip };
 
 struct Endpoint {
-  std::array<uint8_t, 16> address{};  // of IPv4 the first four bytes
+  std::array<uint8_t, sizeof(in6_addr)> address{};  // of IPv4 the first four bytes
   bool v6 = false;
-  uint16_t port = 0;
+  uint16_t port;
 
   auto operator<=>(const Endpoint&) const = default;
 };

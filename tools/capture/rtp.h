@@ -12,10 +12,10 @@
 namespace tool {
 
 struct RtpPacket {
-  uint8_t payload_type = 0;
-  uint16_t sequence = 0;
-  uint32_t timestamp = 0;
-  uint32_t ssrc = 0;
+  uint8_t payload_type;
+  uint16_t sequence;
+  uint32_t timestamp;
+  uint32_t ssrc;
   Bytes payload;  // without header extension and padding
 };
 
