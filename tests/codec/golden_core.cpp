@@ -9,7 +9,6 @@
 #include "codec/decoder/decoder_driver.h"
 #include "codec/decoder/decoder_state.h"
 #include "codec/dsp/constants.h"
-#include "codec/dsp/simd/lanes.h"
 #include "codec/encoder/encoder_driver.h"
 #include "codec/encoder/encoder_state.h"
 #include "codec/frame_coder.h"
@@ -48,15 +47,6 @@ uint32_t scramble(uint32_t x) {
 }
 
 }  // namespace
-
-double reciprocal_error() {
-  double worst = 0;
-  for (float x = 1.0F; x < 2.0F; x += 0x1p-12F) {
-    const double product = lane(reciprocal(splat(x)), 0) * double{x};
-    worst = std::max(worst, std::fabs(product - 1));
-  }
-  return worst;
-}
 
 GoldenHash golden_hash(const int16_t* samples, int frames, GoldenPlan plan) {
   auto* encoder = new EncoderCoreState();
