@@ -1,9 +1,12 @@
-// The handles through the C interface: sizes, lengths, and what silence compression makes of sound.
+// The handles through the C interface: sizes, lengths, heap use, and what silence compression makes
+// of sound.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
+#include <cstring>
 #include <iterator>
 #include <vector>
 
@@ -18,6 +21,7 @@
 #include "codec/encoder/preprocess.h"
 #include "codec/frame_coder.h"
 #include "codec/g729.h"
+#include "tests/support/heap_counter.h"
 #include "tests/support/signals.h"
 
 namespace g729 {
@@ -38,6 +42,43 @@ struct Call {
     g729_decoder_destroy(decoder);
   }
 };
+
+TEST(Handle, FramesUseNoHeap) {
+  const auto signal = signals::join({signals::speech_like(60), signals::noise(40, 20)});
+  Call call(true);
+  const long before = heap_calls();
+  for (int level = 0; level <= 3; ++level) {
+    g729_encoder_set_complexity(call.encoder, level);
+    for (size_t n = 0; n < signal.size(); n += kFrame) {
+      uint8_t bytes[G729_SPEECH_BYTES];
+      uint32_t size;
+      int16_t out[kFrame];
+      uint16_t serial[G729_SERIAL_WORDS];
+      g729_encoder_encode_frame(call.encoder, &signal[n], bytes, &size);
+      g729_decoder_decode_frame(call.decoder, bytes, size, out);
+      for (int rate : {G729_RATE_6K4, G729_RATE_11K8}) {
+        g729_encoder_encode_serial(call.encoder, &signal[n], rate, serial);
+        g729_decoder_decode_serial(call.decoder, serial, out);
+      }
+      g729_decoder_conceal(call.decoder, out);
+    }
+  }
+  EXPECT_EQ(heap_calls() - before, 0);
+}
+
+TEST(Handle, HeapCounterSeesTheWaysToMemory) {
+  if (!heap_is_counted()) GTEST_SKIP() << "a sanitizer owns the heap";
+  for (const auto allocate :
+       {+[] { return std::malloc(1); }, +[] { return std::aligned_alloc(64, 64); },
+        +[] { return static_cast<void*>(strdup("text")); }}) {
+    const long before = heap_calls();
+    std::free(allocate());
+    EXPECT_GT(heap_calls(), before);
+  }
+  const long before = heap_calls();
+  Call call(false);
+  EXPECT_GE(heap_calls() - before, 2);
+}
 
 TEST(Handle, FrameCounterGoesOnAt256) {
   static EncoderCoreState handle;
