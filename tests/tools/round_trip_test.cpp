@@ -240,7 +240,7 @@ double power(const int16_t* x, double k) {
   std::complex<double> sum;
   for (int n = 0; n < 256; ++n) {
     const double window = std::pow(std::sin(std::numbers::pi * (n + 0.5) / 256), 2);
-    sum += std::polar(window * x[n], -2 * std::numbers::pi * k * n / 256);
+    sum += window * x[n] * std::polar(1.0, -2 * std::numbers::pi * k * n / 256);
   }
   return std::norm(sum);
 }
