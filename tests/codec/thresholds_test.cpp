@@ -11,6 +11,7 @@
 #include "codec/decoder/decoder_state.h"
 #include "codec/dsp/backward_mode.h"
 #include "codec/dtx/vad.h"
+#include "codec/encoder/mode_decision.h"
 #include "codec/encoder/music_detector.h"
 #include "codec/encoder/weighting.h"
 #include "codec/frame_coder.h"
@@ -111,6 +112,34 @@ TEST(Vad, DecidesAsEver) {
   EXPECT_EQ(voice, 47952);
   EXPECT_EQ(changes, 47374);
   EXPECT_NEAR(means / 100000, 35.668307393, 1e-8);
+}
+
+// Both filters fit, or the backward one predicts nothing.
+TEST(ModeDecision, BeginsGoesOnAndHoldsFromItsStationarity) {
+  const struct {
+    int run, stationarity;
+    bool fits;
+    LpMode mode;
+  } cases[] = {{0, 23999, true, kForward},  {0, 24000, true, kBackward},
+               {1, 12999, true, kForward},  {1, 13000, true, kBackward},
+               {1, 31999, false, kForward}, {1, 32000, false, kBackward},
+               {0, 32000, false, kForward}};
+  test::Random random;
+  double speech[kBackwardOrder + kFrame] = {};
+  for (int n = 1; n < kBackwardOrder + kFrame; ++n)
+    speech[n] = 0.95 * speech[n - 1] + random.uniform(-1000, 1000);
+  const double aq[kSubframes * kCoeffs] = {1, -0.95, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, -0.95};
+  const double lsp[kOrder] = {};
+  for (const auto& c : cases) {
+    const double backward[kBackwardCoeffs] = {1, c.fits ? -0.95 : 0.0};
+    ModeState state;
+    backward_smoothing_restart(&state.smoothing, backward);
+    state.backward_run = c.run;
+    state.stationarity = c.stationarity;
+    double used[kBackwardCoeffs];
+    EXPECT_EQ(mode_decide(&state, {speech + kBackwardOrder, aq, backward, lsp, lsp}, used), c.mode)
+        << c.run << " " << c.stationarity;
+  }
 }
 
 // A frame that goes beyond 20 dB above full scale is silence from its first sample on.
