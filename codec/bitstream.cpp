@@ -1,5 +1,6 @@
 #include "codec/bitstream.h"
 
+#include <algorithm>
 #include <cstddef>
 
 #include "codec/dsp/diagnostics.h"
@@ -148,6 +149,18 @@ LpMode read_mode(SerialFrame* serial) {
   return backward ? kBackward : kForward;
 }
 
+// The serial words of half a byte.
+struct HalfWords {
+  uint16_t word[16][4];
+};
+consteval HalfWords half_words() {
+  HalfWords half = {};
+  for (int value = 0; value < 16; ++value)
+    for (int k = 0; k < 4; ++k) half.word[value][k] = value >> (3 - k) & 1 ? kBitOne : kBitZero;
+  return half;
+}
+constexpr HalfWords kWordsOf = half_words();
+
 int first_field(const ParameterSet& set) {
   if (set.type == kSpeech11k8) return set.lp_mode;
   return set.type == kSid ? set.sid.mode : set.lsp[0];
@@ -185,11 +198,11 @@ void pack_serial_bits(const uint16_t* bits, int n, uint8_t* bytes) {
   }
 }
 
-// Inlined, gcc 12 takes the caller's bytes for uninitialized where registers are wider than these.
-[[gnu::noinline]] void unpack_serial_bits(const uint8_t* bytes, int n, uint16_t* bits) {
-  for (int i = 0; i < n; ++i)
-#pragma GCC unroll 8
-    for (int k = 0; k < 8; ++k) bits[8 * i + k] = bytes[i] >> (7 - k) & 1 ? kBitOne : kBitZero;
+void unpack_serial_bits(const uint8_t* bytes, int n, uint16_t* bits) {
+  for (int i = 0; i < n; ++i, bits += 8) {
+    std::copy_n(kWordsOf.word[bytes[i] >> 4], 4, bits);
+    std::copy_n(kWordsOf.word[bytes[i] & 15], 4, bits + 4);
+  }
 }
 
 int parameters_to_bytes(const ParameterSet& set, uint8_t* bytes) {
