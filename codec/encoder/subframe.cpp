@@ -99,18 +99,15 @@ void synthesize(EncoderCoreState* state, const SubframeWork& s, const double* he
   run_synthesis(s.quantized, heard, s.synthesis);
 }
 
-// error[0..39] = speech - undispersed synthesis, whose end the next subframe's target starts from.
-void find_error(EncoderCoreState* state, const SubframeWork& s, double* error) {
-  const double* synthesis = s.synthesis;
-  double work[kBackwardOrder + kSubframe];
-  if (state->has_dispersed) {
-    copy_vector(state->undispersed, work, kBackwardOrder);
-    run_synthesis(s.quantized, s.exc, work + kBackwardOrder);
-    copy_vector(work + kSubframe, state->undispersed, kBackwardOrder);
-    synthesis = work + kBackwardOrder;
-  }
-  for (int i = 0; i < kSubframe; ++i) error[i] = s.speech[i] - synthesis[i];
-  copy_vector(error + kSubframe - kBackwardOrder, state->error_mem.error, kBackwardOrder);
+// What the coded excitation would give, by which the error is measured: the local synthesis, or,
+// once a dispersed form of it has been heard, the one without dispersion, in
+// work[kBackwardOrder..].
+const double* undispersed_synthesis(EncoderCoreState* state, const SubframeWork& s, double* work) {
+  if (!state->has_dispersed) return s.synthesis;
+  copy_vector(state->undispersed, work, kBackwardOrder);
+  run_synthesis(s.quantized, s.exc, work + kBackwardOrder);
+  copy_vector(work + kSubframe, state->undispersed, kBackwardOrder);
+  return work + kBackwardOrder;
 }
 
 // The excitation and all that remembers it.
@@ -120,12 +117,14 @@ void finish_subframe(EncoderCoreState* state, const SubframeWork& s, Rate rate) 
                                          s.innovation.code, s.exc, dispersed);
   taming_update(&state->exc_err, s.gains.gain_pitch, s.lag.t0);
   synthesize(state, s, heard);
-  double error[kSubframe];
-  find_error(state, s, error);
+  double work[kBackwardOrder + kSubframe];
+  const double* const synthesis = undispersed_synthesis(state, s, work);
   constexpr int kFirst = kSubframe - kBackwardOrder;
-  for (int i = kFirst; i < kSubframe; ++i)
+  for (int i = kFirst; i < kSubframe; ++i) {
+    state->error_mem.error[i - kFirst] = s.speech[i] - synthesis[i];
     state->error_mem.weighted_error[i - kFirst] =
         s.xn[i] - s.gains.gain_pitch * s.y1[i] - s.gains.gain_code * s.innovation.y[i];
+  }
 }
 
 }  // namespace
@@ -158,9 +157,11 @@ void synthesize_noise_subframe(EncoderCoreState* state, const FrameWork& w, int 
   SubframeWork s;
   start_subframe(state, w, k, &s);
   synthesize(state, s, s.exc);
-  double error[kBackwardOrder + kSubframe], weighted[kSubframe];
+  double work[kBackwardOrder + kSubframe], error[kBackwardOrder + kSubframe], weighted[kSubframe];
+  const double* const synthesis = undispersed_synthesis(state, s, work);
   copy_vector(state->error_mem.error, error, kBackwardOrder);
-  find_error(state, s, error + kBackwardOrder);
+  for (int i = 0; i < kSubframe; ++i) error[kBackwardOrder + i] = s.speech[i] - synthesis[i];
+  copy_vector(error + kSubframe, state->error_mem.error, kBackwardOrder);
   residual_filter({w.weighting[k].ap1, kOrder}, error + kBackwardOrder, weighted, kSubframe);
   synthesis_filter({w.weighting[k].ap2, kOrder}, weighted, weighted, kSubframe,
                    state->error_mem.weighted_error + kBackwardOrder - kOrder, false);
