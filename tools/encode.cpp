@@ -27,7 +27,11 @@ int32_t rate_code(const std::string& rate) {
 
 // A packed stream holds nothing but 10-byte frames; without lengths in it, frames of another size
 // or frames that are left out could not be told apart again.
-void check_packed(const EncodeOptions& options) {
+void check_format(StreamFormat format, const std::string& output, const EncodeOptions& options) {
+  if (format == StreamFormat::capture) {
+    throw Failure(Exit::usage, output + ": captures are only read; write a .g729 or .bit");
+  }
+  if (format != StreamFormat::packed) return;
   if (options.annexb) {
     throw Failure(Exit::usage, "--annexb: a .g729 stream has no place for silence; write a .bit");
   }
@@ -39,10 +43,7 @@ void check_packed(const EncodeOptions& options) {
 
 Exit encode_file(const Job& job, const EncodeOptions& options) {
   const StreamFormat format = stream_format(job.output, options.format);
-  if (format == StreamFormat::packed) check_packed(options);
-  if (format == StreamFormat::capture) {
-    throw Failure(Exit::usage, job.output + ": captures are only read; write a .g729 or .bit");
-  }
+  check_format(format, job.output, options);
   const InputFile input(job.input);
   WavReader wav(input, options.raw ? SoundForm::raw : SoundForm::any);
   OutputFile output(job.output);

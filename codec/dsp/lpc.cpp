@@ -11,6 +11,22 @@ namespace {
 constexpr double kUnstable = 0.999451;    // largest reflection coefficient of a stable filter
 constexpr double kUnstableError = 0.001;  // prediction error reported for an unstable one
 
+bool is_unstable(double k) {
+  return k > kUnstable || k < -kUnstable;
+}
+
+// The memory's filter of order m in place of an unstable one. Returns the error to report.
+double use_last_stable(const LevinsonMemory& mem, int m, double* a, double* rc) {
+  copy_vector(mem.levinson_old_a, a, m + 1);
+  copy_vector(mem.levinson_old_rc, rc, 2);
+  return kUnstableError;
+}
+
+void keep_stable(int m, const double* a, const double* rc, LevinsonMemory* mem) {
+  copy_vector(a, mem->levinson_old_a, m + 1);
+  copy_vector(rc, mem->levinson_old_rc, 2);
+}
+
 }  // namespace
 
 double levinson_durbin(int m, const double* r, double* a, double* rc, LevinsonMemory* mem) {
@@ -21,11 +37,7 @@ double levinson_durbin(int m, const double* r, double* a, double* rc, LevinsonMe
     for (int j = 1; j < i; ++j) s += a[j] * r[i - j];
     const double k = error == 0.0 ? 0.0 : -s / error;
     rc[i - 1] = k;
-    if (k > kUnstable || k < -kUnstable) {
-      copy_vector(mem->levinson_old_a, a, m + 1);
-      copy_vector(mem->levinson_old_rc, rc, 2);
-      return kUnstableError;
-    }
+    if (is_unstable(k)) return use_last_stable(*mem, m, a, rc);
     for (int j = 1; 2 * j <= i; ++j) {
       const double low = a[j], high = a[i - j];
       a[j] = low + k * high;
@@ -34,8 +46,7 @@ double levinson_durbin(int m, const double* r, double* a, double* rc, LevinsonMe
     a[i] = k;
     error *= 1.0 - k * k;
   }
-  copy_vector(a, mem->levinson_old_a, m + 1);
-  copy_vector(rc, mem->levinson_old_rc, 2);
+  keep_stable(m, a, rc, mem);
   return error;
 }
 
@@ -67,15 +78,12 @@ double levinson_durbin_10(const double* r, double* a, double* rc, LevinsonMemory
   }
   if (!stable) {
     int last = 0;
-    while (rc[last] <= kUnstable && rc[last] >= -kUnstable) ++last;
+    while (!is_unstable(rc[last])) ++last;
     zero_vector(rc + last + 1, kOrder - 1 - last);
-    copy_vector(mem->levinson_old_a, a, kCoeffs);
-    copy_vector(mem->levinson_old_rc, rc, 2);
-    return kUnstableError;
+    return use_last_stable(*mem, kOrder, a, rc);
   }
   copy_vector(c, a, kCoeffs);
-  copy_vector(c, mem->levinson_old_a, kCoeffs);
-  copy_vector(rc, mem->levinson_old_rc, 2);
+  keep_stable(kOrder, c, rc, mem);
   return backward[kOrder];
 }
 

@@ -87,6 +87,25 @@ void quantize_spectrum(EncoderCoreState* state, FrameWork* w) {
   interpolate_quantized_lpc(old, lsp_q, w->forward_q);
 }
 
+// Whether the frame is speech, its spectrum, and what of it is to be coded.
+void analyse_frame(EncoderCoreState* state, FrameWork* w, Rate rate, Spectra* spectra) {
+  const bool jointly = state->complexity > 0;
+  w->vad = true;
+  if (state->dtx_enabled || !jointly) {
+    // Only the voice activity detector looks beyond the order of the filter.
+    analyse_spectrum(state, w, state->dtx_enabled ? kAutocorrelations : kOrder);
+    interpolate_unquantized(*state, w);
+    if (state->dtx_enabled) w->vad = detect_voice(state, *w, rate);
+  }
+  if (w->vad && jointly) {
+    analyse_spectrum_for_search(state, w);
+    interpolate_unquantized(*state, w);
+    find_spectra(*state, lsf_new(*w), w, spectra);
+  } else if (w->vad) {
+    quantize_spectrum(state, w);
+  }
+}
+
 void decide_mode(EncoderCoreState* state, FrameWork* w, Rate rate) {
   if (w->vad && rate == kRate11k8) {
     double backward[kBackwardCoeffs];
@@ -162,35 +181,20 @@ ParameterSet encode_frame(EncoderCoreState* state, Samples samples, Rate rate) {
 ParameterSet encoder_process_frame(EncoderCoreState* state, std::span<const double, kFrame> input,
                                    Rate rate) {
   FrameWork w;
-  state->remarks = 0;
   Spectra spectra;
-  const bool jointly = state->complexity > 0;
+  state->remarks = 0;
   double* const new_speech = state->old_speech + kNewSpeech;
   copy_vector(input.data(), new_speech, kFrame);
-  w.vad = true;
-  if (state->dtx_enabled || !jointly) {
-    // Only the voice activity detector looks beyond the order of the filter.
-    analyse_spectrum(state, &w, state->dtx_enabled ? kAutocorrelations : kOrder);
-    interpolate_unquantized(*state, &w);
-    if (state->dtx_enabled) w.vad = detect_voice(state, w, rate);
-  }
-  if (w.vad && jointly) {
-    analyse_spectrum_for_search(state, &w);
-    interpolate_unquantized(*state, &w);
-    find_spectra(*state, lsf_new(w), &w, &spectra);
-  } else if (w.vad) {
-    quantize_spectrum(state, &w);
-  }
+  analyse_frame(state, &w, rate, &spectra);
   decide_mode(state, &w, rate);
   shift(state->synthesis, kSynthesisPast + kFrame, kSynthesisPast);
   copy_vector(w.lsp_new, state->lsp_old, kOrder);
   choose_weighting(state, &w);
   expand_bandwidth(&w);
   weight_speech(speech_of(state), w, state->old_wsp + kPitchMax);
-  const ParameterSet set =
-      w.vad ? code_active_frame(state, &w, rate,
-                                jointly && w.lp_mode == kForward ? &spectra : nullptr)
-            : code_inactive_frame(state, &w);
+  const bool jointly = state->complexity > 0 && w.lp_mode == kForward;
+  const ParameterSet set = w.vad ? code_active_frame(state, &w, rate, jointly ? &spectra : nullptr)
+                                 : code_inactive_frame(state, &w);
   state->past_past_vad = state->past_vad;
   state->past_vad = w.vad;
   state->prev_lp_mode = w.lp_mode;

@@ -209,6 +209,16 @@ static GstBuffer* without(GstBuffer* audio, gsize cut) {
   return audio;
 }
 
+// The packet's audio, or null where there is no room for it.
+static GstBuffer* decode_to_buffer(KelG729fDec* dec, const Packet& packet, const BufferMap& in) {
+  const gsize size = packet.frames() * kPcmBytes;
+  GST_LOG_OBJECT(dec, "we have %u frames, %" G_GSIZE_FORMAT " in, %" G_GSIZE_FORMAT " out",
+                 static_cast<guint>(packet.speech), in.size(), size);
+  GstBuffer* output = gst_audio_decoder_allocate_output_buffer(GST_AUDIO_DECODER(dec), size);
+  if (!output || !decode_packet(dec, packet, in, output)) gst_clear_buffer(&output);
+  return output;
+}
+
 static GstFlowReturn kel_g729f_dec_handle_frame(GstAudioDecoder* base, GstBuffer* buffer) {
   KelG729fDec* dec = as_dec(base);
   if (gst_buffer_get_size(buffer) == 0 && gst_audio_decoder_get_plc(base)) {
@@ -234,17 +244,12 @@ static GstFlowReturn kel_g729f_dec_handle_frame(GstAudioDecoder* base, GstBuffer
     return flow;
   }
 
-  const gsize size = packet.frames() * kPcmBytes;
-  GST_LOG_OBJECT(dec, "we have %u frames, %" G_GSIZE_FORMAT " in, %" G_GSIZE_FORMAT " out",
-                 static_cast<guint>(packet.speech), in.size(), size);
-  GstBuffer* output = gst_audio_decoder_allocate_output_buffer(base, size);
-  if (!output || !decode_packet(dec, packet, in, output)) {
-    gst_clear_buffer(&output);
-    in.unmap();
+  GstBuffer* const output = decode_to_buffer(dec, packet, in);
+  in.unmap();
+  if (!output) {
     GST_WARNING_OBJECT(dec, "failed to alloc buffer");
     return GST_FLOW_ERROR;
   }
-  in.unmap();
   GST_LOG_OBJECT(dec, "Finished decoding");
   const GstFlowReturn result = gst_audio_decoder_finish_frame(base, without(output, cut), 1);
   if (g_atomic_int_get(&dec->raw.active) && result == GST_FLOW_OK) raw_note_played(base, dec->raw);

@@ -245,6 +245,25 @@ static GstFlowReturn kel_g729f_enc_handle_frame(GstAudioEncoder* base, GstBuffer
   return gst_audio_encoder_finish_frame(base, output, consumed_samples(frames, in.size()));
 }
 
+static void install_properties(GObjectClass* object_class) {
+  constexpr auto flags =
+      static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_CONSTRUCT | G_PARAM_STATIC_STRINGS);
+  g_object_class_install_property(
+      object_class, PROP_ANNEXB,
+      g_param_spec_boolean("annexb", "Annex B", "Use Annex B", FALSE, flags));
+  g_object_class_install_property(
+      object_class, PROP_FRAMES,
+      g_param_spec_int("frames", "Frames", "Number of 10ms frames to encode", 0, G_MAXINT,
+                       kDefaultFrames, flags));
+  g_object_class_install_property(
+      object_class, PROP_COMPLEXITY,
+      g_param_spec_int("complexity", "Complexity",
+                       "How far to search: each level sounds better and takes longer", 0,
+                       G729_COMPLEXITY_MAX, 0,
+                       static_cast<GParamFlags>(flags | GST_PARAM_MUTABLE_PLAYING)));
+  stats_install_property(object_class, PROP_STATS);
+}
+
 static void kel_g729f_enc_class_init(KelG729fEncClass* klass) {
   auto* object_class = G_OBJECT_CLASS(klass);
   auto* element_class = GST_ELEMENT_CLASS(klass);
@@ -264,23 +283,7 @@ static void kel_g729f_enc_class_init(KelG729fEncClass* klass) {
   encoder_class->set_format = GST_DEBUG_FUNCPTR(kel_g729f_enc_set_format);
   encoder_class->handle_frame = GST_DEBUG_FUNCPTR(kel_g729f_enc_handle_frame);
 
-  constexpr auto flags =
-      static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_CONSTRUCT | G_PARAM_STATIC_STRINGS);
-  g_object_class_install_property(
-      object_class, PROP_ANNEXB,
-      g_param_spec_boolean("annexb", "Annex B", "Use Annex B", FALSE, flags));
-  g_object_class_install_property(
-      object_class, PROP_FRAMES,
-      g_param_spec_int("frames", "Frames", "Number of 10ms frames to encode", 0, G_MAXINT,
-                       kDefaultFrames, flags));
-  g_object_class_install_property(
-      object_class, PROP_COMPLEXITY,
-      g_param_spec_int("complexity", "Complexity",
-                       "How far to search: each level sounds better and takes longer", 0,
-                       G729_COMPLEXITY_MAX, 0,
-                       static_cast<GParamFlags>(flags | GST_PARAM_MUTABLE_PLAYING)));
-  stats_install_property(object_class, PROP_STATS);
-
+  install_properties(object_class);
   GST_DEBUG_CATEGORY_INIT(g729fenc, "g729fenc", 0, "g729fenc");
 }
 
