@@ -116,7 +116,7 @@ def main():
     folder = base / "sse2"
     program(common.ROOT, folder, library(common.ROOT, folder, ["-Dinstruction_sets=sse2"]), "c++", "X(sse2)")
     common.save("arm64", {**data, "sse2": frames(on_x86(folder))}, meanwhile)
-    performance.write()
+    performance.write("arm64")
 
 
 main()

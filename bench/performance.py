@@ -1,4 +1,4 @@
-"""Writes docs/performance.md and its plots from the results that the measuring scripts left."""
+"""Writes sections of docs/performance.md and their plots from what the measuring scripts found."""
 import common
 from common import ROOT, median
 
@@ -503,25 +503,18 @@ the calls."""
 
 # ---- the document ---------------------------------------------------------------------------
 
-SECTIONS = [("compare", comparison), ("profile", profile), ("instructions", instructions), ("levels", levels), ("arm64", arm64), ("scaling", scaling), ("density", density)]
+SECTIONS = {f.__name__: f
+            for f in (comparison, profile, instructions, levels, arm64, scaling, density)}
 
 
-def write():
-    """Writes the document from what has been measured so far."""
-    DOCS.mkdir(exist_ok=True)
-    results = {name: common.load(name) for name, _ in SECTIONS}
-    cpus = sorted({r["cpu"] for r in results.values() if r})
-    parts = [f"""# Performance
+def write(name):
+    """Renews the section of this name, which begins at <!-- name -->, from what was last measured."""
+    document = DOCS / "performance.md"
+    before, mark, text = document.read_text().partition(f"<!-- {name} -->\n")
+    _, next_mark, after = text.partition("<!-- ")
+    data = common.load(name)
+    section = f"""{SECTIONS[name](data)}
 
-Measured on {'; '.join(cpus)}. `bench/all` writes this file: `bench/compare`, `bench/profile`,
-`bench/instructions`, `bench/levels`, `bench/arm64.py`, `bench/scaling` and `bench/density-sweep` renew a section each. Absolute figures are the
-machine's; ratios are what counts."""]
-    for name, section in SECTIONS:
-        if results[name]:
-            others = f"While this was measured, everything else on the machine used {results[name]['others']:.2f} cores."
-            parts += [section(results[name]), others]
-    (DOCS / "performance.md").write_text("\n\n".join(parts) + "\n")
-
-
-if __name__ == "__main__":
-    write()
+Measured on {data['cpu']}; everything else on the machine used {data['others']:.2f} cores meanwhile.
+"""
+    document.write_text(before + mark + section + ("\n" + next_mark if next_mark else "") + after)
