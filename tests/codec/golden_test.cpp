@@ -69,13 +69,16 @@ GoldenHash one_call(HashFunction hash, GoldenPlan plan) {
   return hash(signal.data(), static_cast<int>(signal.size()) / 80, plan);
 }
 
-// Short calls, which begin in the middle of something, and three long ones; frames are lost in some
+// Short calls, which begin in the middle of something, three long ones, and a note that swells;
+// frames are lost in some
 // of them, in some the first ones.
 GoldenHash many_calls(HashFunction hash, GoldenPlan plan) {
-  constexpr uint32_t kCalls = 40, kLong = 3;
+  constexpr uint32_t kCalls = 41, kLong = 3;
   static const auto calls = [] {
     std::vector<signals::Samples> all;
-    for (uint32_t i = 0; i < kCalls; ++i) all.push_back(signals::varied(i < kLong ? 1000 : 25, i));
+    for (uint32_t i = 0; i + 1 < kCalls; ++i)
+      all.push_back(signals::varied(i < kLong ? 1000 : 25, i));
+    all.push_back(signals::swelling_pulses(300));
     return all;
   }();
   GoldenHash sum;

@@ -139,6 +139,12 @@ inline Samples noisy_speech(int frames, double snr, uint32_t seed = 1) {
   return mix(speech, noise(frames, deviation, seed + 1), 1.0);
 }
 
+// A voice of one note that swells, so that the encoder comes to tame the pitch gain.
+inline Samples swelling_pulses(int frames) {
+  constexpr int kPeriod = 57;
+  return make(frames, [](int n) { return n % kPeriod == 0 ? std::fmin(20000.0, 1.17 * n) : 0.0; });
+}
+
 // Pieces of everything above, each at a level of its own.
 inline Samples varied(int frames, uint32_t seed) {
   std::mt19937 random(seed);
