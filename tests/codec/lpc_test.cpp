@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "codec/dsp/diagnostics.h"
@@ -65,7 +66,7 @@ TEST(Lpc, LevinsonSolvesTheNormalEquationsOrFallsBackToTheLastStableFilter) {
       EXPECT_NEAR(s, i ? 0.0 : error, 1e-9 * r[0]);
     }
     EXPECT_EQ(rc[m - 1], a[m]);
-    const std::vector<double> good = a;
+    const std::vector<double> good = std::exchange(a, std::vector<double>(m + 1));
     std::fill(r.begin(), r.end(), 0.0);
     r[0] = 1, r[3] = 0.9999;
     EXPECT_EQ(solve(m, r.data(), a.data(), rc.data(), &memory), 0.001);
