@@ -58,7 +58,7 @@ static void count(void* calls, const char* text) {
 static int wrong_calls(void) {
   G729EncoderState* encoder = g729_encoder_create(0);
   G729DecoderState* decoder = g729_decoder_create();
-  const uint16_t words[G729_SERIAL_WORDS] = {G729_SERIAL_SYNC, 80}, odd[] = {G729_SERIAL_SYNC, 81};
+  const uint16_t words[G729_SERIAL_WORDS] = {G729_SERIAL_SYNC, 80};
   uint8_t bytes[16] = {0};
   uint16_t out[G729_SERIAL_WORDS];
   int16_t samples[G729_FRAME_SAMPLES] = {0};
@@ -77,7 +77,12 @@ static int wrong_calls(void) {
   wrong += g729_decoder_decode_bytes(decoder, NULL, 10, samples) != G729_ERROR_NULL;
   wrong += g729_decoder_decode_words(decoder, words, 81, samples) != G729_ERROR_SIZE;
   wrong += g729_decoder_decode_words(decoder, words, 82, samples) != 0;
-  wrong += g729_decoder_decode_words(decoder, odd, 200, samples) != G729_ERROR_SIZE;
+  for (int bits = 0; bits < 200; ++bits) {
+    const uint16_t sized[202] = {G729_SERIAL_SYNC, (uint16_t)bits};
+    const int frame = bits == 0 || bits == 16 || bits == 64 || bits == 80 || bits == 118;
+    const int32_t expected = frame ? 0 : G729_ERROR_SIZE;
+    wrong += g729_decoder_decode_words(decoder, sized, 202, samples) != expected;
+  }
   wrong += g729_encoder_encode_bytes(encoder, samples, bytes, 9) != G729_ERROR_SIZE;
   wrong += g729_encoder_encode_words(encoder, samples, 1, out, 119) != G729_ERROR_SIZE;
   wrong += g729_encoder_encode_words(encoder, samples, 3, out, 120) != G729_ERROR_RATE;
