@@ -155,11 +155,19 @@ TEST_F(Raw, PacketsWithoutTimestamps) {
   Harness h = make_decoder();
   GstSegment segment;
   gst_segment_init(&segment, GST_FORMAT_BYTES);
+  segment.applied_rate = 2;
+  segment.base = 100;
   gst_harness_push_event(h.get(), gst_event_new_segment(&segment));
   for (const gsize n : {10, 2, 12, 20, 4096, 4096, 8, 2}) gst_harness_push(h.get(), make_buffer(n));
   for (const gsize frames : {1, 1, 2, 2, 409, 410, 1, 1}) {
     EXPECT_EQ(gst_buffer_get_size(pull(h).get()), frames * kPcm);
   }
+  GstEvent* event = gst_pad_get_sticky_event(h.get()->sinkpad, GST_EVENT_SEGMENT, 0);
+  gst_event_copy_segment(event, &segment);
+  gst_event_unref(event);
+  EXPECT_EQ(segment.format, GST_FORMAT_TIME);
+  EXPECT_EQ(segment.applied_rate, 2);
+  EXPECT_EQ(segment.base, 100 * GST_MSECOND);
 }
 
 // Any seek that makes sense; `stop` is the one that holds, or -1. After the end of a segment that
