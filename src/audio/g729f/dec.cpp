@@ -129,7 +129,7 @@ static gboolean kel_g729f_dec_start(GstAudioDecoder* base) {
   GST_DEBUG_OBJECT(dec, "Start");
   dec->decoder = g729_decoder_create();
   g729_decoder_set_remark_function(dec->decoder, on_remark, dec);
-  timeline_restart(dec->line, kUnknown);
+  timeline_restart(dec->line);
   dec->in_segment = FALSE;
   dec->stamp = GST_CLOCK_TIME_NONE;
   dec->begin = GST_CLOCK_TIME_NONE;
@@ -192,7 +192,7 @@ static GstFlowReturn enter(KelG729fDec* dec, const Packet& packet, GstBuffer* bu
     return kel_g729f_fill_before(dec, buffer, packet.frames(), packet.sid, cut);
   }
   g_mutex_lock(&dec->lock);
-  timeline_restart(dec->line, kUnknown);
+  timeline_restart(dec->line);
   g_mutex_unlock(&dec->lock);
   return GST_FLOW_OK;
 }

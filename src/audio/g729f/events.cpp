@@ -10,7 +10,7 @@ void restart(KelG729fDec* dec, GstClockTime time) {
   kel_g729f_dtx_cancel(dec);
   GST_AUDIO_DECODER_STREAM_LOCK(dec);
   g_mutex_lock(&dec->lock);
-  timeline_restart(dec->line, kUnknown);
+  timeline_restart(dec->line);
   g_mutex_unlock(&dec->lock);
   dec->begin = time;
   plc_reset(dec->plc);

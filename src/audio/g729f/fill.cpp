@@ -111,7 +111,6 @@ GstFlowReturn kel_g729f_fill_gap(KelG729fDec* dec, GstBuffer* gap) {
 void kel_g729f_fill_rest(KelG729fDec* dec) {
   g_mutex_lock(&dec->lock);
   const Time rest = timeline_rest(dec->line), end = dec->line.end + rest;
-  timeline_restart(dec->line, kUnknown);
   g_mutex_unlock(&dec->lock);
   gsize frames = frames_of(rest);
   GstFlowReturn flow = GST_FLOW_OK;

@@ -21,11 +21,9 @@ Time least_correction(const Timeline& line) {
 
 }  // namespace
 
-void timeline_restart(Timeline& line, Time begin) {
-  const Time shift = line.shift, allowance = line.allowance;
+void timeline_restart(Timeline& line) {
+  const Time allowance = line.allowance;
   line = {};
-  line.end = begin;
-  line.shift = shift;
   line.allowance = allowance;
 }
 

@@ -55,8 +55,8 @@ struct Entry {
   Time cut;    // off the beginning of the packet's audio
 };
 
-// Forgets the stream, not the pipeline. What comes next begins at `begin`, if that is known.
-void timeline_restart(Timeline& line, Time begin);
+// Forgets the stream, not the pipeline.
+void timeline_restart(Timeline& line);
 
 // A packet with a timestamp or none, whose audio lasts `duration`, and whether it ends with a
 // descriptor.
