@@ -232,6 +232,8 @@ TEST_F(Raw, SeeksThatAWavDoesNot) {
   gst_query_unref(query);
   EXPECT_TRUE(can);
   EXPECT_EQ(end, kLength);
+  EXPECT_TRUE(gst_element_query_duration(raw.top.get(), GST_FORMAT_BYTES, &end));
+  EXPECT_EQ(end, kBytes);
   // A stop that was kept does not stand in the way of a start behind it.
   raw.take({1, kFlush, kSet, kSecond, kSet, 2 * kSecond, true});
   const auto behind = raw.take({1, kFlush, kSet, 5 * kSecond, kNone, -1, true}).figures;
