@@ -129,11 +129,8 @@ static gboolean kel_g729f_dec_start(GstAudioDecoder* base) {
   GST_DEBUG_OBJECT(dec, "Start");
   dec->decoder = g729_decoder_create();
   g729_decoder_set_remark_function(dec->decoder, on_remark, dec);
-  timeline_restart(dec->line);
-  dec->in_segment = FALSE;
+  dec->in_segment = FALSE;  // what belongs to a segment begins with it
   dec->stamp = GST_CLOCK_TIME_NONE;
-  dec->begin = GST_CLOCK_TIME_NONE;
-  plc_reset(dec->plc);
   dec->raw = {};
   stats_reset(dec->stats);
   gst_audio_decoder_set_plc_aware(base, TRUE);
