@@ -142,6 +142,9 @@ KELG729F_VEC unsigned register_bits(Int4 mask) {
 }
 
 #if defined(__AVX__)
+KELG729F_VEC Double4 register_join(Double2 a, Double2 b) {
+  return _mm256_insertf128_pd(_mm256_castpd128_pd256(a), b, 1);
+}
 KELG729F_VEC Double4 register_root(Double4 v) {
   return _mm256_sqrt_pd(v);
 }
