@@ -510,6 +510,8 @@ def write(name):
     """Renews the section of this name, which begins at <!-- name -->, from what was last measured."""
     document = DOCS / "performance.md"
     before, mark, text = document.read_text().partition(f"<!-- {name} -->\n")
+    if not mark:
+        raise SystemExit(f"{document} has no <!-- {name} -->")
     _, next_mark, after = text.partition("<!-- ")
     data = common.load(name)
     section = f"""{SECTIONS[name](data)}

@@ -25,8 +25,8 @@ int32_t rate_code(const std::string& rate) {
   return rate == "6.4" ? G729_RATE_6K4 : rate == "8" ? G729_RATE_8K : G729_RATE_11K8;
 }
 
-// A packed stream holds nothing but 10-byte frames; without lengths in it, frames of another size
-// or frames that are left out could not be told apart again.
+// Refuses what the format cannot hold. A packed stream holds nothing but 10-byte frames; without
+// lengths in it, frames of another size or frames that are left out could not be told apart again.
 void check_format(StreamFormat format, const std::string& output, const EncodeOptions& options) {
   if (format == StreamFormat::capture) {
     throw Failure(Exit::usage, output + ": captures are only read; write a .g729 or .bit");

@@ -11,8 +11,9 @@ namespace {
 constexpr double kUnstable = 0.999451;    // largest reflection coefficient of a stable filter
 constexpr double kUnstableError = 0.001;  // prediction error reported for an unstable one
 
-bool is_unstable(double k) {
-  return k > kUnstable || k < -kUnstable;
+// False for what is not a number, as 0 / 0 is.
+bool is_stable(double k) {
+  return k <= kUnstable && k >= -kUnstable;
 }
 
 // The memory's filter of order m in place of an unstable one. Returns the error to report.
@@ -37,7 +38,7 @@ double levinson_durbin(int m, const double* r, double* a, double* rc, LevinsonMe
     for (int j = 1; j < i; ++j) s += a[j] * r[i - j];
     const double k = error == 0.0 ? 0.0 : -s / error;
     rc[i - 1] = k;
-    if (is_unstable(k)) return use_last_stable(*mem, m, a, rc);
+    if (!is_stable(k)) return use_last_stable(*mem, m, a, rc);
     for (int j = 1; 2 * j <= i; ++j) {
       const double low = a[j], high = a[i - j];
       a[j] = low + k * high;
@@ -60,7 +61,7 @@ double levinson_durbin_10(const double* r, double* a, double* rc, LevinsonMemory
 #pragma GCC unroll 16
   for (int i = 1; i <= kOrder; ++i) {
     const double k = -forward[i] / backward[i - 1];
-    stable = stable && k <= kUnstable && k >= -kUnstable;
+    stable = stable && is_stable(k);
     rc[i - 1] = k;
 #pragma GCC unroll 16
     for (int j = kOrder; j >= i; --j) {
@@ -78,7 +79,7 @@ double levinson_durbin_10(const double* r, double* a, double* rc, LevinsonMemory
   }
   if (!stable) {
     int last = 0;
-    while (!is_unstable(rc[last])) ++last;
+    while (is_stable(rc[last])) ++last;
     zero_vector(rc + last + 1, kOrder - 1 - last);
     return use_last_stable(*mem, kOrder, a, rc);
   }

@@ -99,9 +99,9 @@ void synthesize(EncoderCoreState* state, const SubframeWork& s, const double* he
   run_synthesis(s.quantized, heard, s.synthesis);
 }
 
-// What the coded excitation would give, by which the error is measured: the local synthesis, or,
-// once a dispersed form of it has been heard, the one without dispersion, in
-// work[kBackwardOrder..].
+// Synthesis of the coded excitation, by which the error is measured: the local one or, once a
+// dispersed form has been heard, one without dispersion in `work`, which has room for a subframe
+// and kBackwardOrder samples before it. Once a subframe.
 const double* undispersed_synthesis(EncoderCoreState* state, const SubframeWork& s, double* work) {
   if (!state->has_dispersed) return s.synthesis;
   copy_vector(state->undispersed, work, kBackwardOrder);

@@ -70,8 +70,7 @@ GoldenHash one_call(HashFunction hash, GoldenPlan plan) {
 }
 
 // Short calls, which begin in the middle of something, three long ones, and a note that swells;
-// frames are lost in some
-// of them, in some the first ones.
+// frames are lost in some of them, in some the first ones.
 GoldenHash many_calls(HashFunction hash, GoldenPlan plan) {
   constexpr uint32_t kCalls = 41, kLong = 3;
   static const auto calls = [] {

@@ -73,6 +73,11 @@ TEST(Lpc, LevinsonSolvesTheNormalEquationsOrFallsBackToTheLastStableFilter) {
     EXPECT_EQ(a, good);
     EXPECT_EQ(rc[0], memory.levinson_old_rc[0]);
     EXPECT_EQ(rc[2], -0.9999);
+    if (solve != recursion_of_10) continue;
+    a.assign(m + 1, 0.0), r[0] = r[3] = 0;  // all reflections are 0 / 0
+    EXPECT_EQ(solve(m, r.data(), a.data(), rc.data(), &memory), 0.001);
+    EXPECT_EQ(a, good);
+    EXPECT_EQ(rc[2], 0.0);
   }
 }
 
